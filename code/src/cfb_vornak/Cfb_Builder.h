@@ -1,0 +1,58 @@
+// Writes a sound compound file from a tree of Cfb_Fs_Item nodes.
+//
+// The default layout (version 3, 512-byte sectors, minor version 0x003E) passes the strict
+// header checks of this library: no table or directory sector is the last sector of the file
+// and every count and first-sector field is below the highest whole sector id, so a
+// default-built file checks as sound. Streams under the mini stream cutoff (4096) live in
+// 64-byte mini sectors inside the root's short-stream container; DISAT sectors appear once
+// the SAT needs more than 109 sectors; the directory's sibling links form a valid red-black
+// tree unless `sibling_chain` asks for one long chain.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/Cfb_Fs_Item.h"
+#include "cfb_vornak/cfb_types.h"
+
+namespace vrk {
+
+struct Builder_Options {
+    uint16_t major_version = 3;      // 3: 512-byte sectors; 4: 4096-byte sectors
+    uint16_t minor_version = 0x003E;
+    bool sibling_chain = false;      // each storage's children as one long right-sibling chain
+    bool tables_at_end = false;      // directory, MiniSAT, SAT and DISAT after the stream data
+    bool sat_in_last_sector = false; // a SAT sector is the file's last sector
+};
+
+// Where the builder put everything, so tests can damage exactly one structure.
+struct Build_Layout {
+    uint32_t sector_size = 512;
+    std::vector<sid_t> sat_sids;
+    std::vector<sid_t> disat_sids;
+    std::vector<sid_t> minisat_sids;
+    std::vector<sid_t> directory_sids;
+    std::vector<sid_t> container_sids;  // the root's short-stream container chain
+    struct Stream_Place {
+        std::u16string path;  // names from the root joined by '/'
+        uint32_t did = 0;
+        bool in_mini = false;
+        std::vector<sid_t> chain;  // sector or mini sector ids
+        uint32_t size = 0;
+    };
+    std::vector<Stream_Place> streams;
+    std::vector<std::u16string> storages;   // paths of the storages, root excluded
+    uint64_t file_offset_of(sid_t sid) const { return (static_cast<uint64_t>(sid) + 1) * sector_size; }
+};
+
+// The whole file in memory. `root` is the root storage (its name is ignored: "Root Entry").
+std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
+                                         const Builder_Options& options = {},
+                                         Build_Layout* layout = nullptr);
+
+// Writes the built file to `path`; false when it cannot be written.
+bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                         const Builder_Options& options = {}, Build_Layout* layout = nullptr);
+
+}  // namespace vrk

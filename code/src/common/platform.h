@@ -1,0 +1,77 @@
+// Everything that differs between Windows and POSIX. Only platform_windows.cpp and
+// platform_posix.cpp include system headers; the rest of the library goes through this.
+//
+// Wide strings are UTF-16 on Windows and UTF-32 elsewhere; file-system names are wide on
+// Windows and UTF-8 elsewhere (to_path/from_path convert).
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+namespace vrk::platform {
+
+#if defined(_WIN32)
+inline constexpr wchar_t kSeparator = L'\\';
+inline constexpr bool kWindows = true;
+#else
+inline constexpr wchar_t kSeparator = L'/';
+inline constexpr bool kWindows = false;
+#endif
+
+// Narrow argument text to wide: the process code page on Windows, UTF-8 elsewhere. Invalid
+// sequences become U+FFFD; never throws.
+std::wstring widen(const std::string& narrow);
+// Wide to narrow in the process code page (Windows) or UTF-8.
+std::string narrow(const std::wstring& wide);
+// Wide <-> UTF-8 (code page 65001 on Windows). Unpaired surrogates become U+FFFD.
+std::string to_utf8(const std::wstring& wide);
+std::wstring from_utf8(const std::string& utf8);
+// UTF-16 code units (as stored in compound files) to wide text; unpaired surrogates -> U+FFFD.
+std::wstring from_utf16(const char16_t* units, std::size_t count);
+
+// Wide path <-> native file-system path.
+std::filesystem::path to_path(const std::wstring& wide);
+std::wstring from_path(const std::filesystem::path& path);
+
+// The absolute form of a path (GetFullPathNameW on Windows); the input on failure.
+std::wstring make_absolute(const std::wstring& path);
+
+// Bytes available to the caller on the volume of `path`: the drive root named by its first
+// three characters on Windows, the nearest existing folder elsewhere.
+bool available_space(const std::wstring& path, uint64_t& bytes);
+
+// The system temporary folder; false with the system's error text on failure.
+bool temp_directory(std::wstring& folder, std::string& error_text);
+
+// The platform's 32-bit id of the calling thread (GetCurrentThreadId, or the kernel tid).
+uint32_t current_thread_id();
+
+// The C library's text for the current errno.
+std::string errno_text();
+
+// Clears read-only and similar attributes so that the entry can be removed.
+void set_normal_attributes(const std::filesystem::path& path);
+// True for a symbolic link or (Windows) a junction or other reparse point.
+bool is_link(const std::filesystem::path& path);
+// Removes a link itself, never what it points to. Throws std::filesystem::filesystem_error.
+void remove_link(const std::filesystem::path& path);
+
+// A read-only view of a whole file.
+struct Mapped_File {
+    const uint8_t* data = nullptr;
+    uint64_t size = 0;
+    void* file_handle = nullptr;     // Windows: the HANDLE; POSIX: unused
+    void* mapping_handle = nullptr;  // Windows: the mapping HANDLE; POSIX: unused
+};
+
+// The step at which mapping failed; the texts of the file layer name these steps.
+enum class Map_Step { ok, open_file, create_mapping, map_view };
+
+// Maps `path` read-only. On failure returns the failed step with errno set for errno_text();
+// a zero-length file fails at create_mapping on every platform.
+Map_Step map_file(const std::wstring& path, Mapped_File& mapped);
+// Unmaps; false (with errno set) when the view could not be unmapped.
+bool unmap_file(Mapped_File& mapped);
+
+}  // namespace vrk::platform

@@ -1,0 +1,61 @@
+// Read-only random access to the input file: one byte or a run at any offset, through a block
+// cache (mode 0), a plain stream (mode 1) or a read-only memory map (mode 2). Every failure is
+// written to the private log and thrown as std::logic_error carrying "[file:line->func] msg\n".
+#pragma once
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "file_operation/File_Block_Cache.h"
+#include "file_operation/File_Memory_Map.h"
+
+namespace vrk {
+
+struct Door_Config {
+    uint64_t cache_block_count = 10;
+    uint64_t block_size_shift = 32;
+    int32_t access_mode = 2;  // 0 block cache, 1 direct stream, 2 memory map
+    bool use_mutex = false;
+};
+
+class File_Anywhere_Door {
+public:
+    File_Anywhere_Door(const std::wstring& path, const Door_Config& config);
+    File_Anywhere_Door(const File_Anywhere_Door&) = delete;
+    File_Anywhere_Door& operator=(const File_Anywhere_Door&) = delete;
+
+    uint8_t get_no_mutex(uint64_t offset);
+    uint8_t get_with_mutex(uint64_t offset);
+    // Byte-wise copy; a failure part-way leaves the bytes copied so far. Null destination logs.
+    void copy_data_to_mem(uint64_t offset, uint64_t length, uint8_t* destination);
+
+    uint64_t file_size() const { return m_file_size; }
+    int32_t state() const { return m_state; }
+    bool uses_mutex() const { return m_use_mutex; }
+
+    // Mode 2 fast path: the whole mapped file, or null in other modes. Readers that take it
+    // must apply the same range rules and failure texts as get_no_mutex (see
+    // throw_out_of_range).
+    const uint8_t* mapped_data() const;
+    // Throws exactly what get_no_mutex throws for an offset past the end.
+    [[noreturn]] void throw_out_of_range(uint64_t offset) const;
+
+private:
+    uint8_t read_unlocked(uint64_t offset, bool with_mutex_texts);
+
+    int32_t m_state = 0;
+    int32_t m_access_mode = 3;
+    std::unique_ptr<File_Block_Cache> m_file_block_cache;
+    std::unique_ptr<File_Memory_Map> m_file_memory_map;
+    std::ifstream m_stream;
+    std::mutex m_door_mutex;
+    bool m_use_mutex = false;
+    std::wstring m_path_wstr;
+    std::string m_path_str;
+    uint64_t m_file_size = 0;
+};
+
+}  // namespace vrk
