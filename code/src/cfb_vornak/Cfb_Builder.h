@@ -2,11 +2,21 @@
 //
 // The default layout (version 3, 512-byte sectors, minor version 0x003E) passes the strict
 // header checks of this library: no table or directory sector is the last sector of the file
-// and every count and first-sector field is below the highest whole sector id, so a
-// default-built file checks as sound. Streams under the mini stream cutoff (4096) live in
-// 64-byte mini sectors inside the root's short-stream container; DISAT sectors appear once
-// the SAT needs more than 109 sectors; the directory's sibling links form a valid red-black
-// tree unless `sibling_chain` asks for one long chain.
+// and every count and first-sector field is below the highest whole sector id
+// (((file size - 512) >> 9) - 1), so a default-built file checks as sound. Free padding sectors
+// (FREESECT in the SAT) are added at the end where needed; an empty root still makes a file of
+// three sectors. Sector order: SAT, DISAT, MiniSAT, directory, short-stream container, then each
+// large stream; every table and stream is one contiguous run of sectors, chained in the SAT.
+// Streams under the mini stream cutoff (4096) live in 64-byte mini sectors inside the root's
+// short-stream container; empty streams start at ENDOFCHAIN; DISAT sectors appear once the SAT
+// needs more than 109 sectors; the directory's sibling links form a valid red-black tree unless
+// `sibling_chain` asks for one long chain. Each storage's children get consecutive directory
+// ids in name order, the root is id 0. Clsid, state bits and times are copied from the items,
+// the root's included.
+//
+// Both functions throw std::invalid_argument for a tree that cannot be written: a name longer
+// than 31 UTF-16 units, two children of one storage with the same name (compared as the format
+// orders names), a stream of 4 GiB or more, a major version other than 3 or 4.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +33,7 @@ struct Builder_Options {
     uint16_t minor_version = 0x003E;
     bool sibling_chain = false;      // each storage's children as one long right-sibling chain
     bool tables_at_end = false;      // directory, MiniSAT, SAT and DISAT after the stream data
-    bool sat_in_last_sector = false; // a SAT sector is the file's last sector
+    bool sat_in_last_sector = false; // a SAT sector is the file's last sector (fails the checks)
 };
 
 // Where the builder put everything, so tests can damage exactly one structure.
@@ -51,7 +61,8 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
                                          const Builder_Options& options = {},
                                          Build_Layout* layout = nullptr);
 
-// Writes the built file to `path`; false when it cannot be written.
+// Writes the built file to `path`, the stream data straight from the items (no second copy of
+// the file in memory); false when the file cannot be opened or written.
 bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
                          const Builder_Options& options = {}, Build_Layout* layout = nullptr);
 
