@@ -15,39 +15,57 @@
 namespace vrk {
 
 struct Door_Config {
-    uint64_t cache_block_count = 10;
-    uint64_t block_size_shift = 32;
-    int32_t access_mode = 2;  // 0 block cache, 1 direct stream, 2 memory map
-    bool use_mutex = false;
+    uint64_t cache_block_count = 10;  // blocks the cache keeps (mode 0)
+    uint64_t block_size_shift = 32;   // block size exponent, taken mod 64 (mode 0)
+    int32_t access_mode = 2;          // 0 block cache, 1 direct stream, 2 memory map
+    bool use_mutex = false;           // reads go through get_with_mutex
 };
 
 class File_Anywhere_Door {
-public:
+  public:
+    // A missing file, a file that does not open and a mode whose backing cannot be built are
+    // failures. An unknown mode leaves the door in state 1 silently; every read then fails.
     File_Anywhere_Door(const std::wstring& path, const Door_Config& config);
     File_Anywhere_Door(const File_Anywhere_Door&) = delete;
     File_Anywhere_Door& operator=(const File_Anywhere_Door&) = delete;
 
+    // The byte at `offset`. A door not in state 2, or an offset past the end, is a failure
+    // (a file of size 0 accepts every offset in modes 0 and 1 and reads 0).
     uint8_t get_no_mutex(uint64_t offset);
+    // As get_no_mutex, with its own failure texts; modes 0 and 1 hold the door's mutex.
     uint8_t get_with_mutex(uint64_t offset);
     // Byte-wise copy; a failure part-way leaves the bytes copied so far. Null destination logs.
     void copy_data_to_mem(uint64_t offset, uint64_t length, uint8_t* destination);
 
     uint64_t file_size() const { return m_file_size; }
     int32_t state() const { return m_state; }
+    int32_t access_mode() const { return m_access_mode; }
     bool uses_mutex() const { return m_use_mutex; }
+    const std::wstring& path() const { return m_path_wstr; }
 
-    // Mode 2 fast path: the whole mapped file, or null in other modes. Readers that take it
-    // must apply the same range rules and failure texts as get_no_mutex (see
-    // throw_out_of_range).
+    // Mode 2 fast path: the whole mapped file (file_size() bytes), or null in other modes.
+    // Readers that take it must apply the same range rules and failure texts as get_no_mutex
+    // (see throw_out_of_range).
     const uint8_t* mapped_data() const;
     // Throws exactly what get_no_mutex throws for an offset past the end.
     [[noreturn]] void throw_out_of_range(uint64_t offset) const;
 
-private:
-    uint8_t read_unlocked(uint64_t offset, bool with_mutex_texts);
+    // Where a read failure is reported: the reading function and its line numbers.
+    struct Read_Site {
+        const char* function;
+        int state_log_line;
+        int state_throw_line;
+        int range_log_line;
+        int range_throw_line;
+    };
 
-    int32_t m_state = 0;
-    int32_t m_access_mode = 3;
+  private:
+    void check_readable(uint64_t offset, const Read_Site& site) const;
+    uint8_t read_checked(uint64_t offset, const Read_Site& site);
+    uint8_t read_stream_byte(uint64_t offset);
+
+    int32_t m_state = 0;        // 0 constructing, 1 failed, 2 fine
+    int32_t m_access_mode = 3;  // 3 until taken from the configuration
     std::unique_ptr<File_Block_Cache> m_file_block_cache;
     std::unique_ptr<File_Memory_Map> m_file_memory_map;
     std::ifstream m_stream;
