@@ -86,6 +86,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
             // Every in-range offset must lie inside the view, even if the file shrank between
             // measuring and mapping.
             m_file_size = std::min(m_file_size, m_file_memory_map->mapped_size());
+            m_mapped = m_file_memory_map->data();
             break;
         default:
             m_state = 1;
@@ -94,11 +95,11 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
     m_state = 2;
 }
 
-uint8_t File_Anywhere_Door::get_no_mutex(uint64_t offset) {
+uint8_t File_Anywhere_Door::get_no_mutex_checked(uint64_t offset) {
     return read_checked(offset, kNoMutexSite);
 }
 
-uint8_t File_Anywhere_Door::get_with_mutex(uint64_t offset) {
+uint8_t File_Anywhere_Door::get_with_mutex_checked(uint64_t offset) {
     // The mapped view never changes, so mode 2 needs no lock; it is range-checked all the same.
     if (m_access_mode == 2) {
         return read_checked(offset, kWithMutexSite);
@@ -121,7 +122,7 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
         // of the file is copied, then the first offset past the end fails.
         const uint64_t in_file = offset < m_file_size ? std::min(length, m_file_size - offset) : 0;
         if (in_file > 0) {
-            std::memcpy(destination, m_file_memory_map->data() + offset, in_file);
+            std::memcpy(destination, m_mapped + offset, in_file);
         }
         if (in_file < length) {
             throw_out_of_range_at(offset + in_file, site);
@@ -131,10 +132,6 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
     for (uint64_t i = 0; i < length; ++i) {
         destination[i] = m_use_mutex ? get_with_mutex(offset + i) : get_no_mutex(offset + i);
     }
-}
-
-const uint8_t* File_Anywhere_Door::mapped_data() const {
-    return m_file_memory_map ? m_file_memory_map->data() : nullptr;
 }
 
 void File_Anywhere_Door::throw_out_of_range(uint64_t offset) const {
@@ -163,7 +160,7 @@ uint8_t File_Anywhere_Door::read_checked(uint64_t offset, const Read_Site& site)
             return read_stream_byte(offset);
         case 2:
             // In range: offset < file_size <= the mapped size (checked above and at mapping).
-            return m_file_memory_map->data()[offset];
+            return m_mapped != nullptr ? m_mapped[offset] : 0;
         default:
             return 0;
     }

@@ -31,9 +31,20 @@ class File_Anywhere_Door {
 
     // The byte at `offset`. A door not in state 2, or an offset past the end, is a failure
     // (a file of size 0 accepts every offset in modes 0 and 1 and reads 0).
-    uint8_t get_no_mutex(uint64_t offset);
+    uint8_t get_no_mutex(uint64_t offset) {
+        // Mode 2 within the file: one compare and one load.
+        if (m_mapped != nullptr && offset < m_file_size) {
+            return m_mapped[offset];
+        }
+        return get_no_mutex_checked(offset);
+    }
     // As get_no_mutex, with its own failure texts; modes 0 and 1 hold the door's mutex.
-    uint8_t get_with_mutex(uint64_t offset);
+    uint8_t get_with_mutex(uint64_t offset) {
+        if (m_mapped != nullptr && offset < m_file_size) {
+            return m_mapped[offset];
+        }
+        return get_with_mutex_checked(offset);
+    }
     // Byte-wise copy; a failure part-way leaves the bytes copied so far. Null destination logs.
     void copy_data_to_mem(uint64_t offset, uint64_t length, uint8_t* destination);
 
@@ -46,7 +57,7 @@ class File_Anywhere_Door {
     // Mode 2 fast path: the whole mapped file (file_size() bytes), or null in other modes.
     // Readers that take it must apply the same range rules and failure texts as get_no_mutex
     // (see throw_out_of_range).
-    const uint8_t* mapped_data() const;
+    const uint8_t* mapped_data() const { return m_mapped; }
     // Throws exactly what get_no_mutex throws for an offset past the end.
     [[noreturn]] void throw_out_of_range(uint64_t offset) const;
 
@@ -60,6 +71,8 @@ class File_Anywhere_Door {
     };
 
   private:
+    uint8_t get_no_mutex_checked(uint64_t offset);
+    uint8_t get_with_mutex_checked(uint64_t offset);
     void check_readable(uint64_t offset, const Read_Site& site) const;
     uint8_t read_checked(uint64_t offset, const Read_Site& site);
     uint8_t read_stream_byte(uint64_t offset);
@@ -74,6 +87,8 @@ class File_Anywhere_Door {
     std::wstring m_path_wstr;
     std::string m_path_str;
     uint64_t m_file_size = 0;
+    // The mapped bytes once a mode-2 door is fine; null otherwise.
+    const uint8_t* m_mapped = nullptr;
 };
 
 }  // namespace vrk
