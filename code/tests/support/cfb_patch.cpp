@@ -1,0 +1,138 @@
+#include "support/cfb_patch.h"
+
+#include <algorithm>
+#include <fstream>
+#include <stdexcept>
+
+#include "common/byte_order.h"
+#include "common/platform.h"
+
+namespace vrk::test {
+
+namespace {
+
+void require_range(const std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len,
+                   const char* what) {
+    if (!range_inside(offset, len, bytes.size())) {
+        throw std::out_of_range(std::string(what) + ": " + std::to_string(len) + " bytes at " +
+                                std::to_string(offset) + " leave a buffer of " +
+                                std::to_string(bytes.size()) + " bytes");
+    }
+}
+
+uint64_t sector_offset(const Build_Layout& layout, sid_t sid) {
+    return layout.file_offset_of(sid);
+}
+
+}  // namespace
+
+void patch_u8(std::vector<uint8_t>& bytes, uint64_t offset, uint8_t value) {
+    require_range(bytes, offset, 1, __func__);
+    bytes[offset] = value;
+}
+
+void patch_u16(std::vector<uint8_t>& bytes, uint64_t offset, uint16_t value) {
+    require_range(bytes, offset, 2, __func__);
+    write_u16_le(bytes.data() + offset, value);
+}
+
+void patch_u32(std::vector<uint8_t>& bytes, uint64_t offset, uint32_t value) {
+    require_range(bytes, offset, 4, __func__);
+    write_u32_le(bytes.data() + offset, value);
+}
+
+void patch_bytes(std::vector<uint8_t>& bytes, uint64_t offset, const std::vector<uint8_t>& value) {
+    require_range(bytes, offset, value.size(), __func__);
+    std::copy(value.begin(), value.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+void zero_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len) {
+    fill_range(bytes, offset, len, 0);
+}
+
+void fill_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len, uint8_t value) {
+    require_range(bytes, offset, len, __func__);
+    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), len, value);
+}
+
+void truncate(std::vector<uint8_t>& bytes, uint64_t n) {
+    require_range(bytes, 0, n, __func__);
+    bytes.resize(static_cast<std::size_t>(n));
+}
+
+uint32_t get_u32(const std::vector<uint8_t>& bytes, uint64_t offset) {
+    require_range(bytes, offset, 4, __func__);
+    return read_u32_le(bytes.data() + offset);
+}
+
+bool write_bytes_to_file(const std::wstring& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(platform::to_path(path), std::ios::binary | std::ios::trunc);
+    if (!out) return false;
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    return static_cast<bool>(out);
+}
+
+void fill_random(uint8_t* data, std::size_t n, uint64_t seed) {
+    uint64_t state = seed;
+    std::size_t i = 0;
+    while (i < n) {
+        state += 0x9E3779B97F4A7C15ull;
+        uint64_t z = state;
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        z ^= z >> 31;
+        for (int b = 0; b < 8 && i < n; ++b, ++i) data[i] = static_cast<uint8_t>(z >> (8 * b));
+    }
+}
+
+std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed) {
+    std::vector<uint8_t> bytes(n);
+    fill_random(bytes.data(), n, seed);
+    return bytes;
+}
+
+uint64_t header_disat_offset(uint32_t i) {
+    if (i >= 109) throw std::out_of_range("header_disat_offset: the header holds 109 entries");
+    return offsets::kHeaderDisat + 4ull * i;
+}
+
+uint64_t sat_entry_offset(const Build_Layout& layout, sid_t sid) {
+    const uint32_t per_sector = layout.sector_size / 4;
+    if (sid / per_sector >= layout.sat_sids.size()) {
+        throw std::out_of_range("sat_entry_offset: sector " + std::to_string(sid) +
+                                " is beyond the SAT");
+    }
+    return sector_offset(layout, layout.sat_sids[sid / per_sector]) + 4ull * (sid % per_sector);
+}
+
+uint64_t minisat_entry_offset(const Build_Layout& layout, sid_t mini_sid) {
+    const uint32_t per_sector = layout.sector_size / 4;
+    if (mini_sid / per_sector >= layout.minisat_sids.size()) {
+        throw std::out_of_range("minisat_entry_offset: mini sector " + std::to_string(mini_sid) +
+                                " is beyond the MiniSAT");
+    }
+    return sector_offset(layout, layout.minisat_sids[mini_sid / per_sector]) +
+           4ull * (mini_sid % per_sector);
+}
+
+uint64_t directory_entry_offset(const Build_Layout& layout, uint32_t did) {
+    const uint32_t per_sector = layout.sector_size / 128;
+    if (did / per_sector >= layout.directory_sids.size()) {
+        throw std::out_of_range("directory_entry_offset: entry " + std::to_string(did) +
+                                " is beyond the directory");
+    }
+    return sector_offset(layout, layout.directory_sids[did / per_sector]) +
+           128ull * (did % per_sector);
+}
+
+const Build_Layout::Stream_Place& stream_place(const Build_Layout& layout,
+                                               const std::u16string& path) {
+    for (const auto& place : layout.streams) {
+        if (place.path == path) return place;
+    }
+    throw std::out_of_range("stream_place: no stream with that path");
+}
+
+}  // namespace vrk::test

@@ -1,0 +1,279 @@
+#include "support/sample_shapes.h"
+
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+#include "common/platform.h"
+#include "support/cfb_patch.h"
+#include "support/sha256.h"
+
+namespace vrk::test {
+
+namespace {
+
+// Each stream gets its own seed, so equal sizes still have different contents.
+std::vector<uint8_t> data(std::size_t size, uint64_t& seed) {
+    return random_bytes(size, ++seed);
+}
+
+void stream_sizes_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 100;
+    for (const std::size_t size : {0, 63, 64, 4095, 4096, 4097}) {
+        const std::string name = "Size" + std::to_string(size);
+        root.add_stream(std::u16string(name.begin(), name.end()), data(size, seed));
+    }
+    root.add_stream(u"ThreeMiB", data(3u << 20, seed));
+    root.add_storage(u"Box").add_stream(u"Inner4097", data(4097, seed));
+}
+
+void nested_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 200;
+    root.add_stream(u"Top", data(700, seed));
+    Cfb_Fs_Item_DirNode* level = &root;
+    for (int depth = 1; depth <= 4; ++depth) {
+        const std::string name = "Level" + std::to_string(depth);
+        level = &level->add_storage(std::u16string(name.begin(), name.end()));
+        level->add_stream(u"Small", data(100 * depth, seed));
+        level->add_stream(u"Large", data(5000 * depth, seed));
+    }
+    root.add_storage(u"Empty");
+    root.add_storage(u"Level1b").add_storage(u"Deeper").add_stream(u"Leaf", data(1, seed));
+}
+
+void unicode_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 300;
+    root.add_stream(u"文档", data(1000, seed));
+    root.add_stream(u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcde", data(31, seed));
+    root.add_stream(u"b", data(10, seed));
+    root.add_stream(u"A", data(11, seed));
+    root.add_stream(u"aa", data(12, seed));
+    root.add_stream(u"Zz", data(13, seed));
+    root.add_stream(u"\u0001CompObj", data(5000, seed));
+    Cfb_Fs_Item_DirNode& box = root.add_storage(u"中文存储");
+    box.add_stream(u"工作表数据", data(4500, seed));
+    box.add_stream(u"Écrit", data(20, seed));
+}
+
+void many_streams_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 400;
+    for (int i = 0; i < 300; ++i) {
+        std::string name = std::to_string(i);
+        name = "Stream" + std::string(4 - name.size(), '0') + name;
+        root.add_stream(std::u16string(name.begin(), name.end()), data((i * 131) % 6000, seed));
+    }
+}
+
+void disat_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 500;
+    root.add_stream(u"Big", data(8u << 20, seed));
+    root.add_stream(u"Small", data(200, seed));
+}
+
+void item_fields_tree(Cfb_Fs_Item_DirNode& root) {
+    uint64_t seed = 600;
+    auto mark = [](Cfb_Fs_Item_AbstractNode& node, uint8_t base) {
+        for (std::size_t i = 0; i < node.clsid.size(); ++i) node.clsid[i] = base + i;
+        for (std::size_t i = 0; i < node.state_bits.size(); ++i) node.state_bits[i] = base ^ i;
+        for (std::size_t i = 0; i < 8; ++i) {
+            node.creation_time[i] = base + 0x20 + i;
+            node.modified_time[i] = base + 0x40 + i;
+        }
+    };
+    mark(root, 0x10);
+    Cfb_Fs_Item_DirNode& box = root.add_storage(u"Box");
+    mark(box, 0x60);
+    mark(box.add_stream(u"Inside", data(300, seed)), 0x90);
+    mark(root.add_stream(u"Outside", data(5000, seed)), 0xA0);
+}
+
+// Several shapes at once, to cover how options interact with the layout.
+void mixed_tree(Cfb_Fs_Item_DirNode& root) {
+    nested_tree(root.add_storage(u"Nested"));
+    stream_sizes_tree(root.add_storage(u"Sizes"));
+    unicode_tree(root.add_storage(u"Names"));
+}
+
+struct Recipe {
+    std::function<void(Cfb_Fs_Item_DirNode&)> fill;
+    Builder_Options options;
+};
+
+const std::vector<std::pair<std::string, Recipe>>& recipes() {
+    static const std::vector<std::pair<std::string, Recipe>> all = [] {
+        std::vector<std::pair<std::string, Recipe>> r;
+        r.push_back({"empty_root", {[](Cfb_Fs_Item_DirNode&) {}, {}}});
+        r.push_back({"nested_storages", {nested_tree, {}}});
+        r.push_back({"unicode_names", {unicode_tree, {}}});
+        r.push_back({"stream_sizes", {stream_sizes_tree, {}}});
+        r.push_back({"many_streams", {many_streams_tree, {}}});
+        r.push_back({"disat", {disat_tree, {}}});
+        r.push_back({"item_fields", {item_fields_tree, {}}});
+        Builder_Options v4;
+        v4.major_version = 4;
+        r.push_back({"version4", {stream_sizes_tree, v4}});
+        Builder_Options minor;
+        minor.minor_version = 0x003B;
+        r.push_back({"minor_3b", {nested_tree, minor}});
+        Builder_Options chain;
+        chain.sibling_chain = true;
+        r.push_back({"sibling_chain", {mixed_tree, chain}});
+        Builder_Options at_end;
+        at_end.tables_at_end = true;
+        r.push_back({"tables_at_end", {mixed_tree, at_end}});
+        Builder_Options sat_last;
+        sat_last.sat_in_last_sector = true;
+        r.push_back({"sat_in_last_sector", {mixed_tree, sat_last}});
+        Builder_Options every;
+        every.sibling_chain = true;
+        every.tables_at_end = true;
+        every.sat_in_last_sector = true;
+        r.push_back({"all_options", {mixed_tree, every}});
+        return r;
+    }();
+    return all;
+}
+
+void collect(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix,
+             std::vector<Expected_Stream>& streams, std::vector<std::u16string>& storages) {
+    for (const auto& child : storage.children) {
+        const std::u16string path = prefix + child->name;
+        if (child->is_dir()) {
+            storages.push_back(path);
+            collect(static_cast<const Cfb_Fs_Item_DirNode&>(*child), path + u"/", streams,
+                    storages);
+        } else {
+            streams.push_back({path, static_cast<const Cfb_Fs_Item_FileNode*>(child.get())});
+        }
+    }
+}
+
+std::string json_string(const std::string& utf8) {
+    std::string out = "\"";
+    for (const char c : utf8) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            static const char kHex[] = "0123456789abcdef";
+            out += "\\u00";
+            out += kHex[u >> 4];
+            out += kHex[u & 0xF];
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+// A path "A/B" as the JSON list ["A","B"].
+std::string json_path(const std::u16string& path) {
+    std::string out = "[";
+    std::size_t begin = 0;
+    for (;;) {
+        const std::size_t slash = path.find(u'/', begin);
+        out += json_string(utf16_to_utf8(path.substr(begin, slash - begin)));
+        if (slash == std::u16string::npos) break;
+        out += ",";
+        begin = slash + 1;
+    }
+    return out + "]";
+}
+
+}  // namespace
+
+std::vector<std::string> sample_shape_names() {
+    std::vector<std::string> names;
+    for (const auto& recipe : recipes()) names.push_back(recipe.first);
+    return names;
+}
+
+Sample_Shape make_sample_shape(const std::string& name) {
+    for (const auto& [recipe_name, recipe] : recipes()) {
+        if (recipe_name != name) continue;
+        Sample_Shape shape;
+        shape.name = name;
+        shape.options = recipe.options;
+        shape.root = std::make_unique<Cfb_Fs_Item_DirNode>();
+        shape.root->name = u"Root Entry";
+        recipe.fill(*shape.root);
+        collect_expected(*shape.root, shape.streams, shape.storages);
+        return shape;
+    }
+    throw std::invalid_argument("make_sample_shape: no shape named " + name);
+}
+
+void collect_expected(const Cfb_Fs_Item_DirNode& root, std::vector<Expected_Stream>& streams,
+                      std::vector<std::u16string>& storages) {
+    streams.clear();
+    storages.clear();
+    collect(root, u"", streams, storages);
+}
+
+std::string utf16_to_utf8(const std::u16string& units) {
+    std::string out;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        uint32_t c = units[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units.size() && units[i + 1] >= 0xDC00 &&
+            units[i + 1] <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (units[i + 1] - 0xDC00);
+            ++i;
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            c = 0xFFFD;
+        }
+        if (c < 0x80) {
+            out += static_cast<char>(c);
+        } else if (c < 0x800) {
+            out += static_cast<char>(0xC0 | (c >> 6));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            out += static_cast<char>(0xE0 | (c >> 12));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        } else {
+            out += static_cast<char>(0xF0 | (c >> 18));
+            out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+            out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+            out += static_cast<char>(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
+std::string manifest_json(const Sample_Shape& shape) {
+    std::string out = "{\n  \"file\": " + json_string(shape.name + ".cfb") +
+                      ",\n  \"major_version\": " + std::to_string(shape.options.major_version) +
+                      ",\n  \"streams\": [";
+    for (std::size_t i = 0; i < shape.streams.size(); ++i) {
+        const auto& bytes = shape.streams[i].node->data;
+        out += i == 0 ? "\n    " : ",\n    ";
+        out += "{\"path\": " + json_path(shape.streams[i].path) +
+               ", \"size\": " + std::to_string(bytes.size()) + ", \"sha256\": \"" +
+               sha256_hex(bytes.data(), bytes.size()) + "\"}";
+    }
+    out += "\n  ],\n  \"storages\": [";
+    for (std::size_t i = 0; i < shape.storages.size(); ++i) {
+        out += i == 0 ? "\n    " : ",\n    ";
+        out += json_path(shape.storages[i]);
+    }
+    return out + "\n  ]\n}\n";
+}
+
+bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, std::string& error) {
+    const std::wstring base = folder + platform::kSeparator +
+                              std::wstring(shape.name.begin(), shape.name.end()) + L".cfb";
+    if (!write_compound_file(base, *shape.root, shape.options)) {
+        error = "cannot write " + platform::to_utf8(base);
+        return false;
+    }
+    const std::string manifest = manifest_json(shape);
+    if (!write_bytes_to_file(base + L".json",
+                             std::vector<uint8_t>(manifest.begin(), manifest.end()))) {
+        error = "cannot write " + platform::to_utf8(base) + ".json";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace vrk::test
