@@ -17,6 +17,7 @@ inline constexpr Error_Code kGeneralFailed = 1;
 inline constexpr Error_Code kInternalError = 2;
 inline constexpr Error_Code kInvalidPointer = 3;
 inline constexpr Error_Code kInvalidArgument = 4;
+inline constexpr Error_Code kNotImplemented = 5;
 inline constexpr Error_Code kOutOfMemory = 6;
 inline constexpr Error_Code kObjectNotInit = 10;
 inline constexpr Error_Code kObjectInitFailed = 11;

@@ -47,6 +47,9 @@ bool temp_directory(std::wstring& folder, std::string& error_text);
 // The platform's 32-bit id of the calling thread (GetCurrentThreadId, or the kernel tid).
 uint32_t current_thread_id();
 
+// The id of this process.
+uint32_t current_process_id();
+
 // The C library's text for the current errno.
 std::string errno_text();
 

@@ -1,0 +1,70 @@
+#include "common/error_store.h"
+
+#include <utility>
+
+#include "common/platform.h"
+
+namespace vrk {
+
+namespace {
+
+// A thread's history reaching this size loses its oldest kTrimCount records.
+constexpr std::size_t kTrimAt = 2000;
+constexpr std::size_t kTrimCount = 1000;
+
+}  // namespace
+
+Error_Store& get_error_store() {
+    static Error_Store store;
+    return store;
+}
+
+void push_error(Error_Store& store, Error_Code code, std::string&& occur_file, int32_t line) {
+    std::lock_guard<std::mutex> lock(store.mutex);
+    // An unknown code leaves the shared current record's code and text as the previous push
+    // (of any thread) set them, so an unknown code never reaches a record.
+    const char* text = nullptr;
+    if (find_error_code_exact(code, &text)) {
+        store.current.code = code;
+        store.current.text = text;
+    }
+    store.current.occur_file = std::move(occur_file);
+    occur_file.clear();
+    store.current.line = std::to_string(line);
+    auto& records = store.by_thread[platform::current_thread_id()];
+    records.push_back(store.current);
+    if (records.size() >= kTrimAt) {
+        records.erase(records.begin(), records.begin() + kTrimCount);
+    }
+}
+
+Error_Record last_error(Error_Store& store) {
+    std::lock_guard<std::mutex> lock(store.mutex);
+    const auto& records = store.by_thread[platform::current_thread_id()];
+    if (records.empty()) return Error_Record{};
+    return records.back();
+}
+
+Error_Code last_error_code(Error_Store& store) {
+    return last_error(store).code;
+}
+
+void dump_all_error_info(Error_Store& store, std::ostream& out) {
+    if (!out.good()) return;
+    std::lock_guard<std::mutex> lock(store.mutex);
+    out << "dump_all_error_info begin -----------------------\n";
+    for (const auto& [thread_id, records] : store.by_thread) {
+        out << "std::thread::id :[" << thread_id << "] errors:\n";
+        std::size_t index = 0;
+        for (const auto& record : records) {
+            out << "err_index:[" << index++ << "] \n"
+                << "err_no:[" << record.code << "] \n"
+                << "err_info:[" << (record.text != nullptr ? record.text : "") << "] \n"
+                << "occur_file:[" << record.occur_file << "] \n"
+                << "err_line:[" << record.line << "] \n";
+        }
+    }
+    out << "dump_all_error_info   end -----------------------\n";
+}
+
+}  // namespace vrk
