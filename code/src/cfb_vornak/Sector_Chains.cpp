@@ -1,0 +1,106 @@
+#include "cfb_vornak/Sector_Chains.h"
+
+#include <algorithm>
+
+namespace vrk {
+namespace {
+
+// One bit per table index; ids at or past the table are never marked.
+class Id_Bitmap {
+public:
+    explicit Id_Bitmap(std::size_t size) : m_words((size + 63) / 64, 0) {}
+    void set(std::size_t id) { m_words[id / 64] |= uint64_t{1} << (id % 64); }
+    [[nodiscard]] bool test(std::size_t id) const {
+        return ((m_words[id / 64] >> (id % 64)) & 1u) != 0;
+    }
+
+private:
+    std::vector<uint64_t> m_words;
+};
+
+}  // namespace
+
+std::vector<sids_list> extract_sector_chains(const sids_array& table,
+                                             const std::function<void(Chain_Event)>& on_event) {
+    std::vector<sids_list> chains;
+    const std::size_t size = table.size();
+    if (size == 0) {
+        return chains;
+    }
+
+    // A head is an id that no entry names as its successor.
+    Id_Bitmap linked(size);
+    for (const sid_t value : table) {
+        if (value < size) {
+            linked.set(value);
+        }
+    }
+
+    // Each head's walk has its own visited set: ids stamped with the walk's generation.
+    std::vector<uint32_t> visited(size, 0);
+    uint32_t generation = 0;
+    for (std::size_t head = 0; head < size; ++head) {
+        if (linked.test(head)) {
+            continue;
+        }
+        if (++generation == 0) {
+            std::fill(visited.begin(), visited.end(), 0);
+            generation = 1;
+        }
+        sids_list chain;
+        sid_t cur = static_cast<sid_t>(head);
+        bool ended = false;
+        while (!ended && chain.size() <= kMaxExtractedChainIds) {
+            chain.push_back(cur);
+            if (is_special(cur) || cur >= size) {
+                chains.push_back(std::move(chain));
+                ended = true;
+                continue;
+            }
+            visited[cur] = generation;
+            const sid_t next = table[cur];
+            if (is_special(next)) {
+                chain.push_back(next);
+                chains.push_back(std::move(chain));
+                ended = true;
+            } else if (next < size && visited[next] == generation) {
+                on_event(Chain_Event::ring);
+                ended = true;
+            } else {
+                cur = next;
+            }
+        }
+        if (!ended) {
+            on_event(Chain_Event::too_long);
+            break;
+        }
+    }
+    return chains;
+}
+
+sids_list walk_sector_chain(const sids_array& table, sid_t start) {
+    const std::size_t size = table.size();
+    sids_list chain{start};
+    // Only ids inside the table can be looked up again, so only they need marking; an id at
+    // or past the table ends the walk at the next step.
+    Id_Bitmap visited(size);
+    if (start < size) {
+        visited.set(start);
+    }
+    sid_t cur = start;
+    for (uint32_t steps = 0; steps < kMaxChainWalkSteps && cur < size; ++steps) {
+        const sid_t next = table[cur];
+        if (next == ENDOFCHAIN || (next < size && visited.test(next))) {
+            break;
+        }
+        chain.push_back(next);
+        if (next < size) {
+            visited.set(next);
+        }
+        cur = next;
+    }
+    chain.push_back(ENDOFCHAIN);
+    return chain;
+}
+
+}  // namespace vrk

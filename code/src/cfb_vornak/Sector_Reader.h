@@ -1,0 +1,32 @@
+// Reads of the table and directory readers. A byte-wise read through the door would check
+// every byte; here a whole entry is checked once and loaded straight from the mapped view.
+// The results and the failure are those of the byte-wise reads: a read that runs past the end
+// of the file fails with the door's out-of-range failure naming the first byte past the end.
+#pragma once
+
+#include <cstdint>
+
+#include "file_operation/File_Anywhere_Door.h"
+
+namespace vrk {
+
+class Sector_Reader {
+public:
+    explicit Sector_Reader(File_Anywhere_Door& door);
+
+    // The little-endian 32-bit entry at `offset`.
+    [[nodiscard]] uint32_t u32(uint64_t offset) const;
+    // How many of the `length` bytes from `offset` lie inside the file.
+    [[nodiscard]] uint64_t available(uint64_t offset, uint64_t length) const;
+    // Copies `length` bytes that the caller knows to lie inside the file.
+    void copy_inside(uint64_t offset, uint64_t length, uint8_t* destination) const;
+    // Fails as the byte-wise read of a run starting at `offset` would.
+    [[noreturn]] void fail_past_end(uint64_t offset) const;
+
+private:
+    File_Anywhere_Door& m_door;
+    const uint8_t* m_data;  // the mapped file, or null when the door has no map
+    uint64_t m_size;
+};
+
+}  // namespace vrk
