@@ -1,5 +1,6 @@
 #include "cfb_vornak/Cfb_File.h"
 
+#include "cfb_vornak/Cfb_Directory_Tree.h"
 #include "common/byte_order.h"
 
 namespace vrk {
@@ -68,6 +69,8 @@ Cfb_File::Cfb_File(const File_Description& input, const File_Description& output
     parse_sat_form_disat();
     parse_minisat();
     parse_directory_entrys();
+    cfb_directory_tree = std::make_unique<Cfb_Directory_Tree>();
+    cfb_directory_tree->build_cfb_directory_tree(directory_entrys);
 
     Directory_Entry root;
     for (const Directory_Entry& entry : directory_entrys) {

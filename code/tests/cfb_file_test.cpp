@@ -1,0 +1,210 @@
+#include "cfb_vornak/Cfb_File.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "cfb_vornak/Cfb_Builder.h"
+#include "common/byte_order.h"
+#include "common/platform.h"
+#include "support/parse_samples.h"
+
+namespace vrk {
+namespace {
+
+using test::Raw_Cfb;
+using test::write_sample;
+
+TEST(CfbFileConstruction, FileUnder1024BytesIsNotParsed) {
+    std::vector<uint8_t> bytes = Raw_Cfb(1).bytes;
+    bytes.resize(1023);
+    const File_Description in = write_sample("short.cfb", bytes);
+
+    Cfb_File light(in);
+    EXPECT_EQ(light.object_state, 1u);
+    EXPECT_EQ(light.file_size, 1023u);
+    EXPECT_EQ(light.max_sid, 0u);
+    EXPECT_EQ(light.standard_header.magic, 0u);
+    EXPECT_EQ(light.standard_header.mini_stream_cutoff_size, 0u);
+
+    Cfb_File full(in, File_Description{});
+    EXPECT_EQ(full.object_state, 1u);
+    EXPECT_EQ(full.header.magic, 0u);  // not even the header was read
+    EXPECT_TRUE(full.big_sids_array.empty());
+}
+
+TEST(CfbFileConstruction, File1024BytesHasMaxSidZeroAndFailsAtFirstCount) {
+    const File_Description in = write_sample("min.cfb", Raw_Cfb(1).bytes);
+    Cfb_File file(in);
+    EXPECT_EQ(file.object_state, 0u);
+    EXPECT_EQ(file.max_sid, 0u);
+    EXPECT_EQ(file.standard_header.magic, Cfb_Header::kSignature);
+    EXPECT_EQ(file.standard_header.first_minisat_sid, ENDOFCHAIN);
+    EXPECT_EQ(file.standard_header.first_disat_sid, ENDOFCHAIN);
+    EXPECT_EQ(file.standard_header.major_version_value(), 3);
+    EXPECT_EQ(file.standard_header.minor_version_value(), 0x003E);
+    EXPECT_EQ(file.standard_header.endian_value(), 0xFFFE);
+    EXPECT_EQ(file.parse_header(), 0);
+    EXPECT_EQ(file.validate_header(), ec::kNumDirSecs);
+}
+
+TEST(CfbFileConstruction, MaxSidCountsWholeSectorsOnly) {
+    struct Case {
+        uint32_t sectors, tail;
+        uint64_t max_sid;
+    };
+    for (const Case c : {Case{1, 511, 0}, Case{2, 0, 1}, Case{7, 300, 6}}) {
+        Cfb_File file(write_sample("size.cfb", Raw_Cfb(c.sectors, c.tail).bytes));
+        EXPECT_EQ(file.max_sid, c.max_sid) << c.sectors << "+" << c.tail;
+    }
+}
+
+TEST(CfbFileConstruction, MissingFileLeavesByTheDoorsFailure) {
+    File_Description in;
+    in.path_wstr = in.open_path_wstr = platform::widen("no_such_file.cfb");
+    EXPECT_THROW(Cfb_File file(in), std::logic_error);
+}
+
+TEST(CfbFileConstruction, FullConstructorParsesABuiltFile) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"small", std::vector<uint8_t>(1000, 0x11));
+    root.add_storage(u"store").add_stream(u"big", std::vector<uint8_t>(5000, 0x22));
+    Build_Layout layout;
+    const std::vector<uint8_t> bytes = build_compound_file(root, {}, &layout);
+    Cfb_File file(write_sample("built.cfb", bytes), File_Description{});
+
+    EXPECT_EQ(file.object_state, 2u);
+    EXPECT_EQ(file.validate_header(), ec::kSuccess);
+    EXPECT_EQ(file.root_entry.object_type, 5);
+    EXPECT_EQ(file.root_entry.name_units(), u"Root Entry");
+    EXPECT_EQ(file.directory_entrys.size() % 4, 0u);
+    EXPECT_GE(file.directory_entrys.size(), 4u);
+    EXPECT_EQ(file.short_stream_container.size(), file.root_entry.stream_size);
+    ASSERT_FALSE(layout.streams.empty());
+    for (const auto& stream : layout.streams) {
+        if (stream.path == u"small") {
+            ASSERT_TRUE(stream.in_mini);
+            EXPECT_EQ(file.short_stream_container.at(uint64_t{stream.chain.at(0)} * 64), 0x11);
+        }
+    }
+    ASSERT_NE(file.cfb_directory_tree, nullptr);
+}
+
+// A header that passes every check in a file of 16 sectors (max_sid 15).
+class HeaderValidation : public ::testing::Test {
+protected:
+    Error_Code validate() {
+        Cfb_File file(write_sample("header.cfb", image.bytes));
+        file.parse_header();
+        return file.validate_header();
+    }
+    void SetUp() override { image.u32_at(test::kHdrFirstDirSid, 1); }
+    Raw_Cfb image{16};
+};
+
+TEST_F(HeaderValidation, SoundHeaderPasses) {
+    EXPECT_EQ(validate(), ec::kSuccess);
+    image.u32_at(test::kHdrNumSatSecs, 1);
+    image.u32_at(test::kHdrDisat, 0);
+    EXPECT_EQ(validate(), ec::kSuccess);
+}
+
+TEST_F(HeaderValidation, ParseHeaderReadsEveryField) {
+    for (uint64_t i = 8; i < 24; ++i) image.u8_at(i, static_cast<uint8_t>(i));
+    image.u16_at(test::kHdrMiniSectorShift, 7);
+    image.u16_at(34, 0xBEEF);
+    image.u32_at(36, 0x04030201);
+    image.u32_at(test::kHdrNumDirSecs, 2);
+    image.u32_at(test::kHdrNumSatSecs, 3);
+    image.u32_at(test::kHdrFirstDirSid, 4);
+    image.u32_at(52, 0x08070605);
+    image.u32_at(test::kHdrFirstMinisatSid, 5);
+    image.u32_at(test::kHdrNumMinisatSecs, 6);
+    image.u32_at(test::kHdrFirstDisatSid, 7);
+    image.u32_at(test::kHdrNumDisatSecs, 8);
+    Cfb_File file(write_sample("fields.cfb", image.bytes));
+    EXPECT_EQ(file.parse_header(), 0);
+    const Cfb_Header& h = file.header;
+    EXPECT_EQ(h.magic, Cfb_Header::kSignature);
+    EXPECT_EQ(h.file_id[0], 8);
+    EXPECT_EQ(h.file_id[15], 23);
+    EXPECT_EQ(h.minor_version_value(), 0x003E);
+    EXPECT_EQ(h.major_version_value(), 3);
+    EXPECT_EQ(h.endian_value(), 0xFFFE);
+    EXPECT_EQ(h.sector_shift, 9);
+    EXPECT_EQ(h.mini_sector_shift, 7);
+    EXPECT_EQ(h.reserved_word, 0xBEEF);
+    EXPECT_EQ(h.reserved_dword, (std::array<uint8_t, 4>{1, 2, 3, 4}));
+    EXPECT_EQ(h.num_of_dir_secs, 2u);
+    EXPECT_EQ(h.num_of_sat_secs, 3u);
+    EXPECT_EQ(h.first_dir_sid, 4u);
+    EXPECT_EQ(h.transaction_sign_num, (std::array<uint8_t, 4>{5, 6, 7, 8}));
+    EXPECT_EQ(h.mini_stream_cutoff_size, 4096u);
+    EXPECT_EQ(h.first_minisat_sid, 5u);
+    EXPECT_EQ(h.num_of_minisat_secs, 6u);
+    EXPECT_EQ(h.first_disat_sid, 7u);
+    EXPECT_EQ(h.num_of_disat_secs, 8u);
+}
+
+TEST_F(HeaderValidation, EachFieldFailsWithItsOwnCode) {
+    struct Breakage {
+        uint64_t offset;
+        int width;
+        uint32_t value;
+        Error_Code code;
+    };
+    const Breakage cases[] = {
+        {0, 1, 0xD1, ec::kMagic},
+        {test::kHdrMinorVersion, 2, 0x003B, ec::kMinorVersion},
+        {test::kHdrMajorVersion, 2, 4, ec::kMajorVersion},
+        {test::kHdrEndian, 2, 0xFEFF, ec::kEndian},
+        {test::kHdrSectorShift, 2, 12, ec::kSectorShift},
+        {test::kHdrMiniSectorShift, 2, 7, ec::kMiniSectorShift},
+        {test::kHdrNumDirSecs, 4, 15, ec::kNumDirSecs},
+        {test::kHdrNumSatSecs, 4, 15, ec::kNumSatSecs},
+        {test::kHdrFirstDirSid, 4, 15, ec::kFirstDirSid},
+        {test::kHdrFirstDirSid, 4, ENDOFCHAIN, ec::kFirstDirSid},
+        {test::kHdrMiniCutoff, 4, 4095, ec::kMiniCutoff},
+        {test::kHdrFirstDisatSid, 4, 15, ec::kFirstDisatSid},
+        {test::kHdrFirstDisatSid, 4, FREESECT, ec::kFirstDisatSid},
+        {test::kHdrNumDisatSecs, 4, 15, ec::kNumDisatSecs},
+        {test::kHdrDisat + 4 * 108, 4, 15, ec::kHeaderDisatSid},
+        {test::kHdrDisat + 4, 4, ENDOFCHAIN, ec::kHeaderDisatSid},
+    };
+    const std::vector<uint8_t> sound = image.bytes;
+    for (const Breakage& b : cases) {
+        image.bytes = sound;
+        if (b.width == 1) image.u8_at(b.offset, static_cast<uint8_t>(b.value));
+        if (b.width == 2) image.u16_at(b.offset, static_cast<uint16_t>(b.value));
+        if (b.width == 4) image.u32_at(b.offset, b.value);
+        EXPECT_EQ(validate(), b.code) << "offset " << b.offset << " value " << b.value;
+    }
+}
+
+TEST_F(HeaderValidation, BoundsAreStrictOneBelowMaxSidPasses) {
+    for (const uint64_t offset : {test::kHdrNumDirSecs, test::kHdrNumSatSecs, test::kHdrFirstDirSid,
+                                  test::kHdrFirstDisatSid, test::kHdrNumDisatSecs,
+                                  test::kHdrDisat + 4 * 50}) {
+        image.u32_at(offset, 14);
+        EXPECT_EQ(validate(), ec::kSuccess) << offset;
+    }
+}
+
+TEST_F(HeaderValidation, FirstFailingTestDecides) {
+    image.u16_at(test::kHdrMajorVersion, 4);
+    image.u16_at(test::kHdrSectorShift, 12);
+    image.u32_at(test::kHdrDisat, ENDOFCHAIN);
+    EXPECT_EQ(validate(), ec::kMajorVersion);
+    image.u16_at(test::kHdrMinorVersion, 0x0021);
+    EXPECT_EQ(validate(), ec::kMinorVersion);
+}
+
+TEST_F(HeaderValidation, HeaderDisatIsReadFromTheFileNotFromTheMember) {
+    Cfb_File file(write_sample("afresh.cfb", image.bytes));
+    file.parse_header();
+    file.header_disat.fill(ENDOFCHAIN);
+    EXPECT_EQ(file.validate_header(), ec::kSuccess);
+}
+
+}  // namespace
+}  // namespace vrk

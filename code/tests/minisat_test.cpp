@@ -1,0 +1,230 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "cfb_vornak/Cfb_File.h"
+#include "support/parse_samples.h"
+
+namespace vrk {
+namespace {
+
+using test::Raw_Cfb;
+using test::write_sample;
+
+// 8 sectors: SAT in 0, directory in 1 (root entry in slot 0, root stream in 2 -> 3), sectors 2
+// and 3 filled with 0xA2 and 0xA3.
+Raw_Cfb container_image(uint32_t root_size) {
+    Raw_Cfb image(8);
+    image.single_sat(0);
+    image.u32_at(test::kHdrFirstDirSid, 1);
+    image.link(1, ENDOFCHAIN);
+    image.link(2, 3);
+    image.link(3, ENDOFCHAIN);
+    image.directory_entry(1, 0, u"Root Entry", 5, 2, root_size);
+    for (uint64_t i = 0; i < 512; ++i) {
+        image.u8_at(3 * 512 + i, 0xA2);
+        image.u8_at(4 * 512 + i, 0xA3);
+    }
+    return image;
+}
+
+TEST(Minisat, NoFirstSectorMeansNoTableAndNoMessage) {
+    Raw_Cfb image(8);
+    image.u32_at(test::kHdrNumMinisatSecs, 3);
+    test::new_error_lines();
+    Cfb_File file(write_sample("nominisat.cfb", image.bytes), File_Description{});
+    EXPECT_TRUE(file.minisat_sector_dicts.empty());
+    EXPECT_TRUE(file.minisat_big_sids_array.empty());
+    EXPECT_TRUE(file.minisat_sids_lists.empty());
+    EXPECT_TRUE(test::new_error_lines().empty());
+}
+
+TEST(Minisat, SectorsAreTakenAsAContiguousRunNotAlongTheChain) {
+    Raw_Cfb image(48);
+    image.single_sat(0);
+    image.link(10, 40);
+    image.link(40, ENDOFCHAIN);
+    image.fill(10, 1);
+    image.fill(11, 2);
+    image.fill(40, 3);
+    image.u32_at(test::kHdrFirstMinisatSid, 10);
+    image.u32_at(test::kHdrNumMinisatSecs, 2);
+    Cfb_File file(write_sample("run.cfb", image.bytes), File_Description{});
+    ASSERT_EQ(file.minisat_sector_dicts.size(), 2u);
+    EXPECT_EQ(file.minisat_sector_dicts.at(10), sids_array(128, 1));
+    EXPECT_EQ(file.minisat_sector_dicts.at(11), sids_array(128, 2));
+    ASSERT_EQ(file.minisat_big_sids_array.size(), 256u);
+    EXPECT_EQ(file.minisat_big_sids_array[128], 2u);
+}
+
+TEST(Minisat, RunEndsAtTheLastWholeSector) {
+    Raw_Cfb image(8, 200);
+    image.u32_at(test::kHdrFirstMinisatSid, 6);
+    image.u32_at(test::kHdrNumMinisatSecs, 5);
+    Cfb_File file(write_sample("runend.cfb", image.bytes), File_Description{});
+    EXPECT_EQ(file.minisat_sector_dicts.size(), 2u);
+    EXPECT_EQ(file.minisat_big_sids_array.size(), 256u);
+
+    image.u32_at(test::kHdrFirstMinisatSid, 8);
+    Cfb_File past(write_sample("runpast.cfb", image.bytes), File_Description{});
+    EXPECT_TRUE(past.minisat_big_sids_array.empty());
+}
+
+TEST(Minisat, ZeroCountReadsNothing) {
+    Raw_Cfb image(8);
+    image.u32_at(test::kHdrFirstMinisatSid, 2);
+    Cfb_File file(write_sample("zero.cfb", image.bytes), File_Description{});
+    EXPECT_TRUE(file.minisat_big_sids_array.empty());
+    EXPECT_TRUE(file.minisat_sids_lists.empty());
+}
+
+TEST(Minisat, MiniChainsAndTheirRingsAreLoggedFromTheirOwnLines) {
+    Raw_Cfb image(8);
+    image.single_sat(0);
+    image.link(1, 2);  // SAT ring entered from 1
+    image.link(2, 3);
+    image.link(3, 2);
+    image.fill(5, FREESECT);
+    image.entry(5, 0, 1);
+    image.entry(5, 1, ENDOFCHAIN);
+    image.entry(5, 2, 3);  // closed mini ring 2 <-> 3
+    image.entry(5, 3, 2);
+    image.entry(5, 4, 5);  // mini ring 5 <-> 6 entered from 4
+    image.entry(5, 5, 6);
+    image.entry(5, 6, 5);
+    image.u32_at(test::kHdrFirstMinisatSid, 5);
+    image.u32_at(test::kHdrNumMinisatSecs, 1);
+    test::new_error_lines();
+    Cfb_File file(write_sample("minichains.cfb", image.bytes), File_Description{});
+    const std::vector<std::string> errors = test::new_error_lines();
+    ASSERT_EQ(errors.size(), 2u);
+    EXPECT_EQ(test::message_of(errors[0]), "parse_sat_form_disat have ring~");
+    EXPECT_EQ(test::message_of(errors[1]), "parse_sat_form_disat have ring~");
+    EXPECT_EQ(errors[1].rfind("[code/src/cfb_vornak/Cfb_File:", 0), 0u) << errors[1];
+    EXPECT_NE(errors[0], errors[1]);  // same text, other source line
+
+    ASSERT_FALSE(file.minisat_sids_lists.empty());
+    EXPECT_EQ(file.minisat_sids_lists[0], (sids_list{0, 1, ENDOFCHAIN}));
+    EXPECT_EQ(file.minisat_sids_lists[1], (sids_list{7, FREESECT}));
+    EXPECT_EQ(file.minisat_sids_lists.size(), 122u);  // heads 0, 7..127 kept; 4 dropped
+}
+
+TEST(ShortStreamContainer, CopiesWholeSectorsThenTheRest) {
+    Cfb_File file(write_sample("c1000.cfb", container_image(1000).bytes), File_Description{});
+    EXPECT_EQ(file.root_entry.object_type, 5);
+    ASSERT_EQ(file.short_stream_container.size(), 1000u);
+    EXPECT_EQ(file.short_stream_container[511], 0xA2);
+    EXPECT_EQ(file.short_stream_container[512], 0xA3);
+    EXPECT_EQ(file.short_stream_container[999], 0xA3);
+    EXPECT_EQ(file.mini_sector_count, 15u);
+    EXPECT_EQ(file.max_mini_sid(), 14u);
+    EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0u);
+    EXPECT_EQ(file.short_stream_container.size(), 1000u);
+}
+
+TEST(ShortStreamContainer, EmptyStreamGivesEmptyContainer) {
+    Cfb_File file(write_sample("c0.cfb", container_image(0).bytes), File_Description{});
+    EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0u);
+    EXPECT_TRUE(file.short_stream_container.empty());
+    EXPECT_EQ(file.mini_sector_count, 0u);
+    EXPECT_EQ(file.max_mini_sid(), 0u);
+}
+
+TEST(ShortStreamContainer, ChainLongerThanTheStreamStopsAtItsSize) {
+    Cfb_File file(write_sample("c100.cfb", container_image(100).bytes), File_Description{});
+    EXPECT_EQ(file.short_stream_container, std::vector<uint8_t>(100, 0xA2));
+    EXPECT_EQ(file.mini_sector_count, 1u);
+}
+
+TEST(ShortStreamContainer, ShortChainKeepsWhatWasReadAndTheDeclaredCount) {
+    Cfb_File file(write_sample("c4000.cfb", container_image(4000).bytes), File_Description{});
+    EXPECT_EQ(file.short_stream_container.size(), 1024u);
+    EXPECT_EQ(file.mini_sector_count, 62u);
+    EXPECT_EQ(file.max_mini_sid(), 15u);
+}
+
+TEST(ShortStreamContainer, FreeSectorInTheChainEmptiesTheContainer) {
+    Raw_Cfb image = container_image(1000);
+    image.link(3, FREESECT);
+    Cfb_File file(write_sample("cfree.cfb", image.bytes), File_Description{});
+    EXPECT_TRUE(file.short_stream_container.empty());
+    EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0xFFFFFFFFu);
+    EXPECT_EQ(file.mini_sector_count, 0u);
+}
+
+TEST(ShortStreamContainer, OnlyARootEntryWithAUsableStartIsExtracted) {
+    Cfb_File file(write_sample("cnot.cfb", container_image(1000).bytes), File_Description{});
+    Directory_Entry entry = file.root_entry;
+    entry.object_type = 2;
+    EXPECT_EQ(file.extract_cfb_short_stream_container(entry), 0xFFFFFFFFu);
+    entry.object_type = 5;
+    entry.start_sid = ENDOFCHAIN;
+    EXPECT_EQ(file.extract_cfb_short_stream_container(entry), 0xFFFFFFFFu);
+    entry.start_sid = 8;  // max_sid is 7
+    EXPECT_EQ(file.extract_cfb_short_stream_container(entry), 0xFFFFFFFFu);
+    // The earlier container is left as it was by these refusals.
+    EXPECT_EQ(file.short_stream_container.size(), 1000u);
+}
+
+TEST(ShortStreamContainer, NoRootEntryLeavesItEmpty) {
+    Raw_Cfb image = container_image(1000);
+    image.u8_at(2 * 512 + 66, 1);
+    Cfb_File file(write_sample("croot.cfb", image.bytes), File_Description{});
+    EXPECT_EQ(file.root_entry.object_type, 0);
+    EXPECT_TRUE(file.short_stream_container.empty());
+}
+
+TEST(ShortStreamContainer, UsesTheHeadersSectorShiftModulo32) {
+    Raw_Cfb image = container_image(300);
+    image.u16_at(test::kHdrSectorShift, 8);  // 256-byte sectors: sector 2 at 768, 3 at 1024
+    image.u16_at(test::kHdrMiniSectorShift, 38);
+    for (uint64_t i = 0; i < 256; ++i) image.u8_at(768 + i, 0x77);
+    Cfb_File file(write_sample("cshift.cfb", image.bytes), File_Description{});
+    ASSERT_EQ(file.short_stream_container.size(), 300u);
+    EXPECT_EQ(file.short_stream_container[255], 0x77);
+    EXPECT_EQ(file.short_stream_container[256], 'R');  // sector 3 at 1024: the directory
+    EXPECT_EQ(file.mini_sector_count, 300u >> 6);
+    EXPECT_EQ(file.max_mini_sid(), 300u / 64 - 1);
+
+    image = container_image(1000);
+    image.u16_at(test::kHdrSectorShift, 41);
+    Cfb_File wide(write_sample("cshift41.cfb", image.bytes), File_Description{});
+    EXPECT_EQ(wide.short_stream_container.size(), 1000u);
+    EXPECT_EQ(wide.short_stream_container[512], 0xA3);
+}
+
+TEST(ShortStreamContainer, NeverGrowsPastTheFileSize) {
+    Raw_Cfb image = container_image(100000);
+    image.u16_at(test::kHdrSectorShift, 31);  // sector 3 starts at 4 << 31, wrapped to 0
+    image.directory_entry(1, 0, u"Root Entry", 5, 3, 100000);
+    test::new_error_lines();
+    Cfb_File file(write_sample("cwrap.cfb", image.bytes), File_Description{});
+    EXPECT_EQ(file.short_stream_container, image.bytes);
+    EXPECT_EQ(file.mini_sector_count, 100000u >> 6);
+    const std::vector<std::string> errors = test::new_error_lines();
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(test::message_of(errors[0]),
+              "extract_cfb_short_stream_container stopped at sector 3: the container would "
+              "outgrow the file (4608 bytes)");
+}
+
+TEST(ShortStreamContainer, SectorPastTheEndFailsLikeTheDoor) {
+    Raw_Cfb image = container_image(2000);
+    image.u16_at(test::kHdrSectorShift, 10);  // sector 2 at 3072 fits, sector 3 at 4096 does not
+    Cfb_File file(write_sample("cpast.cfb", image.bytes));
+    file.parse_header();
+    file.parse_disat();
+    file.parse_sat_form_disat();
+    file.parse_directory_entrys();
+    try {
+        file.extract_cfb_short_stream_container(file.directory_entrys.at(0));
+        ADD_FAILURE() << "no failure";
+    } catch (const std::logic_error& failure) {
+        EXPECT_NE(std::string(failure.what()).find("the offset [4608]is  out of  range"),
+                  std::string::npos)
+            << failure.what();
+    }
+}
+
+}  // namespace
+}  // namespace vrk

@@ -1,0 +1,228 @@
+// The fast table and directory readers against the literal byte-wise walk, on built files and
+// on randomly damaged ones: the same results, the same error lines, the same failure text.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+#include <stdexcept>
+
+#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Sector_Chains.h"
+#include "support/literal_tables.h"
+#include "support/parse_samples.h"
+
+namespace vrk {
+namespace {
+
+using test::Literal_Parse;
+using test::Raw_Cfb;
+
+struct Fast_Parse {
+    std::vector<std::string> errors;
+    std::string thrown;
+};
+
+// The steps of the full parse after the header, on a light object.
+Fast_Parse fast_parse(Cfb_File& f) {
+    Fast_Parse r;
+    test::new_error_lines();
+    try {
+        f.parse_disat();
+        f.parse_sat_form_disat();
+        f.parse_minisat();
+        f.parse_directory_entrys();
+        Directory_Entry root;
+        for (const Directory_Entry& e : f.directory_entrys) {
+            if (e.object_type == 5) {
+                root = e;
+                break;
+            }
+        }
+        f.extract_cfb_short_stream_container(root);
+    } catch (const std::logic_error& failure) {
+        r.thrown = failure.what();
+    }
+    for (const std::string& line : test::new_error_lines()) r.errors.push_back(test::message_of(line));
+    return r;
+}
+
+// The first difference between the object's results and the literal ones; empty when none.
+std::string difference(const Cfb_File& f, const Literal_Parse& l, bool compare_container_result,
+                       uint32_t container_result) {
+    if (f.header_disat != l.header_disat) return "header_disat";
+    if (f.disat_sids != l.disat_sids) return "disat_sids";
+    if (f.disat_sector_entries != l.disat_sector_entries) return "disat_sector_entries";
+    if (f.sat_sector_dicts != l.sat_sector_dicts) return "sat_sector_dicts";
+    if (f.big_sids_array != l.big_sids_array) return "big_sids_array";
+    if (f.sat_sids_lists != l.sat_sids_lists) return "sat_sids_lists";
+    if (f.minisat_sector_dicts != l.minisat_sector_dicts) return "minisat_sector_dicts";
+    if (f.minisat_big_sids_array != l.minisat_big_sids_array) return "minisat_big_sids_array";
+    if (f.minisat_sids_lists != l.minisat_sids_lists) return "minisat_sids_lists";
+    if (f.directory_entrys_sids_list != l.directory_entrys_sids_list) return "directory chain";
+    if (!test::same_entries(f.directory_entrys, l.directory_entrys)) return "directory_entrys";
+    if (f.directory_entry_layout_dicts.size() != l.directory_entry_layout_dicts.size()) {
+        return "layout size";
+    }
+    for (const auto& [sid, records] : l.directory_entry_layout_dicts) {
+        const auto found = f.directory_entry_layout_dicts.find(sid);
+        if (found == f.directory_entry_layout_dicts.end() ||
+            !test::same_entries(found->second, records)) {
+            return "layout " + std::to_string(sid);
+        }
+    }
+    if (f.short_stream_container != l.short_stream_container) return "container";
+    if (f.mini_sector_count != l.mini_sector_count) return "mini_sector_count";
+    if (compare_container_result && container_result != l.container_result) return "result";
+    return {};
+}
+
+class Random_Image {
+public:
+    explicit Random_Image(uint32_t seed) : m_rng(seed) {}
+
+    uint32_t pick(uint32_t low, uint32_t high) {
+        return std::uniform_int_distribution<uint32_t>(low, high)(m_rng);
+    }
+
+    // A sector id as damaged tables hold them: mostly ids inside the file, some markers, now
+    // and then an id past the end (at `bad_per_mille`).
+    sid_t sid(uint32_t sectors, uint32_t bad_per_mille) {
+        const uint32_t roll = pick(0, 999);
+        if (roll < bad_per_mille) {
+            return pick(0, 1) != 0 ? pick(sectors, sectors + 3) : pick(0, 0xFFFFFFFFu);
+        }
+        if (roll < 700) return pick(0, sectors - 1);
+        if (roll < 900) return 0xFFFFFFFCu + pick(0, 3);
+        if (roll < 920) return 0xFFFFFFFBu;
+        return pick(sectors, 300);
+    }
+
+    std::vector<uint8_t> raw_image() {
+        const uint32_t sectors = pick(2, 40);
+        const uint32_t tail = pick(0, 2) == 0 ? pick(1, 511) : 0;
+        const uint32_t bad = std::array<uint32_t, 4>{0, 0, 2, 20}[pick(0, 3)];
+        Raw_Cfb image(sectors, tail);
+        for (sid_t s = 0; s < sectors; ++s) {
+            for (uint32_t i = 0; i < 128; ++i) image.entry(s, i, sid(sectors, bad));
+        }
+        for (uint32_t n = pick(0, 3); n > 0; --n) {
+            const sid_t s = pick(0, sectors - 1);
+            const uint8_t types[] = {0, 1, 2, 5, 5, 7, 200};
+            image.directory_entry(s, pick(0, 3), u"Root Entry", types[pick(0, 6)],
+                                  sid(sectors, bad), pick(0, 3) == 0 ? pick(0, 0xFFFFFFFFu) : pick(0, 6000));
+        }
+        for (uint32_t i = 0, n = pick(0, 5); i < n; ++i) {
+            image.u32_at(test::kHdrDisat + 4 * i, pick(0, 9) == 0 ? sid(sectors, 300) : pick(0, sectors - 1));
+        }
+        if (pick(0, 4) == 0) image.u32_at(test::kHdrDisat + 4 * pick(0, 108), ENDOFCHAIN);
+        const uint32_t disat_counts[] = {0, 0, 1, 2, 3, sectors, sectors + 1, 0xFFFFFFFFu};
+        image.u32_at(test::kHdrNumDisatSecs, disat_counts[pick(0, 7)]);
+        image.u32_at(test::kHdrFirstDisatSid, sid(sectors, bad));
+        image.u32_at(test::kHdrFirstMinisatSid, sid(sectors, bad));
+        image.u32_at(test::kHdrNumMinisatSecs, pick(0, 5) == 0 ? 0xFFFFFFFFu : pick(0, 4));
+        image.u32_at(test::kHdrFirstDirSid, sid(sectors, bad));
+        if (pick(0, 9) == 0) image.u16_at(test::kHdrSectorShift, static_cast<uint16_t>(pick(0, 40)));
+        if (pick(0, 9) == 0) image.u16_at(test::kHdrMiniSectorShift, static_cast<uint16_t>(pick(0, 40)));
+        return image.bytes;
+    }
+
+    std::vector<uint8_t> damaged_built_image() {
+        Cfb_Fs_Item_DirNode root;
+        for (uint32_t n = pick(1, 6); n > 0; --n) {
+            std::u16string name = u"s";
+            name += static_cast<char16_t>(u'a' + n);
+            root.add_stream(name, std::vector<uint8_t>(pick(0, 9000), static_cast<uint8_t>(n)));
+        }
+        if (pick(0, 1) != 0) {
+            root.add_storage(u"store").add_stream(u"inner", std::vector<uint8_t>(pick(0, 6000), 7));
+        }
+        std::vector<uint8_t> bytes = build_compound_file(root);
+        const uint32_t sectors = static_cast<uint32_t>(bytes.size() / 512 - 1);
+        for (uint32_t n = pick(0, 6); n > 0; --n) {
+            const uint64_t at = 4 * uint64_t{pick(0, static_cast<uint32_t>(bytes.size() / 4 - 1))};
+            const uint32_t value = sid(sectors, 10);
+            for (int i = 0; i < 4; ++i) bytes[at + i] = static_cast<uint8_t>(value >> (8 * i));
+        }
+        if (pick(0, 4) == 0) bytes.resize(bytes.size() - pick(1, 700));
+        return bytes;
+    }
+
+private:
+    std::mt19937 m_rng;
+};
+
+void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
+    if (bytes.size() < 1024) return;
+    const File_Description in = test::write_sample("equivalence.cfb", bytes);
+
+    Cfb_File literal_file(in);
+    literal_file.parse_header();
+    const Literal_Parse l = test::literal_parse(literal_file);
+
+    Cfb_File fast_file(in);
+    fast_file.parse_header();
+    const Fast_Parse f = fast_parse(fast_file);
+    ASSERT_EQ(f.thrown, l.thrown) << label;
+    ASSERT_EQ(f.errors, l.errors) << label;
+    ASSERT_EQ(difference(fast_file, l, false, 0), "") << label;
+
+    // The full constructor runs the same steps (and the tree) with the same outcome.
+    std::string thrown;
+    test::new_error_lines();
+    try {
+        Cfb_File full(in, File_Description{});
+        ASSERT_EQ(difference(full, l, false, 0), "") << label << " (full)";
+        EXPECT_EQ(full.object_state, 2u);
+    } catch (const std::logic_error& failure) {
+        thrown = failure.what();
+    }
+    EXPECT_EQ(thrown, l.thrown) << label << " (full)";
+
+    // Single chains from every start the parser could be asked for.
+    for (sid_t start = 0; start < fast_file.max_sid + 2; ++start) {
+        ASSERT_EQ(fast_file.get_sids_list(start), test::literal_walk(l.big_sids_array, start))
+            << label << " start " << start;
+    }
+}
+
+TEST(ParseEquivalence, RandomlyDamagedRawImages) {
+    Random_Image random(20241123);
+    for (int i = 0; i < 700; ++i) {
+        check_case(random.raw_image(), "raw case " + std::to_string(i));
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST(ParseEquivalence, BuiltFilesSoundAndDamaged) {
+    Random_Image random(777);
+    for (int i = 0; i < 400; ++i) {
+        check_case(random.damaged_built_image(), "built case " + std::to_string(i));
+        if (HasFatalFailure()) return;
+    }
+}
+
+TEST(ParseEquivalence, ChainsOfRandomTables) {
+    Random_Image random(99);
+    for (int i = 0; i < 3000; ++i) {
+        const uint32_t size = random.pick(0, 300);
+        sids_array table(size);
+        for (sid_t& value : table) value = random.sid(size + 1, 5);
+        std::vector<std::string> literal_events;
+        const std::vector<sids_list> literal = test::literal_extract_chains(table, literal_events);
+        std::vector<std::string> events;
+        const std::vector<sids_list> fast = extract_sector_chains(table, [&](Chain_Event e) {
+            events.push_back(e == Chain_Event::ring ? "parse_sat_form_disat have ring~"
+                                                    : "parse_sat_form_disat error~");
+        });
+        ASSERT_EQ(fast, literal) << "table " << i;
+        ASSERT_EQ(events, literal_events) << "table " << i;
+        for (sid_t start = 0; start <= size + 1; ++start) {
+            ASSERT_EQ(walk_sector_chain(table, start), test::literal_walk(table, start))
+                << "table " << i << " start " << start;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vrk

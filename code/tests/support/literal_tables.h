@@ -1,0 +1,50 @@
+// The parse steps of the allocation tables, the MiniSAT, the short-stream container and the
+// directory, done the slow literal way: every 32-bit entry as four single-byte reads through
+// the door, every directory field as its own run copy, visited and head sets as std::set.
+// The equivalence tests hold the library's fast readers to these results.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/Cfb_File.h"
+
+namespace vrk::test {
+
+struct Literal_Parse {
+    std::array<sid_t, 109> header_disat{};
+    sids_array disat_sids;
+    std::vector<sids_array> disat_sector_entries;
+    std::map<sid_t, sids_array> sat_sector_dicts;
+    sids_array big_sids_array;
+    std::vector<sids_list> sat_sids_lists;
+    std::map<sid_t, sids_array> minisat_sector_dicts;
+    sids_array minisat_big_sids_array;
+    std::vector<sids_list> minisat_sids_lists;
+    sids_list directory_entrys_sids_list;
+    std::vector<Directory_Entry> directory_entrys;
+    std::map<sid_t, std::vector<Directory_Entry>> directory_entry_layout_dicts;
+    std::vector<uint8_t> short_stream_container;
+    uint64_t mini_sector_count = 0;
+    uint32_t container_result = 0;
+    std::vector<std::string> errors;  // error-level messages, in order
+    std::string thrown;               // the failure that ended the parse; empty when none
+};
+
+// The steps after the header, in parse order, on a file whose header has been parsed.
+Literal_Parse literal_parse(Cfb_File& file);
+
+// The chains of a table; each dropped chain adds its message to `errors`.
+std::vector<sids_list> literal_extract_chains(const sids_array& table,
+                                              std::vector<std::string>& errors);
+// The single chain from `start`.
+sids_list literal_walk(const sids_array& table, sid_t start);
+
+// True when every field of the two records is equal.
+bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
+bool same_entries(const std::vector<Directory_Entry>& a, const std::vector<Directory_Entry>& b);
+
+}  // namespace vrk::test

@@ -1,0 +1,113 @@
+#include "support/parse_samples.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "cfb_vornak/Cfb_Header.h"
+#include "cfb_vornak/Cfb_Logger.h"
+#include "common/byte_order.h"
+#include "common/platform.h"
+
+namespace vrk::test {
+
+Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail)
+    : bytes(512 + uint64_t{sectors} * 512 + tail, 0) {
+    write_u64_le(bytes.data(), Cfb_Header::kSignature);
+    u16_at(kHdrMinorVersion, 0x003E);
+    u16_at(kHdrMajorVersion, 3);
+    u16_at(kHdrEndian, 0xFFFE);
+    u16_at(kHdrSectorShift, 9);
+    u16_at(kHdrMiniSectorShift, 6);
+    u32_at(kHdrFirstDirSid, ENDOFCHAIN);
+    u32_at(kHdrMiniCutoff, 4096);
+    u32_at(kHdrFirstMinisatSid, ENDOFCHAIN);
+    u32_at(kHdrFirstDisatSid, ENDOFCHAIN);
+    for (uint64_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
+        u32_at(kHdrDisat + 4 * i, FREESECT);
+    }
+}
+
+void Raw_Cfb::u8_at(uint64_t offset, uint8_t value) { bytes.at(offset) = value; }
+
+void Raw_Cfb::u16_at(uint64_t offset, uint16_t value) {
+    write_u16_le(&bytes.at(offset + 1) - 1, value);
+}
+
+void Raw_Cfb::u32_at(uint64_t offset, uint32_t value) {
+    write_u32_le(&bytes.at(offset + 3) - 3, value);
+}
+
+void Raw_Cfb::entry(sid_t sid, uint32_t index, uint32_t value) {
+    u32_at((uint64_t{sid} + 1) * 512 + 4 * uint64_t{index}, value);
+}
+
+void Raw_Cfb::fill(sid_t sid, uint32_t value) {
+    for (uint32_t i = 0; i < 128; ++i) {
+        entry(sid, i, value);
+    }
+}
+
+void Raw_Cfb::single_sat(sid_t sat) {
+    sat_sector = sat;
+    u32_at(kHdrDisat, sat);
+    u32_at(kHdrNumSatSecs, 1);
+    fill(sat, FREESECT);
+    entry(sat, sat, FATSECT);
+}
+
+void Raw_Cfb::link(sid_t from, sid_t to) { entry(sat_sector, from, to); }
+
+void Raw_Cfb::directory_entry(sid_t sid, uint32_t slot, const std::u16string& name, uint8_t type,
+                              sid_t start, uint32_t size, uint32_t child, uint32_t left,
+                              uint32_t right) {
+    const uint64_t at = (uint64_t{sid} + 1) * 512 + 128 * uint64_t{slot};
+    for (std::size_t i = 0; i < name.size() && i < 31; ++i) {
+        u16_at(at + 2 * i, static_cast<uint16_t>(name[i]));
+    }
+    u16_at(at + 64, static_cast<uint16_t>(2 * (name.size() + 1)));
+    u8_at(at + 66, type);
+    u8_at(at + 67, 1);
+    u32_at(at + 68, left);
+    u32_at(at + 72, right);
+    u32_at(at + 76, child);
+    u32_at(at + 116, start);
+    u32_at(at + 120, size);
+}
+
+File_Description write_sample(const std::string& name, const std::vector<uint8_t>& bytes) {
+    {
+        std::ofstream out(name, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    }
+    File_Description description;
+    description.path_wstr = platform::widen(name);
+    description.open_path_wstr = description.path_wstr;
+    description.path_utf8 = name;
+    return description;
+}
+
+std::vector<std::string> new_error_lines() {
+    static const bool started = Cfb_Logger::start(".", "parse_test", ".");
+    static std::streamoff consumed = 0;
+    (void)started;
+    std::ifstream in("parse_test.log", std::ios::binary);
+    in.seekg(consumed);
+    std::vector<std::string> lines;
+    std::string line;
+    while (std::getline(in, line)) {
+        consumed += static_cast<std::streamoff>(line.size()) + 1;
+        const std::size_t at = line.find(" ERROR [");
+        if (at != std::string::npos) {
+            lines.push_back(line.substr(at + 7));
+        }
+    }
+    return lines;
+}
+
+std::string message_of(const std::string& line) {
+    const std::size_t at = line.find("]->info: ");
+    return at == std::string::npos ? line : line.substr(at + 9);
+}
+
+}  // namespace vrk::test

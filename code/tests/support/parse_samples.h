@@ -1,0 +1,67 @@
+// Small compound file images assembled entry by entry, for tests that need exact control over
+// the tables (rings, shared sectors, ids past the end), and a reader of the error lines that
+// the parser writes through Cfb_Logger.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/cfb_types.h"
+
+namespace vrk::test {
+
+// Header field offsets.
+inline constexpr uint64_t kHdrMinorVersion = 24;
+inline constexpr uint64_t kHdrMajorVersion = 26;
+inline constexpr uint64_t kHdrEndian = 28;
+inline constexpr uint64_t kHdrSectorShift = 30;
+inline constexpr uint64_t kHdrMiniSectorShift = 32;
+inline constexpr uint64_t kHdrNumDirSecs = 40;
+inline constexpr uint64_t kHdrNumSatSecs = 44;
+inline constexpr uint64_t kHdrFirstDirSid = 48;
+inline constexpr uint64_t kHdrMiniCutoff = 56;
+inline constexpr uint64_t kHdrFirstMinisatSid = 60;
+inline constexpr uint64_t kHdrNumMinisatSecs = 64;
+inline constexpr uint64_t kHdrFirstDisatSid = 68;
+inline constexpr uint64_t kHdrNumDisatSecs = 72;
+inline constexpr uint64_t kHdrDisat = 76;
+
+// A version 3 image: a sound header without tables (no SAT, no MiniSAT, no DISAT, every
+// header DISAT entry FREESECT, first_dir_sid ENDOFCHAIN, which alone fails validation), then `sectors` zeroed 512-byte
+// sectors, then `tail` zero bytes of a partial sector.
+class Raw_Cfb {
+public:
+    explicit Raw_Cfb(uint32_t sectors, uint32_t tail = 0);
+
+    void u8_at(uint64_t offset, uint8_t value);
+    void u16_at(uint64_t offset, uint16_t value);
+    void u32_at(uint64_t offset, uint32_t value);
+    // Entry `index` (0..127) of sector `sid`.
+    void entry(sid_t sid, uint32_t index, uint32_t value);
+    // Every entry of sector `sid`.
+    void fill(sid_t sid, uint32_t value);
+    // Sector `sat` becomes the only SAT sector (header DISAT entry 0), all FREESECT, marked
+    // FATSECT in itself.
+    void single_sat(sid_t sat);
+    // Links `from` -> `to` in the SAT sector named by header DISAT entry 0.
+    void link(sid_t from, sid_t to);
+    // A directory record in slot `slot` (0..3) of sector `sid`.
+    void directory_entry(sid_t sid, uint32_t slot, const std::u16string& name, uint8_t type,
+                         sid_t start, uint32_t size, uint32_t child = NOSTREAM,
+                         uint32_t left = NOSTREAM, uint32_t right = NOSTREAM);
+
+    std::vector<uint8_t> bytes;
+    sid_t sat_sector = FREESECT;
+};
+
+// Writes `bytes` to `name` in the current folder; the description names it for Cfb_File.
+File_Description write_sample(const std::string& name, const std::vector<uint8_t>& bytes);
+
+// The error-level lines written through Cfb_Logger since the previous call, each as
+// "[source:line]->info: message". The first call starts the logger in the current folder.
+std::vector<std::string> new_error_lines();
+// The message part of such a line.
+std::string message_of(const std::string& line);
+
+}  // namespace vrk::test
