@@ -18,8 +18,7 @@ const std::string kTooLong = "parse_sat_form_disat error~";
 
 // Parses the header, the DISAT and the SAT of `image`.
 struct Parsed {
-    explicit Parsed(const Raw_Cfb& image)
-        : file(write_sample("tables.cfb", image.bytes)) {
+    explicit Parsed(const Raw_Cfb& image) : file(write_sample("tables.cfb", image.bytes)) {
         test::new_error_lines();
         file.parse_header();
         file.parse_disat();
@@ -78,7 +77,7 @@ TEST(Disat, CountBoundsTheWalk) {
 
 // A DISAT sector that names itself as the next one, in a file of 8 sectors (max_sid 7).
 class DisatRing : public ::testing::Test {
-protected:
+  protected:
     Parsed parse(uint32_t count) {
         image.fill(3, FREESECT);
         image.entry(3, 127, 3);

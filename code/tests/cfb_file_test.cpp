@@ -92,7 +92,7 @@ TEST(CfbFileConstruction, FullConstructorParsesABuiltFile) {
 
 // A header that passes every check in a file of 16 sectors (max_sid 15).
 class HeaderValidation : public ::testing::Test {
-protected:
+  protected:
     Error_Code validate() {
         Cfb_File file(write_sample("header.cfb", image.bytes));
         file.parse_header();
@@ -182,9 +182,9 @@ TEST_F(HeaderValidation, EachFieldFailsWithItsOwnCode) {
 }
 
 TEST_F(HeaderValidation, BoundsAreStrictOneBelowMaxSidPasses) {
-    for (const uint64_t offset : {test::kHdrNumDirSecs, test::kHdrNumSatSecs, test::kHdrFirstDirSid,
-                                  test::kHdrFirstDisatSid, test::kHdrNumDisatSecs,
-                                  test::kHdrDisat + 4 * 50}) {
+    for (const uint64_t offset :
+         {test::kHdrNumDirSecs, test::kHdrNumSatSecs, test::kHdrFirstDirSid,
+          test::kHdrFirstDisatSid, test::kHdrNumDisatSecs, test::kHdrDisat + 4 * 50}) {
         image.u32_at(offset, 14);
         EXPECT_EQ(validate(), ec::kSuccess) << offset;
     }

@@ -69,9 +69,13 @@ void Cfb_File::parse_sat_form_disat() {
             return;
         }
         ++sectors_read;
-        sids_array& entries = sat_sector_dicts[sid];
+        // The sector's key appears with its first entry read, as an entry-wise append makes it.
         const uint32_t base = sector_offset(sid);
-        for (uint32_t i = 0; i < kEntriesPerSector; ++i) {
+        const sid_t first = in.u32(base);
+        sids_array& entries = sat_sector_dicts[sid];
+        entries.push_back(first);
+        big_sids_array.push_back(first);
+        for (uint32_t i = 1; i < kEntriesPerSector; ++i) {
             const sid_t value = in.u32(uint64_t{base} + 4 * i);
             entries.push_back(value);
             big_sids_array.push_back(value);

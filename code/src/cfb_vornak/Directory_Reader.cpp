@@ -48,7 +48,8 @@ int32_t Cfb_File::read_a_directory_entry(uint64_t offset, Directory_Entry& recor
     // A raw field is copied byte by byte in the file order, so the bytes before the end stay
     // in it even when the field itself runs past the end.
     auto raw = [&](uint64_t field, auto& destination) {
-        const uint64_t inside = have > field ? std::min<uint64_t>(have - field, destination.size()) : 0;
+        const uint64_t inside =
+            have > field ? std::min<uint64_t>(have - field, destination.size()) : 0;
         std::memcpy(destination.data(), bytes + field, static_cast<std::size_t>(inside));
         whole(field, destination.size());
     };

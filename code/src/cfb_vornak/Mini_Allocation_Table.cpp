@@ -16,7 +16,9 @@ constexpr uint8_t kRootStorage = 5;
 constexpr uint32_t kNoContainer = 0xFFFFFFFFu;
 
 // A unit size from a header shift; the shift is reduced so that any value is defined.
-uint32_t unit_size(uint16_t shift) { return uint32_t{1} << (shift % 32u); }
+uint32_t unit_size(uint16_t shift) {
+    return uint32_t{1} << (shift % 32u);
+}
 
 }  // namespace
 
@@ -82,7 +84,8 @@ uint32_t Cfb_File::extract_cfb_short_stream_container(const Directory_Entry& roo
         uint64_t length = std::min(sector_size, remaining);
         // With a large sector shift, wrapped offsets can name the same bytes again and again;
         // the container never grows past the size of the file.
-        const uint64_t room = file_size - std::min<uint64_t>(short_stream_container.size(), file_size);
+        const uint64_t room =
+            file_size - std::min<uint64_t>(short_stream_container.size(), file_size);
         const bool cut = length > room;
         if (cut) {
             length = room;

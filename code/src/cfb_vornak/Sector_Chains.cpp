@@ -7,14 +7,14 @@ namespace {
 
 // One bit per table index; ids at or past the table are never marked.
 class Id_Bitmap {
-public:
+  public:
     explicit Id_Bitmap(std::size_t size) : m_words((size + 63) / 64, 0) {}
     void set(std::size_t id) { m_words[id / 64] |= uint64_t{1} << (id % 64); }
     [[nodiscard]] bool test(std::size_t id) const {
         return ((m_words[id / 64] >> (id % 64)) & 1u) != 0;
     }
 
-private:
+  private:
     std::vector<uint64_t> m_words;
 };
 

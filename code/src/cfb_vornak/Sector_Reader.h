@@ -11,7 +11,7 @@
 namespace vrk {
 
 class Sector_Reader {
-public:
+  public:
     explicit Sector_Reader(File_Anywhere_Door& door);
 
     // The little-endian 32-bit entry at `offset`.
@@ -23,7 +23,7 @@ public:
     // Fails as the byte-wise read of a run starting at `offset` would.
     [[noreturn]] void fail_past_end(uint64_t offset) const;
 
-private:
+  private:
     File_Anywhere_Door& m_door;
     const uint8_t* m_data;  // the mapped file, or null when the door has no map
     uint64_t m_size;

@@ -18,7 +18,9 @@ uint32_t entry_at(File_Anywhere_Door& door, uint64_t offset) {
     return value;
 }
 
-uint32_t sector_at(sid_t sid) { return (sid + 1u) * 512u; }
+uint32_t sector_at(sid_t sid) {
+    return (sid + 1u) * 512u;
+}
 
 void literal_disat(Cfb_File& f, Literal_Parse& r) {
     File_Anywhere_Door& door = f.door();
@@ -199,10 +201,8 @@ void literal_container(Cfb_File& f, Literal_Parse& r) {
             n = room;
         }
         std::vector<uint8_t> bytes(n);
-        f.door().copy_data_to_mem(static_cast<uint32_t>((sid + 1u) * sector_size), n,
-                                  bytes.data());
-        r.short_stream_container.insert(r.short_stream_container.end(), bytes.begin(),
-                                        bytes.end());
+        f.door().copy_data_to_mem(static_cast<uint32_t>((sid + 1u) * sector_size), n, bytes.data());
+        r.short_stream_container.insert(r.short_stream_container.end(), bytes.begin(), bytes.end());
         remaining -= static_cast<uint32_t>(n);
         if (cut) {
             r.errors.push_back("extract_cfb_short_stream_container stopped at sector " +

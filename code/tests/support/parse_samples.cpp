@@ -10,8 +10,7 @@
 
 namespace vrk::test {
 
-Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail)
-    : bytes(512 + uint64_t{sectors} * 512 + tail, 0) {
+Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail) : bytes(512 + uint64_t{sectors} * 512 + tail, 0) {
     write_u64_le(bytes.data(), Cfb_Header::kSignature);
     u16_at(kHdrMinorVersion, 0x003E);
     u16_at(kHdrMajorVersion, 3);
@@ -27,7 +26,9 @@ Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail)
     }
 }
 
-void Raw_Cfb::u8_at(uint64_t offset, uint8_t value) { bytes.at(offset) = value; }
+void Raw_Cfb::u8_at(uint64_t offset, uint8_t value) {
+    bytes.at(offset) = value;
+}
 
 void Raw_Cfb::u16_at(uint64_t offset, uint16_t value) {
     write_u16_le(&bytes.at(offset + 1) - 1, value);
@@ -55,7 +56,9 @@ void Raw_Cfb::single_sat(sid_t sat) {
     entry(sat, sat, FATSECT);
 }
 
-void Raw_Cfb::link(sid_t from, sid_t to) { entry(sat_sector, from, to); }
+void Raw_Cfb::link(sid_t from, sid_t to) {
+    entry(sat_sector, from, to);
+}
 
 void Raw_Cfb::directory_entry(sid_t sid, uint32_t slot, const std::u16string& name, uint8_t type,
                               sid_t start, uint32_t size, uint32_t child, uint32_t left,

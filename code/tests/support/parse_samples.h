@@ -28,10 +28,10 @@ inline constexpr uint64_t kHdrNumDisatSecs = 72;
 inline constexpr uint64_t kHdrDisat = 76;
 
 // A version 3 image: a sound header without tables (no SAT, no MiniSAT, no DISAT, every
-// header DISAT entry FREESECT, first_dir_sid ENDOFCHAIN, which alone fails validation), then `sectors` zeroed 512-byte
-// sectors, then `tail` zero bytes of a partial sector.
+// header DISAT entry FREESECT, first_dir_sid ENDOFCHAIN, which alone fails validation), then
+// `sectors` zeroed 512-byte sectors, then `tail` zero bytes of a partial sector.
 class Raw_Cfb {
-public:
+  public:
     explicit Raw_Cfb(uint32_t sectors, uint32_t tail = 0);
 
     void u8_at(uint64_t offset, uint8_t value);
