@@ -12,10 +12,13 @@ import glob
 import hashlib
 import json
 import os
+import re
 import subprocess
 import sys
 
 import olefile
+
+GSF_LINE = re.compile(r"^([df])\s+(?:\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\s+)?(\d+) (.*)$")
 
 
 def check_olefile(path, manifest, problems):
@@ -52,10 +55,11 @@ def check_gsf(path, manifest, problems):
     files = {}
     dirs = set()
     for line in run.stdout.decode("utf-8", "replace").splitlines()[1:]:
-        parts = line.split(None, 2)
-        if len(parts) != 3 or parts[2] == "*root*":
+        # "f  [YYYY-MM-DD hh:mm:ss]  SIZE NAME": the time only when the entry carries one.
+        match = GSF_LINE.match(line)
+        if not match or match.group(3) == "*root*":
             continue
-        kind, size, name = parts
+        kind, size, name = match.groups()
         if kind == "f":
             files[name] = int(size)
         else:
