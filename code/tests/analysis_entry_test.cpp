@@ -1,0 +1,135 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/Cfb_Reports.h"
+#include "cfb_vornak/cfb_vornak_api.h"
+#include "common/platform.h"
+#include "support/analysis_samples.h"
+#include "support/cfb_patch.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+using test::Temp_Folder;
+
+std::wstring W(const char* utf8) {
+    return platform::from_utf8(utf8);
+}
+
+// The result of an export is the calling thread's last record: each call gets a fresh thread.
+int32_t analyse(const std::string& input, const std::string& output) {
+    int32_t result = 0;
+    std::thread([&] { result = VrkCfbAnalysis(input.c_str(), output.c_str()); }).join();
+    return result;
+}
+
+int32_t analyse(const std::wstring& input, const std::wstring& output) {
+    return analyse(platform::narrow(input), platform::narrow(output));
+}
+
+// The first test of this program: nothing is set up yet.
+TEST(AnalysisEntry, BeforeInitialisation) {
+    Temp_Folder folder("uninit");
+    const std::string out = folder.narrow() + "/out";
+    EXPECT_EQ(VrkCfbAnalysis("missing.cfb", out.c_str()), -3103);
+    EXPECT_TRUE(test::folder_names(folder.wide()).empty());
+}
+
+class AnalysisEntryTest : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        static Temp_Folder base("analysis_entry");
+        work = new std::wstring(base.wide(true) + L"work");
+        const std::string logs = base.narrow() + "/logs";
+        const std::string config = base.narrow() + "/config";
+        ASSERT_EQ(VrkCfbInit(logs.c_str(), config.c_str(), platform::narrow(*work).c_str()), 0);
+    }
+
+    void SetUp() override {
+        Cfb_Fs_Item_DirNode root;
+        root.add_stream(u"Alpha", test::random_bytes(100, 1));
+        root.add_storage(u"Sub").add_stream(u"Beta", test::random_bytes(5000, 2));
+        root.add_stream(u"Gamma", test::random_bytes(7000, 3));
+        source = folder.wide(true) + L"sample.cfb";
+        ASSERT_TRUE(write_compound_file(source, root));
+    }
+
+    static std::wstring* work;
+    Temp_Folder folder{"entry"};
+    std::wstring source;
+};
+
+std::wstring* AnalysisEntryTest::work = nullptr;
+
+TEST_F(AnalysisEntryTest, CreatesTheOutputFolderWithParentsAndWritesTheReports) {
+    // Chinese folder names reach the export only where the process code page holds them.
+    std::wstring first = W("新建");
+    if (platform::widen(platform::narrow(first)) != first) {
+        first = L"new";
+    }
+    const std::wstring out =
+        folder.wide(true) + first + platform::kSeparator + L"a" + platform::kSeparator + L"reports";
+    EXPECT_EQ(analyse(source, out), 0);
+    const std::set<std::string> names = test::tree_names(out);
+    EXPECT_EQ(names.count("头部信息分析/原始头部分析.log"), 1u);
+    EXPECT_EQ(names.count("cfb_directory_tree信息分析/原始cfb_directory_tree释放文件夹/Gamma"), 1u);
+    EXPECT_EQ(names.count("cfb_directory_tree信息分析/原始cfb_directory_tree释放文件夹/Sub"), 1u);
+    EXPECT_EQ(test::read_bytes(out + platform::kSeparator + W("cfb_directory_tree信息分析") +
+                               platform::kSeparator + W("原始cfb_directory_tree释放文件夹") +
+                               platform::kSeparator + L"Gamma"),
+              test::random_bytes(7000, 3));
+}
+
+TEST_F(AnalysisEntryTest, RawDataFolderIsEmptyAfterwardsReleaseFolderKept) {
+    const std::wstring raw = *work + platform::kSeparator + L"lib_cfb_tmp";
+    const std::wstring out = folder.wide(true) + L"out";
+    EXPECT_EQ(analyse(source, out), 0);
+    EXPECT_TRUE(test::folder_names(raw).empty());
+    EXPECT_NE(test::folder_names(*work).count("tmp_release_dir_for_fixing_cfb"), 0u);
+    EXPECT_NE(test::folder_names(*work).count("lib_cfb_tmp"), 0u);
+}
+
+TEST_F(AnalysisEntryTest, OutputPathNamingAFileIsRefused) {
+    const std::wstring out = folder.wide(true) + L"plain.txt";
+    ASSERT_TRUE(test::write_bytes_to_file(out, {'x'}));
+    EXPECT_EQ(analyse(source, out), -3101);
+    EXPECT_EQ(test::read_bytes(out), std::vector<uint8_t>{'x'});
+}
+
+TEST_F(AnalysisEntryTest, BadInputsAreRefused) {
+    const std::string out = folder.narrow() + "/out";
+    EXPECT_EQ(analyse("", out), -3101);
+    int32_t null_input = 0;
+    std::thread([&] { null_input = VrkCfbAnalysis(nullptr, out.c_str()); }).join();
+    EXPECT_EQ(null_input, -3101);
+    EXPECT_EQ(analyse(folder.narrow(), out), -3101);
+    EXPECT_EQ(analyse(folder.narrow() + "/missing.cfb", out), -3101);
+    EXPECT_EQ(analyse(platform::narrow(source), ""), -3101);
+}
+
+TEST_F(AnalysisEntryTest, InputIsNeverChanged) {
+    const std::vector<uint8_t> before = test::read_bytes(source);
+    const std::string out = folder.narrow() + "/out";
+    EXPECT_EQ(analyse(platform::narrow(source), out), 0);
+    EXPECT_EQ(test::read_bytes(source), before);
+}
+
+TEST_F(AnalysisEntryTest, ShortOrEmptyInputStillEndsInAResult) {
+    const std::wstring tiny = folder.wide(true) + L"tiny.bin";
+    ASSERT_TRUE(test::write_bytes_to_file(tiny, test::random_bytes(700, 5)));
+    const std::wstring out = folder.wide(true) + L"out";
+    analyse(tiny, out);
+    EXPECT_EQ(test::folder_names(out).count("头部信息分析"), 1u);
+
+    const std::wstring empty = folder.wide(true) + L"empty.bin";
+    ASSERT_TRUE(test::write_bytes_to_file(empty, {}));
+    EXPECT_EQ(analyse(empty, out), -3101);
+}
+
+}  // namespace
+}  // namespace vrk

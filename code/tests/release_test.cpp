@@ -1,0 +1,290 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/Cfb_Directory_Tree.h"
+#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Cfb_Reports.h"
+#include "cfb_vornak/Tree_Release.h"
+#include "common/platform.h"
+#include "support/analysis_samples.h"
+#include "support/cfb_patch.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+using test::Temp_Folder;
+
+class ReleaseTest : public ::testing::Test {
+  protected:
+    // Builds `root`, lets `patch` damage the bytes, writes and parses the file.
+    template <typename Patch>
+    void open(const Cfb_Fs_Item_DirNode& root, Patch patch) {
+        bytes = build_compound_file(root, {}, &layout);
+        patch(bytes);
+        source = folder.wide(true) + L"sample.cfb";
+        ASSERT_TRUE(test::write_bytes_to_file(source, bytes));
+        output = folder.wide(true) + L"out";
+        file = test::open_parsed(source, output);
+        file->m_output = test::describe(with_one_trailing_separator(output));
+        released = release_cfb_directory_tree(*file);
+        target = release_folder(*file);
+    }
+    void open(const Cfb_Fs_Item_DirNode& root) {
+        open(root, [](std::vector<uint8_t>&) {});
+    }
+    uint32_t did_of(const std::u16string& path) const {
+        for (const auto& place : layout.streams) {
+            if (place.path == path) {
+                return place.did;
+            }
+        }
+        ADD_FAILURE() << "no stream";
+        return 0;
+    }
+    std::vector<uint8_t> released_bytes(const std::string& name, bool* exists = nullptr) const {
+        return test::read_bytes(target + platform::from_utf8(name), exists);
+    }
+
+    Temp_Folder folder{"release"};
+    Build_Layout layout;
+    std::vector<uint8_t> bytes;
+    std::wstring source;
+    std::wstring output;
+    std::wstring target;
+    std::unique_ptr<Cfb_File> file;
+    uint32_t released = 0;
+};
+
+TEST_F(ReleaseTest, EveryStreamUnderTheRootComesOutWhole) {
+    const std::map<std::string, std::size_t> sizes = {
+        {"one", 1},      {"s63", 63},     {"s64", 64},       {"s65", 65},     {"s4095", 4095},
+        {"s4097", 4097}, {"s5000", 5000}, {"s70000", 70000}, {"数据流", 777}, {"s512", 512}};
+    Cfb_Fs_Item_DirNode root;
+    std::map<std::string, std::vector<uint8_t>> data;
+    uint32_t seed = 10;
+    for (const auto& [name, size] : sizes) {
+        data[name] = test::random_bytes(size, seed++);
+        const std::wstring wide = platform::from_utf8(name);
+        root.add_stream(std::u16string(wide.begin(), wide.end()), data[name]);
+    }
+    root.add_stream(u"empty", {});
+    open(root);
+    EXPECT_EQ(released, sizes.size());
+    for (const auto& [name, expected] : data) {
+        EXPECT_EQ(released_bytes(name), expected) << name;
+    }
+    bool exists = true;
+    released_bytes("empty", &exists);
+    EXPECT_FALSE(exists);
+}
+
+TEST_F(ReleaseTest, StoragesBecomeEmptyFoldersOneLevelOnly) {
+    Cfb_Fs_Item_DirNode root;
+    auto& sub = root.add_storage(u"Sub");
+    sub.add_stream(u"Inner", test::random_bytes(100, 1));
+    sub.add_storage(u"Deeper").add_stream(u"X", test::random_bytes(5000, 2));
+    root.add_stream(u"Top", test::random_bytes(10, 3));
+    open(root);
+    EXPECT_EQ(test::tree_names(target), (std::set<std::string>{"Sub", "Top"}));
+    EXPECT_TRUE(test::folder_names(target + L"Sub").empty());
+}
+
+TEST_F(ReleaseTest, EmptyRootGivesAnEmptyReleaseFolder) {
+    open(Cfb_Fs_Item_DirNode{});
+    EXPECT_EQ(released, 0u);
+    EXPECT_TRUE(test::folder_names(target).empty());
+    EXPECT_EQ(test::folder_names(output + platform::kSeparator +
+                                 platform::from_utf8(report_names::kTreeFolder)),
+              (std::set<std::string>{report_names::kReleaseFolder}));
+}
+
+TEST_F(ReleaseTest, TwoSectorStreamUnderALowCutoff) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"Big", test::random_bytes(5000, 4));
+    open(root, [&](std::vector<uint8_t>& file_bytes) {
+        test::patch_u32(file_bytes, 56, 600);  // cutoff below 700
+        test::patch_u32(file_bytes, test::directory_entry_offset(layout, 1) + 120, 700);
+    });
+    const auto& chain = layout.streams.at(0).chain;
+    ASSERT_GE(chain.size(), 2u);
+    std::vector<uint8_t> expected(bytes.begin() + layout.file_offset_of(chain[0]),
+                                  bytes.begin() + layout.file_offset_of(chain[0]) + 512);
+    expected.insert(expected.end(), bytes.begin() + layout.file_offset_of(chain[1]),
+                    bytes.begin() + layout.file_offset_of(chain[1]) + 188);
+    EXPECT_EQ(released_bytes("Big"), expected);
+}
+
+TEST_F(ReleaseTest, FreeSectorInAChainWritesNothing) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"Big", test::random_bytes(5000, 5));
+    root.add_stream(u"Fine", test::random_bytes(6000, 6));
+    open(root, [&](std::vector<uint8_t>& file_bytes) {
+        const auto& chain = layout.streams.at(0).path == u"Big" ? layout.streams.at(0).chain
+                                                                : layout.streams.at(1).chain;
+        test::patch_u32(file_bytes, test::sat_entry_offset(layout, chain.at(2)), FREESECT);
+    });
+    EXPECT_EQ(test::folder_names(target), (std::set<std::string>{"Fine"}));
+    EXPECT_EQ(released, 1u);
+}
+
+TEST_F(ReleaseTest, RingIsCutAndTheFileHoldsTheSectorsWalked) {
+    Cfb_Fs_Item_DirNode root;
+    const std::vector<uint8_t> data = test::random_bytes(5000, 7);
+    root.add_stream(u"Ring", data);
+    open(root, [&](std::vector<uint8_t>& file_bytes) {
+        const auto& chain = layout.streams.at(0).chain;
+        test::patch_u32(file_bytes, test::sat_entry_offset(layout, chain.at(2)), chain.at(0));
+    });
+    EXPECT_EQ(released_bytes("Ring"), std::vector<uint8_t>(data.begin(), data.begin() + 1536));
+}
+
+TEST_F(ReleaseTest, SameNameTwiceTheLaterChildWins) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"A", test::random_bytes(300, 8));
+    root.add_stream(u"B", test::random_bytes(400, 9));
+    open(root, [&](std::vector<uint8_t>& file_bytes) {
+        test::set_entry_name(file_bytes, layout, did_of(u"B"), u"A");
+    });
+    // The root also holds the directory's unallocated entries.
+    uint32_t later = 0;
+    for (const auto* child : file->cfb_directory_tree->root->children) {
+        if (child->index == did_of(u"A") || child->index == did_of(u"B")) {
+            later = child->index;
+        }
+    }
+    const std::vector<uint8_t> expected =
+        later == did_of(u"A") ? test::random_bytes(300, 8) : test::random_bytes(400, 9);
+    EXPECT_EQ(test::folder_names(target), (std::set<std::string>{"A"}));
+    EXPECT_EQ(released_bytes("A"), expected);
+}
+
+TEST_F(ReleaseTest, NamesThatWouldLeaveTheFolderWriteNothing) {
+    Cfb_Fs_Item_DirNode root;
+    for (const char16_t* name : {u"n1", u"n2", u"n3", u"n4", u"n5"}) {
+        root.add_stream(name, test::random_bytes(100, 11));
+    }
+    root.add_storage(u"s1");
+    open(root, [&](std::vector<uint8_t>& file_bytes) {
+        test::set_entry_name(file_bytes, layout, did_of(u"n1"), u"..");
+        test::set_entry_name(file_bytes, layout, did_of(u"n2"), u"a/b");
+        test::set_entry_name(file_bytes, layout, did_of(u"n3"), u"a\\b");
+        test::set_entry_name(file_bytes, layout, did_of(u"n4"), u"");
+        test::set_entry_name(file_bytes, layout, did_of(u"n5"), u".");
+        // Storage names are checked the same way.
+        for (uint32_t did = 0; did < 8; ++did) {
+            const uint64_t offset = test::directory_entry_offset(layout, did);
+            if (file_bytes[offset] == 's' && file_bytes[offset + 2] == '1') {
+                test::set_entry_name(file_bytes, layout, did, u"..");
+            }
+        }
+    });
+    // Nothing next to the release folder, nothing above the output folder.
+    EXPECT_EQ(test::folder_names(output + platform::kSeparator +
+                                 platform::from_utf8(report_names::kTreeFolder)),
+              (std::set<std::string>{report_names::kReleaseFolder}));
+    EXPECT_EQ(test::folder_names(folder.wide()), (std::set<std::string>{"out", "sample.cfb"}));
+    const std::set<std::string> names = test::tree_names(target);
+    if (platform::kWindows) {
+        EXPECT_TRUE(names.empty());
+    } else {
+        EXPECT_EQ(names, (std::set<std::string>{"a\\b"}));
+    }
+}
+
+// A stream of exactly the cutoff is read through the mini chain; one byte more through the
+// sectors. The builder keeps a 4096-byte stream in sectors, so the tables are set by hand.
+TEST_F(ReleaseTest, CutoffSizeIsMiniOneMoreIsNormal) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"Big", test::random_bytes(5000, 12));
+    open(root);
+    file->short_stream_container = test::random_bytes(64 * 70, 13);
+    file->mini_sector_count = 70;
+    file->minisat_big_sids_array.assign(70, FREESECT);
+    for (sid_t id = 0; id < 64; ++id) {
+        file->minisat_big_sids_array[id] = id + 1 < 64 ? id + 1 : ENDOFCHAIN;
+    }
+    Directory_Entry record = file->directory_entrys.at(did_of(u"Big"));
+    record.start_sid = 0;
+    record.stream_size = 4096;
+    const std::wstring mini = folder.wide(true) + L"mini";
+    ASSERT_TRUE(write_cfb_directory_entry_to_a_file(*file, record, test::describe(mini)));
+    EXPECT_EQ(test::read_bytes(mini),
+              std::vector<uint8_t>(file->short_stream_container.begin(),
+                                   file->short_stream_container.begin() + 4096));
+
+    record = file->directory_entrys.at(did_of(u"Big"));
+    record.stream_size = 4097;
+    const std::wstring normal = folder.wide(true) + L"normal";
+    ASSERT_TRUE(write_cfb_directory_entry_to_a_file(*file, record, test::describe(normal)));
+    const std::vector<uint8_t> data = test::random_bytes(5000, 12);
+    EXPECT_EQ(test::read_bytes(normal), std::vector<uint8_t>(data.begin(), data.begin() + 4097));
+}
+
+TEST(ReleaseChain, EndsAtMarkersRingsTableEndAndLimit) {
+    const sids_array table = {1, 2, ENDOFCHAIN, 0, 3, FREESECT};
+    EXPECT_EQ(release_chain(table, 0, 99999), (sids_list{0, 1, 2, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain(table, 3, 99999), (sids_list{3, 0, 1, 2, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain(table, 4, 1), (sids_list{4, 3, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain(table, 5, 99999), (sids_list{5, FREESECT, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain(table, 6, 99999), (sids_list{6, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain({0}, 0, 99999), (sids_list{0, ENDOFCHAIN}));
+    EXPECT_EQ(release_chain({}, 0, 99999), (sids_list{0, ENDOFCHAIN}));
+
+    sids_array long_table(200000);
+    for (sid_t i = 0; i < long_table.size(); ++i) {
+        long_table[i] = i + 1;
+    }
+    EXPECT_EQ(release_chain(long_table, 0, kNormalChainLimit).size(), 100001u);
+    EXPECT_EQ(release_chain(long_table, 0, kMiniChainLimit).size(), 10001u);
+}
+
+TEST(ReleaseNames, UnitsUpToTheFirstZeroWithUnpairedSurrogatesReplaced) {
+    Directory_Entry entry;
+    const char16_t units[] = {u'a', 0xD800, u'b', 0, u'c'};
+    for (std::size_t i = 0; i < 5; ++i) {
+        entry.name[2 * i] = static_cast<uint8_t>(units[i] & 0xFF);
+        entry.name[2 * i + 1] = static_cast<uint8_t>(units[i] >> 8);
+    }
+    EXPECT_EQ(entry_file_name(entry), L"a\uFFFDb");
+    entry.name.fill(0x41);  // 32 units, no zero unit
+    EXPECT_EQ(entry_file_name(entry), std::wstring(32, L'\u4141'));
+}
+
+// What python3-olefile reads agrees with the release (native only).
+TEST_F(ReleaseTest, AgreesWithOlefile) {
+    if (platform::kWindows ||
+        std::system("/usr/bin/python3 -c 'import olefile' 2>/dev/null") != 0) {
+        GTEST_SKIP() << "python3-olefile is not available";
+    }
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"Small", test::random_bytes(3000, 20));
+    root.add_stream(u"Large", test::random_bytes(9000, 21));
+    root.add_stream(u"Exact", test::random_bytes(512, 22));
+    open(root);
+    const std::wstring dumped = folder.wide(true) + L"olefile";
+    const std::string script =
+        "import olefile,os,sys\n"
+        "o=olefile.OleFileIO(sys.argv[1])\n"
+        "os.makedirs(sys.argv[2])\n"
+        "for e in o.listdir(streams=True,storages=False):\n"
+        "  open(os.path.join(sys.argv[2],e[-1]),'wb').write(o.openstream(e).read())\n";
+    const std::wstring script_path = folder.wide(true) + L"read.py";
+    ASSERT_TRUE(
+        test::write_bytes_to_file(script_path, std::vector<uint8_t>(script.begin(), script.end())));
+    const std::string command = "/usr/bin/python3 '" + platform::to_utf8(script_path) + "' '" +
+                                platform::to_utf8(source) + "' '" + platform::to_utf8(dumped) + "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    for (const std::string name : {"Small", "Large", "Exact"}) {
+        EXPECT_EQ(released_bytes(name), test::read_bytes(dumped + L"/" + platform::from_utf8(name)))
+            << name;
+    }
+}
+
+}  // namespace
+}  // namespace vrk

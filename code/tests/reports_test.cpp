@@ -1,0 +1,415 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/Cfb_Analysis.h"
+#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Cfb_Reports.h"
+#include "cfb_vornak/Sector_Units.h"
+#include "common/platform.h"
+#include "support/analysis_samples.h"
+#include "support/cfb_patch.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+using test::Temp_Folder;
+
+std::wstring W(const char* utf8) {
+    return platform::from_utf8(utf8);
+}
+
+std::string text_of(const std::wstring& path) {
+    const std::vector<uint8_t> bytes = test::read_bytes(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+// Root: streams "Alpha" (100 bytes, mini) and "Gamma" (10 bytes, mini), storage "Sub" holding
+// "Beta" (5000 bytes, in sectors). Entries in name order: Sub 1, Alpha 2, Gamma 3, Beta 4; the
+// directory's last sector is filled up with unallocated entries 5 to 7, which hang under the
+// root.
+Cfb_Fs_Item_DirNode nested_root() {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"Alpha", test::random_bytes(100, 1));
+    root.add_stream(u"Gamma", test::random_bytes(10, 2));
+    root.add_storage(u"Sub").add_stream(u"Beta", test::random_bytes(5000, 3));
+    return root;
+}
+
+class ReportsTest : public ::testing::Test {
+  protected:
+    void open(const Cfb_Fs_Item_DirNode& root) {
+        source = folder.wide(true) + L"sample.cfb";
+        ASSERT_TRUE(write_compound_file(source, root, {}, &layout));
+        output = folder.wide(true) + W("输出");
+        file = test::open_parsed(source, output);
+        file->m_output = test::describe(with_one_trailing_separator(output));
+    }
+
+    Temp_Folder folder{"reports"};
+    Build_Layout layout;
+    std::wstring source;
+    std::wstring output;
+    std::unique_ptr<Cfb_File> file;
+};
+
+TEST(TableRows, AllFreeSectorGivesEightRowsOfSixteen) {
+    std::ostringstream out;
+    write_table_rows(out, sids_array(128, FREESECT));
+    const char* labels[] = {
+        "         0 -         15 : ", "        16 -        271 : ", "        32 -        527 : ",
+        "        48 -        783 : ", "        64 -       1039 : ", "        80 -       1295 : ",
+        "        96 -       1551 : ", "       112 -       1807 : "};
+    std::string expected;
+    for (const char* label : labels) {
+        expected += std::string("\n") + label;
+        for (int i = 0; i < 16; ++i) {
+            expected += "4294967295, ";
+        }
+    }
+    expected.replace(expected.size() - 2, 2, ". ");
+    expected += "\n";
+    EXPECT_EQ(out.str(), expected);
+}
+
+TEST(TableRows, LabelsRestartForEveryArrayAndEmptyArrayWritesNothing) {
+    std::ostringstream out;
+    sids_array seventeen(17, 7);
+    seventeen[16] = ENDOFCHAIN;
+    write_table_rows(out, seventeen);
+    write_table_rows(out, {});
+    write_table_rows(out, {FATSECT});
+    const std::string row = "         7, ";
+    std::string first = "\n         0 -         15 : ";
+    for (int i = 0; i < 16; ++i) {
+        first += row;
+    }
+    first += "\n        16 -        271 : 4294967294. \n";
+    EXPECT_EQ(out.str(), first + "\n         0 -         15 : 4294967293. \n");
+}
+
+TEST(EntryText, EveryFieldInItsForm) {
+    Directory_Entry entry;
+    const std::u16string name = u"数据A";
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        entry.name[2 * i] = static_cast<uint8_t>(name[i] & 0xFF);
+        entry.name[2 * i + 1] = static_cast<uint8_t>(name[i] >> 8);
+    }
+    entry.name[8] = 'Z';  // after the zero unit: not part of the name
+    entry.name_valid_size = 40;
+    entry.object_type = 200;
+    entry.color_flag = 1;
+    entry.left_sibling_id = 3;
+    entry.right_sibling_id = NOSTREAM;
+    entry.child_id = 7;
+    for (uint8_t i = 0; i < 16; ++i) {
+        entry.clsid[i] = i;
+    }
+    entry.state_bits = {0xde, 0xad, 0xbe, 0xef};
+    entry.creation_time = {1, 2, 3, 4, 5, 6, 7, 0x80};
+    entry.start_sid = 12;
+    entry.stream_size = 700;
+    std::ostringstream out;
+    print_a_directory_entry(out, entry);
+    EXPECT_EQ(out.str(),
+              "------------------------print_a_directory_entry\n"
+              "name[数据A]\n"
+              "name_valid_size[40]\n"
+              "object_type[未知的数值--56]\n"
+              "color_flag[BLACK]\n"
+              "left_sibling_id[3]\n"
+              "right_sibling_id[4294967295]\n"
+              "child_id[7]\n"
+              "clsid{0 , 1 , 2 , 3 , 4 , 5 , 6 , 7 , 8 , 9 , a , b , c , d , e , f }\n"
+              "state_bits{de , ad , be , ef }\n"
+              "creation_time{1 , 2 , 3 , 4 , 5 , 6 , 7 , 80 }\n"
+              "modified_time{0 , 0 , 0 , 0 , 0 , 0 , 0 , 0 }\n"
+              "start_sid[12]\n"
+              "stream_size[700]\n");
+}
+
+TEST_F(ReportsTest, HeaderReportOfASoundFile) {
+    open(nested_root());
+    const std::wstring path = write_header_report(*file);
+    EXPECT_EQ(path, output + platform::kSeparator + W("头部信息分析") + platform::kSeparator +
+                        W("原始头部分析.log"));
+    const std::string expected =
+        "------------------------cfb头部信息------------------------\n"
+        "魔数头[magic]:d0 cf 11 e0 a1 b1 1a e1 \n"
+        "文件id[file_id]: 0  0  0  0  0  0  0  0  0  0  0  0  0  0  0  0 \n"
+        "次版本号[minor_version]:3e  0 \n"
+        "主版本号[major_version]: 3  0 \n"
+        "大小端[endian]:fe ff 是[小端]   \n"
+        "扇区大小[sector_shift]:512 \n"
+        "小扇区大小[mini_sector_shift]:64 \n"
+        "保留字[reserved_word]: 0  0 \n"
+        "保留双字[reserved_dword]: 0  0  0  0 \n"
+        "目录流扇区有数[num_of_dir_secs]:   "
+        "目录流扇区有0个，注意主版本号为3时这里必是0，因为此时这个字段无效~\n"
+        "sat表的扇区数[num_of_sat_secs]:   存放sat的扇区有1个\n"
+        "第一个存放dir的扇区id[first_dir_sid]:   [" +
+        std::to_string(layout.directory_sids.at(0)) +
+        "] \n"
+        "事务签名数（这个没什么卵用）[transaction_sign_num]: 0  0  0  0 \n"
+        "小流阈值[mini_stream_cutoff_size]:4096 \n"
+        "第一个存放minisat的扇区id[first_minisat_sid]:   [" +
+        std::to_string(layout.minisat_sids.at(0)) +
+        "] \n"
+        "用来存放minisat的扇区数[num_of_minisat_secs]:   [1]个 \n"
+        "第一个存放disat的扇区id[first_disat_sid]:   [4294967294] \n"
+        "用来存放disat的扇区数[num_of_disat_secs]:   [0]个 \n";
+    EXPECT_EQ(text_of(path), expected);
+}
+
+TEST_F(ReportsTest, HeaderReportNamesABigEndianMarkAndAnOddOne) {
+    open(nested_root());
+    file->header.endian = {0xFF, 0xFE};
+    file->header.sector_shift = 41;  // reduced mod 32: 512
+    std::string text = text_of(write_header_report(*file));
+    EXPECT_NE(text.find("大小端[endian]:ff fe 是[大端]   \n扇区大小[sector_shift]:512 \n"),
+              std::string::npos);
+    file->header.endian = {0x00, 0x01};
+    text = text_of(write_header_report(*file));
+    EXPECT_NE(text.find("大小端[endian]: 0  1 出错了~   \n"), std::string::npos);
+}
+
+TEST_F(ReportsTest, DisatReportNumbersSectorEntriesOnFromTheHeader) {
+    open(nested_root());
+    file->disat_sids = {10, 20, 30};
+    file->disat_sector_entries.assign(3, sids_array(127, FREESECT));
+    file->disat_sector_entries[2][126] = 77;
+    const std::string text = text_of(write_disat_report(*file));
+    std::string expected =
+        "------------------------disat信息(这是一个数组存放着哪一些sid对应的扇区上放着SAT)"
+        "------------------------\n"
+        "------------------------放在header中的disat信息：\n"
+        "DISAT_sids[0]:" +
+        std::to_string(layout.sat_sids.at(0)) + "\n";
+    for (int i = 1; i < 109; ++i) {
+        expected += "DISAT_sids[" + std::to_string(i) + "]:4294967295\n";
+    }
+    expected += "------------------------放在扇区中的disat信息：\n";
+    int k = 109;
+    for (const char* sid : {"10", "20", "30"}) {
+        expected += std::string("----------扇区[") + sid + "]中的disat信息：\n";
+        for (int i = 0; i < 127; ++i, ++k) {
+            expected +=
+                "DISAT_sids[" + std::to_string(k) + "]:" + (k == 489 ? "77" : "4294967295") + "\n";
+        }
+    }
+    EXPECT_EQ(k, 490);
+    EXPECT_EQ(text, expected);
+}
+
+TEST_F(ReportsTest, SatAndMinisatReportsShowDictsArrayAndChains) {
+    open(nested_root());
+    file->sat_sector_dicts = {{2, {FATSECT, ENDOFCHAIN, 3, ENDOFCHAIN}}};
+    file->big_sids_array = {FATSECT, ENDOFCHAIN, 3, ENDOFCHAIN};
+    file->sat_sids_lists = {{1, ENDOFCHAIN}, {2, 3, ENDOFCHAIN}};
+    EXPECT_EQ(text_of(write_sat_report(*file)),
+              "------------------------sat信息(sat物理上是一个数组结构但是实际上是n条扇区链，"
+              "记录扇区间的接续关系)------------------------\n"
+              "------------------------std::map<sid_t,sids_array >信息(一个sat扇区上的具体形式)：\n"
+              "sat[2]：\n"
+              "         0 -         15 : 4294967293, 4294967294,          3, 4294967294. \n"
+              "------------------------big_sids_array信息(一个sat扇区上代表的大数组，共计[4]项)：\n"
+              "\n"
+              "         0 -         15 : 4294967293, 4294967294,          3, 4294967294. \n"
+              "------------------------sat提取到的扇区链信息(共计[2]条)：\n"
+              "----------第[         0]条的信息：1->4294967294 ]\n"
+              "----------第[         1]条的信息：2->3->4294967294 ]\n");
+
+    file->minisat_sector_dicts = {{9, {1, ENDOFCHAIN}}};
+    file->minisat_big_sids_array = {1, ENDOFCHAIN};
+    file->minisat_sids_lists = {{0, 1, ENDOFCHAIN}};
+    EXPECT_EQ(
+        text_of(write_minisat_report(*file)),
+        "------------------------minisat信息(minisat物理上是一个超大数组结构但是实际上是n条扇区链，"
+        "记录扇区间的接续关系)------------------------\n"
+        "------------------------std::map<sid_t,sids_array >信息(一个minisat扇区上的具体形式)：\n"
+        "存放minisat的扇区[9]：\n"
+        "         0 -         15 :          1, 4294967294. \n"
+        "------------------------big_sids_array信息(一个minisat扇区上代表的大数组，共计[2]项)：\n"
+        "\n"
+        "         0 -         15 :          1, 4294967294. \n"
+        "------------------------minisat提取到的扇区链信息(共计[1]条)：\n"
+        "----------第[         0]条的信息：0->1->4294967294 ]\n");
+}
+
+TEST_F(ReportsTest, EmptyStructuresKeepTheirHeadings) {
+    open(nested_root());
+    file->minisat_sector_dicts.clear();
+    file->minisat_big_sids_array.clear();
+    file->minisat_sids_lists.clear();
+    EXPECT_EQ(
+        text_of(write_minisat_report(*file)),
+        "------------------------minisat信息(minisat物理上是一个超大数组结构但是实际上是n条扇区链，"
+        "记录扇区间的接续关系)------------------------\n"
+        "------------------------std::map<sid_t,sids_array >信息(一个minisat扇区上的具体形式)：\n"
+        "------------------------big_sids_array信息(一个minisat扇区上代表的大数组，共计[0]项)：\n"
+        "------------------------minisat提取到的扇区链信息(共计[0]条)：\n");
+}
+
+TEST_F(ReportsTest, LayoutReportPrintsTheChainWithItsEndMarker) {
+    open(nested_root());
+    file->directory_entrys_sids_list = {0, 5, ENDOFCHAIN};
+    file->directory_entry_layout_dicts.clear();
+    Directory_Entry first;
+    first.did = 0;
+    Directory_Entry second;
+    second.did = 1;
+    file->directory_entry_layout_dicts[5] = {first, second};
+    file->directory_entrys.clear();
+    EXPECT_EQ(text_of(write_directory_entry_layout_report(*file)),
+              "------------------------directory_entrys信息(directory_entrys物理上是一个数组结构，"
+              "记录文件中仓库和流的信息)------------------------\n\n"
+              "------------------------directory_entrys_sids_list信息(目录项存放的扇区链)：\n"
+              "------------------------print_sids_list：\n[0->5->4294967294 ]\n\n"
+              "------------------------directory_entry_layout_dicts信息(目录项分布字典)：\n"
+              "扇区sid[5]存放的目录项(DID)是：{ 0 , 1 }\n"
+              "------------------------directory_entrys信息(directory_entry数组)：\n");
+}
+
+TEST_F(ReportsTest, LayoutReportListsEveryEntryOfTheFile) {
+    open(nested_root());
+    const std::string text = text_of(write_directory_entry_layout_report(*file));
+    const std::string dir_sid = std::to_string(layout.directory_sids.at(0));
+    EXPECT_NE(text.find("扇区sid[" + dir_sid + "]存放的目录项(DID)是：{ 0 , 1 , 2 , 3 }\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("directory_entrys[0]:\n------------------------print_a_directory_entry\n"
+                        "name[Root Entry]\nname_valid_size[22]\nobject_type[ROOT_STORAGE]\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("directory_entrys[4]:\n------------------------print_a_directory_entry\n"
+                        "name[Beta]\nname_valid_size[10]\nobject_type[STREAM]\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("stream_size[5000]\n\n\n"), std::string::npos);
+}
+
+TEST_F(ReportsTest, TreeReportOfNestedStorages) {
+    open(nested_root());
+    EXPECT_EQ(text_of(write_cfb_directory_tree_report(*file)),
+              "目录树开始------------------------------------------\n"
+              "root (did:0)      我的路径是：[]\n"
+              "   其孩子数目：6\n"
+              "   |->file (did:2)   我的路径是：[]\n"
+              "   |->dir_node (did:1)         我的路径是：[]\n"
+              "      其孩子数目：1\n"
+              "      |->file (did:4)   我的路径是：[]\n"
+              "   |->file (did:3)   我的路径是：[]\n"
+              "   |->unknown_de (did:5)   我的路径是：[]\n"
+              "   |->unknown_de (did:6)   我的路径是：[]\n"
+              "   |->unknown_de (did:7)   我的路径是：[]\n"
+              "目录树结束------------------------------------------\n"
+              "----------------------------------------------------\n"
+              "共有节点：[8]个！\n"
+              "----------------------------------------------------\n");
+}
+
+// The root's sector also holds three unallocated entries.
+TEST_F(ReportsTest, EmptyRootFile) {
+    open(Cfb_Fs_Item_DirNode{});
+    EXPECT_EQ(text_of(write_cfb_directory_tree_report(*file)),
+              "目录树开始------------------------------------------\n"
+              "root (did:0)      我的路径是：[]\n"
+              "   其孩子数目：3\n"
+              "   |->unknown_de (did:1)   我的路径是：[]\n"
+              "   |->unknown_de (did:2)   我的路径是：[]\n"
+              "   |->unknown_de (did:3)   我的路径是：[]\n"
+              "目录树结束------------------------------------------\n"
+              "----------------------------------------------------\n"
+              "共有节点：[4]个！\n"
+              "----------------------------------------------------\n");
+    bool exists = false;
+    EXPECT_TRUE(test::read_bytes(write_short_stream_container(*file), &exists).empty());
+    EXPECT_TRUE(exists);
+}
+
+TEST_F(ReportsTest, ContainerFileHoldsTheContainerBytesOnly) {
+    open(nested_root());
+    ASSERT_FALSE(file->short_stream_container.empty());
+    EXPECT_EQ(test::read_bytes(write_short_stream_container(*file)), file->short_stream_container);
+}
+
+TEST_F(ReportsTest, AnalysisWritesEveryReportUnderItsChineseFolder) {
+    open(nested_root());
+    const Analysis_Summary summary = run_cfb_analysis(test::describe(source), output);
+    const std::vector<std::string> expected = {
+        "头部信息分析/原始头部分析.log",
+        "disat信息分析/原始disat分析.log",
+        "sat信息分析/原始sat分析.log",
+        "minisat信息分析/原始minisat分析.log",
+        "directory_entry_layout信息分析/原始directory_entry_layout分析.log",
+        "cfb_directory_tree信息分析/原始cfb_directory_tree分析.log",
+        "cfb_short_stream_container信息分析/原始short_stream_container.bin"};
+    ASSERT_EQ(summary.reports.size(), expected.size());
+    const std::set<std::string> names = test::tree_names(output);
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(names.count(expected[i]), 1u) << expected[i];
+        std::string relative = expected[i];
+        relative.replace(relative.find('/'), 1, 1, static_cast<char>(platform::kSeparator));
+        EXPECT_EQ(summary.reports[i],
+                  with_one_trailing_separator(output) + platform::from_utf8(relative));
+    }
+    EXPECT_EQ(names.count("cfb_directory_tree信息分析/原始cfb_directory_tree释放文件夹"), 1u);
+    // Line ends are single line feeds.
+    EXPECT_EQ(text_of(summary.reports[0]).find('\r'), std::string::npos);
+}
+
+TEST(OutputFolder, OneTrailingSeparator) {
+    const std::wstring sep(1, platform::kSeparator);
+    EXPECT_EQ(with_one_trailing_separator(L"out"), L"out" + sep);
+    EXPECT_EQ(with_one_trailing_separator(L"out" + sep + sep), L"out" + sep);
+    EXPECT_EQ(with_one_trailing_separator(L""), L"");
+}
+
+class SectorUnitsTest : public ::testing::TestWithParam<std::size_t> {};
+
+TEST_P(SectorUnitsTest, WholeBlocksOnly) {
+    Temp_Folder folder("sectors");
+    const std::wstring source = folder.wide(true) + L"in.bin";
+    std::vector<uint8_t> bytes(GetParam());
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<uint8_t>(i);
+    }
+    ASSERT_TRUE(test::write_bytes_to_file(source, bytes));
+    const std::wstring out = folder.wide(true) + L"out";
+    EXPECT_EQ(split_to_sector_units(source, sector_units_folder(out)), 3u);
+    const std::wstring units = out + platform::kSeparator + W("物理切割后各个单元");
+    EXPECT_EQ(test::folder_names(units),
+              (std::set<std::string>{"Header", "sector0[0000H]", "sector1[0200H]"}));
+
+    const std::string header = text_of(units + platform::kSeparator + L"Header");
+    const std::string top =
+        "我是表头吖~  0  1  2  3  4  5  6  7  8  9  a  b  c  d  e  f \n"
+        "            ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  ↓  \n"
+        "0000H:      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F \n"
+        "0010H:      10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F ";
+    EXPECT_EQ(header.substr(0, top.size()), top);
+    const std::string sector1 = text_of(units + platform::kSeparator + W("sector1[0200H]"));
+    // Block 2 holds file offsets 0x400 to 0x5ff.
+    const std::string last_row = "\n05f0H:      F0 F1 F2 F3 F4 F5 F6 F7 F8 F9 FA FB FC FD FE FF ";
+    ASSERT_GE(sector1.size(), last_row.size());
+    EXPECT_EQ(sector1.substr(sector1.size() - last_row.size()), last_row);
+    EXPECT_EQ(header.size(), sector1.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(FileSizes, SectorUnitsTest, ::testing::Values(1536u, 1600u));
+
+TEST(SectorUnits, NamesCarryTheOffsetInAtLeastFourHexDigits) {
+    EXPECT_EQ(sector_unit_file_name(0), "Header");
+    EXPECT_EQ(sector_unit_file_name(6), "sector5[0a00H]");
+    EXPECT_EQ(sector_unit_file_name(200), "sector199[18e00H]");
+}
+
+TEST(SectorUnits, MissingSourceWritesNothing) {
+    Temp_Folder folder("sectors");
+    const std::wstring out = folder.wide(true) + L"out";
+    EXPECT_EQ(split_to_sector_units(folder.wide(true) + L"missing", sector_units_folder(out)), 0u);
+    EXPECT_TRUE(test::folder_names(folder.wide()).empty());
+}
+
+}  // namespace
+}  // namespace vrk
