@@ -544,6 +544,7 @@ TEST(Builder, ScanFolderTree) {
     std::vector<std::u16string> storages;
     test::collect_expected(*root, streams, storages);
     std::vector<std::u16string> paths;
+    paths.reserve(streams.size());
     for (const auto& s : streams) paths.push_back(s.path);
     std::sort(paths.begin(), paths.end());
     std::sort(storages.begin(), storages.end());

@@ -58,8 +58,9 @@ void unicode_tree(Cfb_Fs_Item_DirNode& root) {
 void many_streams_tree(Cfb_Fs_Item_DirNode& root) {
     uint64_t seed = 400;
     for (int i = 0; i < 300; ++i) {
-        std::string name = std::to_string(i);
-        name = "Stream" + std::string(4 - name.size(), '0') + name;
+        const std::string digits = std::to_string(i);
+        std::string name = "Stream";
+        name.append(4 - digits.size(), '0').append(digits);
         root.add_stream(std::u16string(name.begin(), name.end()), data((i * 131) % 6000, seed));
     }
 }
