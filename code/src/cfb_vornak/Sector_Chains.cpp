@@ -49,28 +49,30 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
         }
         sids_list chain;
         sid_t cur = static_cast<sid_t>(head);
-        bool ended = false;
-        while (!ended && chain.size() <= kMaxExtractedChainIds) {
+        enum class End { open, kept, ring } end = End::open;
+        while (end == End::open && chain.size() <= kMaxExtractedChainIds) {
             chain.push_back(cur);
             if (is_special(cur) || cur >= size) {
-                chains.push_back(std::move(chain));
-                ended = true;
-                continue;
+                end = End::kept;
+                break;
             }
             visited[cur] = generation;
             const sid_t next = table[cur];
             if (is_special(next)) {
                 chain.push_back(next);
-                chains.push_back(std::move(chain));
-                ended = true;
+                end = End::kept;
             } else if (next < size && visited[next] == generation) {
-                on_event(Chain_Event::ring);
-                ended = true;
+                end = End::ring;
             } else {
                 cur = next;
             }
         }
-        if (!ended) {
+        if (end == End::kept) {
+            chains.push_back(std::move(chain));
+        } else if (end == End::ring) {
+            on_event(Chain_Event::ring);
+        }
+        if (end == End::open) {
             on_event(Chain_Event::too_long);
             break;
         }
