@@ -16,8 +16,10 @@
 #include <vector>
 
 #include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Sibling_Tree_Layout.h"
 #include "common/byte_order.h"
+#include "common/error_codes.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"
 #include "support/sample_shapes.h"
@@ -605,6 +607,34 @@ TEST(Builder, TestDataHelpers) {
     EXPECT_EQ(test::utf16_to_utf8(u"文A"),
               "\xE6\x96\x87"
               "A");
+}
+
+// This library's own strict header checks accept every default-built shape and reject each
+// option that departs from a sound version-3 file at the field it changes.
+TEST(Builder, HeaderChecksOfTheLibrary) {
+    for (const std::string& name : test::sample_shape_names()) {
+        SCOPED_TRACE(name);
+        const test::Sample_Shape shape = test::make_sample_shape(name);
+        File_Description in;
+        in.path_utf8 = "checked_" + name + ".cfb";
+        in.path_wstr = in.open_path_wstr = platform::from_utf8(in.path_utf8);
+        ASSERT_TRUE(write_compound_file(in.path_wstr, *shape.root, shape.options));
+        Error_Code expected = ec::kSuccess;
+        if (shape.options.major_version == 4) {
+            expected = ec::kMajorVersion;
+        } else if (shape.options.minor_version != 0x003E) {
+            expected = ec::kMinorVersion;
+        } else if (shape.options.sat_in_last_sector) {
+            expected = ec::kHeaderDisatSid;
+        }
+        {
+            Cfb_File file(in);
+            EXPECT_EQ(file.parse_header(), 0);
+            EXPECT_EQ(file.validate_header(), expected);
+        }
+        std::error_code ignored;
+        std::filesystem::remove(platform::to_path(in.path_wstr), ignored);
+    }
 }
 
 // The outside readers: olefile (Debian's python3-olefile) and gsf (libgsf-bin) must read every
