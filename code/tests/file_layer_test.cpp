@@ -15,6 +15,7 @@
 #include "file_operation/File_Anywhere_Door.h"
 #include "file_operation/File_Block_Cache.h"
 #include "file_operation/File_Memory_Map.h"
+#include "support/test_folders.h"
 
 namespace vrk {
 namespace {
@@ -65,14 +66,8 @@ std::vector<uint8_t> pattern(size_t size, uint8_t salt = 0) {
 // Every test starts with an empty folder of its own under the working folder.
 class File_Layer : public ::testing::Test {
   protected:
-    void SetUp() override {
-        m_folder = stdfs::current_path() / "file_layer_files";
-        stdfs::remove_all(m_folder);
-        stdfs::create_directories(m_folder);
-    }
-
     std::wstring write_file(const std::string& name, const std::vector<uint8_t>& bytes) {
-        const stdfs::path file = m_folder / name;
+        const stdfs::path file = m_folder.path() / name;
         std::ofstream out(file, std::ios::binary | std::ios::trunc);
         out.write(reinterpret_cast<const char*>(bytes.data()),
                   static_cast<std::streamsize>(bytes.size()));
@@ -86,9 +81,11 @@ class File_Layer : public ::testing::Test {
         io.put(static_cast<char>(value));
     }
 
-    std::wstring missing_path() const { return platform::from_path(m_folder / "missing.bin"); }
+    std::wstring missing_path() const {
+        return platform::from_path(m_folder.path() / "missing.bin");
+    }
 
-    stdfs::path m_folder;
+    test::Temp_Folder m_folder{"file_layer"};
 };
 
 // ---- block cache
@@ -288,7 +285,7 @@ TEST_P(Door_Modes, MissingFileIsNotExist) {
 }
 
 TEST_P(Door_Modes, FolderCannotOpen) {
-    const std::wstring path = platform::from_path(m_folder);
+    const std::wstring path = platform::from_path(m_folder.path());
     expect_failure([&] { File_Anywhere_Door door(path, GetParam().config); },
                    failure_text(544, "File_Anywhere_Door",
                                 "File_Anywhere_Door construct failed ! the file [" +
