@@ -1,0 +1,298 @@
+#include "cfb_vornak/Salvage_Output.h"
+
+#include <cstdio>
+#include <cwctype>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <system_error>
+#include <vector>
+
+#include "cfb_vornak/Safe_Name.h"
+#include "common/platform.h"
+
+namespace vrk {
+
+namespace {
+
+const char* state_text(Salvage_State s) {
+    switch (s) {
+        case Salvage_State::recovered:
+            return "recovered";
+        case Salvage_State::partial:
+            return "partial";
+        case Salvage_State::lost:
+            return "lost";
+    }
+    return "lost";
+}
+
+std::string utf8(const std::u16string& s) {
+    return platform::to_utf8(platform::from_utf16(s.data(), s.size()));
+}
+
+std::string json_string(const std::string& s) {
+    std::string out = "\"";
+    for (const char c : s) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", u);
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string missing_text(const Salvaged_Entry& e) {
+    uint64_t missing = 0;
+    std::string where;
+    for (const Salvage_Range& r : e.missing) {
+        missing += r.length;
+        if (!where.empty()) where += ", ";
+        where += std::to_string(r.offset) + "-" + std::to_string(r.offset + r.length - 1);
+    }
+    if (missing == 0) return "0 bytes missing, end of chain not confirmed";
+    return std::to_string(missing) + " bytes missing at " + where;
+}
+
+std::wstring lower(std::wstring s) {
+    for (wchar_t& c : s) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    return s;
+}
+
+// Picks a name not yet used in one folder (compared without case, as Windows does).
+std::wstring unique_in(std::set<std::wstring>& used, const std::wstring& base) {
+    std::wstring name = base;
+    // Each try adds a different suffix; the set is finite, so a free one is found.
+    for (uint32_t n = 2; used.count(lower(name)) != 0; ++n) name = base + L"~" + std::to_wstring(n);
+    used.insert(lower(name));
+    return name;
+}
+
+bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& bytes,
+                std::string& error) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (out)
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+        error = "cannot write " + platform::to_utf8(platform::from_path(path));
+        return false;
+    }
+    return true;
+}
+
+bool wanted(const Salvaged_Entry& e, bool keep_partial) {
+    return e.state == Salvage_State::recovered ||
+           (keep_partial && e.state == Salvage_State::partial);
+}
+
+}  // namespace
+
+std::string salvage_summary(const Salvage_Result& result) {
+    return std::to_string(result.stream_count()) +
+           " streams: " + std::to_string(result.count(Salvage_State::recovered)) + " recovered, " +
+           std::to_string(result.count(Salvage_State::partial)) + " partial, " +
+           std::to_string(result.count(Salvage_State::lost)) + " lost";
+}
+
+std::string salvage_report_text(const Salvage_Result& result) {
+    std::string out;
+    if (!result.is_compound_file) {
+        out += "not a compound file: " + result.reason + "\n";
+        out += "summary: " + salvage_summary(result) + "\n";
+        return out;
+    }
+    out += "layout: " + result.layout + " (" + result.reason + ")\n";
+    for (std::size_t i = 0; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type != 2) continue;
+        out += std::string(state_text(e.state)) + "\t" + utf8(result.path_of(i)) + "\t" +
+               std::to_string(e.size) + " bytes";
+        if (e.state != Salvage_State::recovered) out += ", " + missing_text(e);
+        out += "\t(" + e.evidence + ")\n";
+    }
+    for (const Salvage_Lost_Chain& c : result.lost_chains) {
+        uint64_t n = 0;
+        for (const Salvage_Piece& p : c.pieces) n += p.length;
+        out += "unclaimed chain from sector " + std::to_string(c.first_sector) + ": " +
+               std::to_string(n) + " bytes\n";
+    }
+    out += "summary: " + salvage_summary(result) + "\n";
+    return out;
+}
+
+std::string salvage_report_json(const Salvage_Result& result) {
+    std::string out =
+        "{\"compound_file\":" + std::string(result.is_compound_file ? "true" : "false");
+    out +=
+        ",\"layout\":" + json_string(result.layout) + ",\"reason\":" + json_string(result.reason);
+    out += ",\"sector_size\":" + std::to_string(result.sector_size) + ",\"storages\":[";
+    bool first = true;
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        if (!result.entries[i].is_storage()) continue;
+        out += (first ? "" : ",") + json_string(utf8(result.path_of(i)));
+        first = false;
+    }
+    out += "],\"streams\":[";
+    first = true;
+    for (std::size_t i = 0; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type != 2) continue;
+        out += first ? "{" : ",{";
+        first = false;
+        out += "\"path\":" + json_string(utf8(result.path_of(i))) +
+               ",\"size\":" + std::to_string(e.size) + ",\"state\":\"" + state_text(e.state) +
+               "\",\"recovered_bytes\":" + std::to_string(e.recovered_bytes()) + ",\"missing\":[";
+        for (std::size_t k = 0; k < e.missing.size(); ++k) {
+            out += (k ? ",{" : "{") + std::string("\"offset\":") +
+                   std::to_string(e.missing[k].offset) +
+                   ",\"length\":" + std::to_string(e.missing[k].length) + "}";
+        }
+        out += "],\"evidence\":" + json_string(e.evidence) + "}";
+    }
+    out += "],\"unclaimed_chains\":[";
+    for (std::size_t k = 0; k < result.lost_chains.size(); ++k) {
+        uint64_t n = 0;
+        for (const Salvage_Piece& p : result.lost_chains[k].pieces) n += p.length;
+        out += (k ? ",{" : "{") + std::string("\"first_sector\":") +
+               std::to_string(result.lost_chains[k].first_sector) +
+               ",\"bytes\":" + std::to_string(n) + "}";
+    }
+    out += "],\"summary\":{\"streams\":" + std::to_string(result.stream_count()) +
+           ",\"recovered\":" + std::to_string(result.count(Salvage_State::recovered)) +
+           ",\"partial\":" + std::to_string(result.count(Salvage_State::partial)) +
+           ",\"lost\":" + std::to_string(result.count(Salvage_State::lost)) + "}}\n";
+    return out;
+}
+
+std::wstring safe_component(const std::wstring& name) {
+    std::wstring out;
+    for (const wchar_t c : name) {
+        const bool forbidden =
+            c == L'/' || c == L'\\' || c < 0x20 ||
+            (platform::kWindows && std::wstring(L"<>:\"|?*").find(c) != std::wstring::npos);
+        out += forbidden ? L'_' : c;
+    }
+    if (out.empty()) out = L"_";
+    // Each step makes the name longer or replaces a refused ending; three steps settle every
+    // refused form ("." / "..", trailing dot or blank, device names).
+    for (int step = 0; step < 3 && is_refused_file_name(out); ++step) {
+        if (out.back() == L'.' || out.back() == L' ') {
+            out.back() = L'_';
+        } else {
+            out = L"_" + out;
+        }
+    }
+    return is_refused_file_name(out) ? std::wstring(L"_entry") : out;
+}
+
+bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                     const std::wstring& folder, bool keep_partial, std::string& error) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const fs::path root = platform::to_path(folder);
+    fs::create_directories(root, ec);
+    if (!fs::is_directory(root)) {
+        error = "cannot create folder " + platform::to_utf8(folder);
+        return false;
+    }
+    std::vector<fs::path> paths(result.entries.size());
+    std::vector<std::set<std::wstring>> used(result.entries.size());
+    paths[0] = root;
+    used[0].insert(L"lost");  // the unclaimed chains' folder
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
+        const auto parent = static_cast<std::size_t>(e.parent);
+        if (paths[parent].empty()) continue;
+        const std::wstring base =
+            safe_component(platform::from_utf16(e.name.data(), e.name.size()));
+        fs::path target = paths[parent] / platform::to_path(unique_in(used[parent], base));
+        // An existing link would lead the write elsewhere: take another name instead.
+        for (int tries = 0;
+             tries < 100 && (platform::is_link(target) ||
+                             (e.is_storage() && fs::exists(target) && !fs::is_directory(target)));
+             ++tries) {
+            target = paths[parent] / platform::to_path(unique_in(used[parent], base));
+        }
+        if (e.is_storage()) {
+            fs::create_directories(target, ec);
+            if (!fs::is_directory(target)) {
+                error = "cannot create folder " + platform::to_utf8(platform::from_path(target));
+                return false;
+            }
+            paths[i] = target;
+            continue;
+        }
+        if (!write_file(target, salvaged_bytes(data, size, e.pieces), error)) return false;
+    }
+    if (!result.lost_chains.empty()) {
+        const fs::path lost = root / "lost";
+        fs::create_directories(lost, ec);
+        if (platform::is_link(lost) || !fs::is_directory(lost)) {
+            error = "cannot create folder " + platform::to_utf8(platform::from_path(lost));
+            return false;
+        }
+        for (const Salvage_Lost_Chain& c : result.lost_chains) {
+            const fs::path file = lost / ("sector_" + std::to_string(c.first_sector) + ".bin");
+            if (platform::is_link(file)) continue;
+            if (!write_file(file, salvaged_bytes(data, size, c.pieces), error)) return false;
+        }
+    }
+    return true;
+}
+
+std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
+                                                  const Salvage_Result& result, bool keep_partial) {
+    auto root = std::make_unique<Cfb_Fs_Item_DirNode>();
+    if (result.entries.empty()) return root;
+    auto copy_meta = [](const Salvaged_Entry& e, Cfb_Fs_Item_AbstractNode& item) {
+        item.clsid = e.clsid;
+        item.state_bits = e.state_bits;
+        item.creation_time = e.creation_time;
+        item.modified_time = e.modified_time;
+    };
+    copy_meta(result.entries[0], *root);
+    std::vector<Cfb_Fs_Item_DirNode*> dirs(result.entries.size(), nullptr);
+    std::vector<std::set<std::u16string>> used(result.entries.size());
+    dirs[0] = root.get();
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
+        Cfb_Fs_Item_DirNode* parent = dirs[static_cast<std::size_t>(e.parent)];
+        if (parent == nullptr) continue;
+        // The builder refuses two children whose names match without case; a damaged
+        // directory may hold such twins.
+        std::u16string name = e.name.empty() ? u"_" : e.name;
+        auto folded = [](std::u16string s) {
+            for (char16_t& c : s) c = static_cast<char16_t>(std::towupper(c));
+            return s;
+        };
+        for (uint32_t n = 2;
+             used[static_cast<std::size_t>(e.parent)].count(folded(name)) != 0 && n < 100000; ++n) {
+            const std::string suffix = "~" + std::to_string(n);
+            name =
+                e.name.substr(0, 31 - suffix.size()) + std::u16string(suffix.begin(), suffix.end());
+        }
+        used[static_cast<std::size_t>(e.parent)].insert(folded(name));
+        if (e.is_storage()) {
+            Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
+            copy_meta(e, d);
+            dirs[i] = &d;
+        } else {
+            Cfb_Fs_Item_FileNode& f =
+                parent->add_stream(name, salvaged_bytes(data, size, e.pieces));
+            copy_meta(e, f);
+        }
+    }
+    return root;
+}
+
+}  // namespace vrk
