@@ -166,7 +166,7 @@ void make_report_folder(const std::wstring& report_file_path) {
 template <typename Dump>
 std::wstring write_report(const Cfb_File& file, const char* folder, const char* file_name,
                           Dump dump) {
-    const std::wstring path = report_path(file, folder, file_name);
+    std::wstring path = report_path(file, folder, file_name);
     if (path.empty()) {
         return path;
     }
@@ -197,7 +197,7 @@ std::wstring report_base_folder(const Cfb_File& file) {
 }
 
 std::wstring report_path(const Cfb_File& file, const char* folder, const char* file_name) {
-    const std::wstring base = report_base_folder(file);
+    std::wstring base = report_base_folder(file);
     if (base.empty()) {
         return base;
     }

@@ -73,7 +73,7 @@ const Cfb_Directory_Entry_DirNode* root_storage(const Cfb_File& file) {
 }  // namespace
 
 std::wstring release_folder(const Cfb_File& file) {
-    const std::wstring base = report_base_folder(file);
+    std::wstring base = report_base_folder(file);
     if (base.empty()) {
         return base;
     }
