@@ -215,6 +215,7 @@ Error_Code Cfb_File::check_cfb_core(Cfb_File& file) {
 }
 
 uint32_t Cfb_File::find_root_entry_by_scan() {
+    scanned_directory_layout.clear();
     // Pass 1 keeps only the offsets of plausible slots: stream data is almost never
     // plausible, and a directory is small next to its file.
     std::vector<uint64_t> accepted;

@@ -1,0 +1,279 @@
+// The damage probe's passes against their literal byte-wise forms, and the scan's rules.
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Root_Signature_Search.h"
+#include "common/platform.h"
+#include "support/literal_probe.h"
+#include "support/probe_samples.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+using test::build_sample;
+using test::Sample_File;
+using test::Sample_Kind;
+
+File_Description describe(const std::filesystem::path& path) {
+    const std::wstring wide = platform::from_path(path);
+    return {wide, wide, platform::to_utf8(wide)};
+}
+
+// The fast scan and the literal one on the same file: the same verdict, the same records,
+// or the same failure text.
+void expect_scan_matches_literal(const std::filesystem::path& path, const std::string& what) {
+    SCOPED_TRACE(what);
+    Cfb_File fast(describe(path));
+    Cfb_File slow(describe(path));
+    std::string fast_failure;
+    std::string slow_failure;
+    uint32_t fast_result = 0;
+    test::Literal_Scan_Result literal;
+    try {
+        fast_result = fast.find_root_entry_by_scan();
+    } catch (const std::logic_error& failure) {
+        fast_failure = failure.what();
+    }
+    try {
+        literal = test::literal_root_entry_scan(slow);
+    } catch (const std::logic_error& failure) {
+        slow_failure = failure.what();
+    }
+    ASSERT_EQ(fast_failure, slow_failure);
+    if (!fast_failure.empty()) return;
+    ASSERT_EQ(fast_result, literal.result);
+    EXPECT_TRUE(test::same_layout(fast.scanned_directory_layout, literal.layout));
+    EXPECT_EQ(fast.mini_sector_count, literal.mini_sector_count);
+    if (literal.result == 0) EXPECT_TRUE(test::same_entry(fast.root_entry, literal.root));
+}
+
+class Probe : public ::testing::Test {
+protected:
+    std::filesystem::path save(const Sample_File& sample, const std::string& name = "s.doc") {
+        const auto path = folder / name;
+        sample.write(path);
+        return path;
+    }
+    std::filesystem::path save(const std::vector<uint8_t>& bytes, const std::string& name) {
+        test::write_file(folder / name, std::string(bytes.begin(), bytes.end()));
+        return folder / name;
+    }
+
+    test::Temp_Folder folder{"probe"};
+};
+
+TEST_F(Probe, SignatureSearchMatchesLiteralOnJunk) {
+    std::mt19937 random(7);
+    // Junk made of the signature's own bytes, with whole and cut-off signatures planted,
+    // so that near misses are frequent.
+    const uint8_t alphabet[] = {0x00, 0x52, 0x6F, 0x74, 0x20, 0x45, 0x6E, 0x72, 0x79, 0xFF};
+    for (int round = 0; round < 150; ++round) {
+        std::vector<uint8_t> bytes(random() % 2500);
+        for (auto& b : bytes) b = alphabet[random() % sizeof(alphabet)];
+        if (!bytes.empty() && random() % 2 == 0) {
+            const std::size_t keep = 18 + random() % 5;  // 22 is a whole signature
+            const std::size_t at = random() % bytes.size();
+            for (std::size_t i = 0; i < keep && at + i < bytes.size(); ++i) {
+                bytes[at + i] = kRootEntrySignature[i];
+            }
+        }
+        const auto path = save(bytes, "junk.bin");
+        const File_Description input = describe(path);
+        ASSERT_EQ(Cfb_File::search_root_entry_signature(input),
+                  test::literal_root_signature_search(input.open_path_wstr))
+            << "round " << round;
+    }
+}
+
+TEST_F(Probe, SignatureSearchEdges) {
+    EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(save({}, "empty.doc"))));
+    EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(folder / "missing.doc")));
+    std::vector<uint8_t> exact(kRootEntrySignature.begin(), kRootEntrySignature.end());
+    EXPECT_TRUE(Cfb_File::search_root_entry_signature(describe(save(exact, "exact.bin"))));
+    exact.pop_back();
+    EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(save(exact, "short.bin"))));
+}
+
+TEST(Signature_Stream, FindsMatchesAcrossBlockBorders) {
+    const std::size_t block = std::size_t{1} << 20;
+    for (const std::size_t at : {block - 22, block - 21, block - 11, block - 1, block,
+                                 2 * block - 5, 3 * block - 22}) {
+        std::string bytes(3 * block, '\0');
+        std::copy(kRootEntrySignature.begin(), kRootEntrySignature.end(), bytes.begin() + at);
+        std::istringstream whole(bytes);
+        EXPECT_TRUE(stream_holds_root_entry_signature(whole)) << at;
+        bytes[at + 21] = 'x';
+        std::istringstream broken(bytes);
+        EXPECT_FALSE(stream_holds_root_entry_signature(broken)) << at;
+    }
+    std::istringstream empty;
+    EXPECT_FALSE(stream_holds_root_entry_signature(empty));
+}
+
+TEST_F(Probe, ScanMatchesLiteralOnRandomlyDamagedFiles) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 40; ++round) {
+        Sample_File sample = build_sample(static_cast<Sample_Kind>(round % 4), round);
+        const auto& dir = sample.layout.directory_sids;
+        const int damages = 1 + static_cast<int>(random() % 6);
+        for (int d = 0; d < damages; ++d) {
+            const uint32_t did = random() % (4 * dir.size());
+            const uint64_t entry = sample.entry_offset(did);
+            switch (random() % 7) {
+                case 0:  // a second root storage somewhere in the directory
+                    sample.bytes[entry + 66] = 5;
+                    break;
+                case 1:  // a name length that may or may not fit the name
+                    sample.put_u16(entry + 64, static_cast<uint16_t>(random() % 70));
+                    break;
+                case 2:  // a link out of range, or exactly at the limit
+                    sample.put_u32(entry + 68 + 4 * (random() % 3),
+                                   random() % 2 ? 10000u : 10001u + random() % 5);
+                    break;
+                case 3:  // a stream size around the cutoff with a far start
+                    sample.put_u32(entry + 120, 4094 + random() % 4);
+                    sample.put_u32(entry + 116, random() % 200);
+                    break;
+                case 4: {  // a copy of an entry in some sector far from the directory
+                    const uint64_t to = 512 + 128 * (random() % ((sample.bytes.size() - 512) / 128));
+                    std::copy_n(sample.bytes.begin() + static_cast<std::ptrdiff_t>(entry), 128,
+                                sample.bytes.begin() + static_cast<std::ptrdiff_t>(to));
+                    break;
+                }
+                case 5:  // a stray byte in a name's tail
+                    sample.bytes[entry + 40 + random() % 24] = 0x41;
+                    break;
+                default:  // cut the file short, sometimes below two sectors
+                    sample.bytes.resize(random() % 3 == 0 ? 512 + random() % 512
+                                                          : 1024 + random() % (sample.bytes.size() - 1024));
+                    break;
+            }
+            if (sample.bytes.size() < 1024) break;
+        }
+        expect_scan_matches_literal(save(sample, "damaged.doc"), "round " + std::to_string(round));
+    }
+}
+
+TEST_F(Probe, ScanMatchesLiteralOnJunk) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 30; ++round) {
+        std::vector<uint8_t> bytes(1024 + random() % 6000);
+        for (auto& b : bytes) b = static_cast<uint8_t>(random() % 3 == 0 ? random() : 0);
+        // Plant records that pass the name and link tests, some of them root storages.
+        for (int k = 0; k < 8; ++k) {
+            const std::size_t at = 512 + 128 * (random() % ((bytes.size() - 512) / 128));
+            std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), 64, 0);
+            bytes[at] = 0x41;
+            bytes[at + 64] = 2;
+            bytes[at + 65] = 0;
+            bytes[at + 66] = static_cast<uint8_t>(random() % 2 ? 5 : 2);
+            for (int link = 0; link < 3; ++link) {
+                std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(at + 68 + 4 * link), 4, 0xFF);
+            }
+        }
+        expect_scan_matches_literal(save(bytes, "junk.doc"), "round " + std::to_string(round));
+    }
+}
+
+TEST_F(Probe, PlausibilityMatchesLiteral) {
+    Sample_File sample = build_sample(Sample_Kind::word);
+    Cfb_File file(describe(save(sample)));
+    std::mt19937 random(3);
+    const uint32_t ids[] = {0, 10000, 10001, 0xFFFFFFFE, 0xFFFFFFFF};
+    const auto edge = [&](uint64_t around) {
+        return static_cast<uint32_t>(around - 1 + random() % 3);
+    };
+    for (int round = 0; round < 2000; ++round) {
+        Directory_Entry record;
+        record.name_valid_size = static_cast<uint16_t>(random() % 67);
+        for (std::size_t i = 0; i < record.name.size(); ++i) {
+            record.name[i] = random() % 8 == 0 ? 0x41 : 0;
+        }
+        record.left_sibling_id = ids[random() % 5];
+        record.right_sibling_id = ids[random() % 5];
+        record.child_id = ids[random() % 5];
+        record.stream_size = random() % 2 ? edge(4096) : edge(file.file_size - 512);
+        record.start_sid = static_cast<uint32_t>(edge(file.max_sid));
+        ASSERT_EQ(file.is_plausible_directory_entry(record), test::literal_plausible(file, record))
+            << "round " << round;
+    }
+}
+
+TEST_F(Probe, ShortFilesFailAtTheFirstByteBeyondTheEnd) {
+    // Under 1024 bytes max_sid is 0, and the four slots of sector 0 need bytes up to 1019.
+    for (const std::size_t size : {513u, 700u, 1000u, 1019u, 1020u, 1023u}) {
+        std::vector<uint8_t> bytes(size, 0);
+        std::copy(kRootEntrySignature.begin(), kRootEntrySignature.end(), bytes.begin() + 512);
+        bytes[512 + 64] = 22;
+        bytes[512 + 66] = 5;
+        const auto path = save(bytes, "short.doc");
+        expect_scan_matches_literal(path, "size " + std::to_string(size));
+        if (size < 1020) {
+            EXPECT_THROW(Cfb_File::get_cfb_file_damaged_type(describe(path)), std::logic_error);
+        }
+    }
+}
+
+TEST_F(Probe, HigherSectorRootWins) {
+    Sample_File sample = build_sample(Sample_Kind::word);
+    ASSERT_GE(sample.layout.directory_sids.size(), 2u);
+    const uint32_t late = 4 * static_cast<uint32_t>(sample.layout.directory_sids.size() - 1);
+    sample.bytes[sample.entry_offset(late) + 66] = 5;
+    sample.put_u32(sample.entry_offset(late) + 120, 630);
+    Cfb_File file(describe(save(sample)));
+    ASSERT_EQ(file.find_root_entry_by_scan(), 0u);
+    EXPECT_EQ(file.root_entry.did, 4 * sample.layout.directory_sids.back());  // slot index
+    EXPECT_EQ(file.root_entry.stream_size, 630u);
+    EXPECT_EQ(file.mini_sector_count, 10u);
+}
+
+TEST_F(Probe, StrayBytesAfterTheNameMakeASlotImplausible) {
+    Sample_File sample = build_sample(Sample_Kind::word);
+    const uint64_t root = sample.entry_offset(0);
+    ASSERT_EQ(sample.bytes[root + 64], 22);
+    sample.bytes[root + 40] = 0x58;
+    Cfb_File file(describe(save(sample)));
+    EXPECT_EQ(file.find_root_entry_by_scan(), 0xFFFFFFFFu);
+    EXPECT_TRUE(file.scanned_directory_layout.empty());
+    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample))), ec::kRootLost);
+}
+
+TEST_F(Probe, DocumentKindComesFromTheScannedLayout) {
+    const std::pair<Sample_Kind, int32_t> kinds[] = {
+        {Sample_Kind::word, 0}, {Sample_Kind::sheet, 1}, {Sample_Kind::slides, 2}};
+    for (const auto& [kind, expected] : kinds) {
+        Cfb_File file(describe(save(build_sample(kind), "k.bin")));
+        EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
+        EXPECT_EQ(file.document_kind, expected);
+    }
+    Cfb_File none(describe(save(build_sample(Sample_Kind::none), "n.bin")));
+    EXPECT_EQ(Cfb_File::check_cfb_core(none), ec::kCoreLost);
+    EXPECT_EQ(none.document_kind, 3);
+}
+
+TEST_F(Probe, SmallStreamStartingPastTheContainerIsLeftOut) {
+    Sample_File sample = build_sample(Sample_Kind::word);
+    const uint64_t table = sample.entry_offset(sample.did_of(u"1Table"));
+    sample.put_u32(table + 116, 4000);  // far past the container's estimated mini sectors
+    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample))), ec::kCoreLost);
+    sample.put_u32(table + 120, 4096);  // exactly 4096 counts as large here
+    sample.put_u32(table + 116, 3);
+    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample))), ec::kSuccess);
+}
+
+TEST_F(Probe, StatedNameLengthIsNotConsultedForTheKind) {
+    Sample_File sample = build_sample(Sample_Kind::sheet);
+    sample.put_u16(sample.entry_offset(sample.did_of(u"Workbook")) + 64, 64);
+    Cfb_File file(describe(save(sample, "s.xls")));
+    EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
+    EXPECT_EQ(file.document_kind, 1);
+}
+
+}  // namespace
+}  // namespace vrk

@@ -1,0 +1,34 @@
+// The damage probe's two whole-file passes written the slow, literal way (one 22-byte stream
+// read per byte of the file; every slot field read byte by byte through the door). The
+// library's fast passes must give exactly the same answers and the same failures.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/Cfb_File.h"
+
+namespace vrk::test {
+
+// Reads 22 bytes, compares, steps back 21, until a read comes up short.
+bool literal_root_signature_search(const std::wstring& path);
+
+struct Literal_Scan_Result {
+    uint32_t result = 0;
+    std::map<uint64_t, std::vector<Directory_Entry>> layout;
+    Directory_Entry root;
+    uint64_t mini_sector_count = 0;
+};
+
+// The slot scan of `file` without touching the object's members. Throws what the door
+// throws for a byte past the end.
+Literal_Scan_Result literal_root_entry_scan(Cfb_File& file);
+bool literal_plausible(const Cfb_File& file, const Directory_Entry& record);
+
+bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
+bool same_layout(const std::map<uint64_t, std::vector<Directory_Entry>>& a,
+                 const std::map<uint64_t, std::vector<Directory_Entry>>& b);
+
+}  // namespace vrk::test
