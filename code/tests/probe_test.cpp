@@ -92,7 +92,7 @@ TEST_F(Probe, SignatureSearchMatchesLiteralOnJunk) {
 }
 
 TEST_F(Probe, SignatureSearchEdges) {
-    EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(save({}, "empty.doc"))));
+    EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(save(std::vector<uint8_t>{}, "empty.doc"))));
     EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(folder / "missing.doc")));
     std::vector<uint8_t> exact(kRootEntrySignature.begin(), kRootEntrySignature.end());
     EXPECT_TRUE(Cfb_File::search_root_entry_signature(describe(save(exact, "exact.bin"))));
