@@ -27,11 +27,12 @@ TEST(Check_Entry_Before_Init, ReportsNotInitialisedAndCreatesNothing) {
 }
 
 class Check_Entry : public ::testing::Test {
-protected:
+  protected:
     static void SetUpTestSuite() { ASSERT_EQ(VrkCfbInit("logs", "config", "work"), 0); }
 
     // Checks `sample` saved as `name`; also returns the raw damage type pushed.
-    int32_t check(const Sample_File& sample, const std::string& name, Error_Code* pushed = nullptr) {
+    int32_t check(const Sample_File& sample, const std::string& name,
+                  Error_Code* pushed = nullptr) {
         sample.write(folder / name);
         return check_path((folder / name).u8string(), pushed);
     }
@@ -86,8 +87,8 @@ TEST_F(Check_Entry, EachHeaderFieldDecidesInTurn) {
     struct Damage {
         const char* what;
         uint64_t offset;
-        int width;       // 2 or 4 bytes; 0: eight zero bytes
-        int64_t value;   // -1: the file's max_sid
+        int width;      // 2 or 4 bytes; 0: eight zero bytes
+        int64_t value;  // -1: the file's max_sid
         Error_Code expected;
     };
     const Damage damages[] = {

@@ -91,19 +91,19 @@ bool name_shape_plausible(const uint8_t* name, uint16_t name_valid_size) {
     return true;
 }
 
-bool link_plausible(uint32_t id, uint32_t max_items) { return id <= max_items || id == NOSTREAM; }
+bool link_plausible(uint32_t id, uint32_t max_items) {
+    return id <= max_items || id == NOSTREAM;
+}
 
 // A stream must fit in the file; a large one must also start inside it.
-bool stream_plausible(uint32_t stream_size, sid_t start_sid, uint64_t file_size,
-                      uint64_t max_sid) {
+bool stream_plausible(uint32_t stream_size, sid_t start_sid, uint64_t file_size, uint64_t max_sid) {
     if (!(stream_size < file_size - 512u)) return false;
     return stream_size <= kMiniStreamCutoff || start_sid <= max_sid;
 }
 
 // The same test as Cfb_File::is_plausible_directory_entry, straight off the slot's bytes and
 // cheapest field first: almost every slot of stream data fails at the name length.
-bool slot_plausible(const uint8_t* slot, uint32_t max_items, uint64_t file_size,
-                    uint64_t max_sid) {
+bool slot_plausible(const uint8_t* slot, uint32_t max_items, uint64_t file_size, uint64_t max_sid) {
     return name_shape_plausible(slot, read_u16_le(slot + kOffNameValidSize)) &&
            link_plausible(read_u32_le(slot + kOffLeft), max_items) &&
            link_plausible(read_u32_le(slot + kOffRight), max_items) &&
@@ -184,8 +184,7 @@ Error_Code Cfb_File::get_cfb_file_damaged_type(const File_Description& input) {
 }
 
 bool Cfb_File::search_root_entry_signature(const File_Description& input) {
-    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]",
-              kLineSearchStart);
+    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
     bool opened = false;
     const bool found = file_holds_root_entry_signature(input.open_path_wstr, opened);
     if (!opened) {
@@ -236,8 +235,9 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     // max_sid is derived from the file size, so this walks each whole sector once.
     for (uint64_t sector = 0; sector <= max_sid; ++sector) {
         for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
-            const uint64_t offset = sector0_offset + uint64_t{directory_entry_size} *
-                                                         (sector * directory_entries_per_sector + slot);
+            const uint64_t offset =
+                sector0_offset +
+                uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
             if (slot_plausible(slot_at(offset), max_items, file_size, max_sid)) {
                 accepted.push_back(offset);
             }

@@ -19,7 +19,9 @@ uint32_t Sample_File::did_of(const std::u16string& path) const {
     return 0;
 }
 
-void Sample_File::put_u16(uint64_t offset, uint16_t value) { write_u16_le(&bytes.at(offset), value); }
+void Sample_File::put_u16(uint64_t offset, uint16_t value) {
+    write_u16_le(&bytes.at(offset), value);
+}
 
 void Sample_File::put_u32(uint64_t offset, uint32_t value) {
     bytes.at(offset + 3);
@@ -32,7 +34,8 @@ void Sample_File::fill(uint64_t offset, uint64_t length, uint8_t value) {
 
 void Sample_File::write(const std::filesystem::path& path) const {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
     if (!out) throw std::runtime_error("cannot write the sample file");
 }
 
@@ -61,7 +64,10 @@ Sample_File build_sample(Sample_Kind kind, uint32_t seed) {
             break;
     }
     root.add_stream(u"\x05SummaryInformation", noise(400));
-    root.add_stream(u"\x05" u"DocumentSummaryInformation", noise(300));
+    root.add_stream(
+        u"\x05"
+        u"DocumentSummaryInformation",
+        noise(300));
     auto& storage = root.add_storage(u"ObjectPool");
     storage.add_stream(u"Data", noise(200));
     Sample_File sample;

@@ -8,9 +8,9 @@
 namespace vrk::cli {
 
 // Exit statuses shared by every command.
-inline constexpr int kExitOk = 0;        // every file sound / the operation fully succeeded
-inline constexpr int kExitPartial = 1;   // damaged file, or not all of the work could be done
-inline constexpr int kExitUsage = 2;     // usage error or environment failure
+inline constexpr int kExitOk = 0;       // every file sound / the operation fully succeeded
+inline constexpr int kExitPartial = 1;  // damaged file, or not all of the work could be done
+inline constexpr int kExitUsage = 2;    // usage error or environment failure
 
 // Global options, parsed before the command name.
 struct Context {

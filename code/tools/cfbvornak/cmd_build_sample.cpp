@@ -63,9 +63,8 @@ int run_build_sample(const Context&, const std::vector<std::string>& args) {
         }
         const std::string shown = platform::narrow(platform::from_path(path));
         if (parsed.flags.count("--json") != 0) {
-            print_json_line({{"file", shown},
-                             {"bytes", document.bytes.size()},
-                             {"damage", document.damage}});
+            print_json_line(
+                {{"file", shown}, {"bytes", document.bytes.size()}, {"damage", document.damage}});
         } else {
             std::cout << shown << " (" << document.bytes.size() << " bytes): " << document.damage
                       << '\n';

@@ -70,9 +70,9 @@ Context default_context() {
     if (state.empty() || config.empty()) {
         std::wstring temp;
         std::string error;
-        const std::filesystem::path base =
-            platform::temp_directory(temp, error) ? platform::to_path(temp) / "cfbvornak"
-                                                  : std::filesystem::path("cfbvornak");
+        const std::filesystem::path base = platform::temp_directory(temp, error)
+                                               ? platform::to_path(temp) / "cfbvornak"
+                                               : std::filesystem::path("cfbvornak");
         if (state.empty()) state = base;
         if (config.empty()) config = base / "config";
     }
@@ -96,7 +96,8 @@ void print_usage(std::ostream& out) {
         out << "  " << name << command.summary << '\n';
     }
     out << "\nRun 'cfbvornak COMMAND --help' for a command's options.\n"
-           "Exit status: 0 all sound / done, 1 damaged or partly done, 2 usage or environment error.\n";
+           "Exit status: 0 all sound / done, 1 damaged or partly done, 2 usage or environment "
+           "error.\n";
 }
 
 // The library's folders must exist before it starts, and it runs from the work folder.
@@ -152,14 +153,14 @@ int run_tool(int argc, char** argv) {
         print_usage(std::cerr);
         return kExitUsage;
     }
-    const std::vector<std::string> command_args(args.begin() + static_cast<std::ptrdiff_t>(next) + 1,
-                                                args.end());
+    const std::vector<std::string> command_args(
+        args.begin() + static_cast<std::ptrdiff_t>(next) + 1, args.end());
     // Help needs no library and must not create its folders.
     if (wants_help(command_args)) return command->run(context, command_args);
 
     if (!enter_work_folder(context)) return kExitUsage;
-    const int32_t init = VrkCfbInit(context.log_dir.c_str(), context.config_dir.c_str(),
-                                    context.work_dir.c_str());
+    const int32_t init =
+        VrkCfbInit(context.log_dir.c_str(), context.config_dir.c_str(), context.work_dir.c_str());
     if (init != 0) {
         print_error("the library did not start (code " + std::to_string(init) + ")");
         return kExitUsage;
@@ -172,7 +173,9 @@ int run_tool(int argc, char** argv) {
 
 }  // namespace
 
-Registrar::Registrar(Command command) { registry().push_back(std::move(command)); }
+Registrar::Registrar(Command command) {
+    registry().push_back(std::move(command));
+}
 
 int run_on_fresh_thread(const std::function<int()>& work) {
     int result = 0;

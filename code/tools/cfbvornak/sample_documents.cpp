@@ -31,8 +31,15 @@ Built build(const std::u16string& core_name, uint32_t seed) {
         root.add_stream(core_name, noise(7000));
     }
     root.add_stream(u"\x05SummaryInformation", noise(400));
-    root.add_stream(u"\x05" u"DocumentSummaryInformation", noise(300));
-    root.add_storage(u"ObjectPool").add_stream(u"\x01" u"CompObj", noise(100));
+    root.add_stream(
+        u"\x05"
+        u"DocumentSummaryInformation",
+        noise(300));
+    root.add_storage(u"ObjectPool")
+        .add_stream(
+            u"\x01"
+            u"CompObj",
+            noise(100));
     Built built;
     built.bytes = build_compound_file(root, {}, &built.layout);
     return built;

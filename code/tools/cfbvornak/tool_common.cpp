@@ -103,46 +103,81 @@ void print_json_line(const nlohmann::json& object) {
 
 std::string result_gloss(int32_t api_result) {
     switch (api_result) {
-        case 0: return "ok";
-        case -3101: return "invalid argument or internal error";
-        case -3102: return "out of memory";
-        case -3103: return "library not initialised";
-        case -3104: return "library error";
-        case -3105: return "cannot open a file or make a folder";
-        case -3106: return "illegal input or output path";
-        case -3107: return "cannot open the compound file";
-        case -3108: return "damaged header";
-        case -3109: return "cannot be repaired";
-        case -3110: return "root directory entry lost";
-        case -3111: return "core directory entry lost";
-        case -3112: return "not a compound file";
-        case -3113: return "disk full";
-        case -3114: return "extension does not fit the document kind";
-        default: return "failed";
+        case 0:
+            return "ok";
+        case -3101:
+            return "invalid argument or internal error";
+        case -3102:
+            return "out of memory";
+        case -3103:
+            return "library not initialised";
+        case -3104:
+            return "library error";
+        case -3105:
+            return "cannot open a file or make a folder";
+        case -3106:
+            return "illegal input or output path";
+        case -3107:
+            return "cannot open the compound file";
+        case -3108:
+            return "damaged header";
+        case -3109:
+            return "cannot be repaired";
+        case -3110:
+            return "root directory entry lost";
+        case -3111:
+            return "core directory entry lost";
+        case -3112:
+            return "not a compound file";
+        case -3113:
+            return "disk full";
+        case -3114:
+            return "extension does not fit the document kind";
+        default:
+            return "failed";
     }
 }
 
 std::string damage_gloss(int32_t damage_type) {
     switch (damage_type) {
-        case 0: return "the file is in all likelihood fine";
-        case 59: return "header signature wrong";
-        case 60: return "header minor version wrong";
-        case 61: return "header major version wrong";
-        case 62: return "header byte-order mark wrong";
-        case 63: return "header sector shift wrong";
-        case 64: return "header mini sector shift wrong";
-        case 65: return "header count of directory sectors wrong";
-        case 66: return "header count of SAT sectors wrong";
-        case 67: return "header first directory sector wrong";
-        case 68: return "header mini stream cutoff wrong";
-        case 69: return "header first DISAT sector wrong";
-        case 70: return "header count of DISAT sectors wrong";
-        case 71: return "a SAT sector id in the header is wrong";
-        case 74: return "root directory entry lost, cannot be saved";
-        case 75: return "core directory entry lost, cannot be saved";
-        case 76: return "not a compound file at all";
-        case 77: return "file name extension does not fit the document kind";
-        default: return error_code_text(damage_type);
+        case 0:
+            return "the file is in all likelihood fine";
+        case 59:
+            return "header signature wrong";
+        case 60:
+            return "header minor version wrong";
+        case 61:
+            return "header major version wrong";
+        case 62:
+            return "header byte-order mark wrong";
+        case 63:
+            return "header sector shift wrong";
+        case 64:
+            return "header mini sector shift wrong";
+        case 65:
+            return "header count of directory sectors wrong";
+        case 66:
+            return "header count of SAT sectors wrong";
+        case 67:
+            return "header first directory sector wrong";
+        case 68:
+            return "header mini stream cutoff wrong";
+        case 69:
+            return "header first DISAT sector wrong";
+        case 70:
+            return "header count of DISAT sectors wrong";
+        case 71:
+            return "a SAT sector id in the header is wrong";
+        case 74:
+            return "root directory entry lost, cannot be saved";
+        case 75:
+            return "core directory entry lost, cannot be saved";
+        case 76:
+            return "not a compound file at all";
+        case 77:
+            return "file name extension does not fit the document kind";
+        default:
+            return error_code_text(damage_type);
     }
 }
 
@@ -151,6 +186,8 @@ std::string damage_description(int32_t code) {
     return damage_type ? damaged_type_description(code) : std::string(error_code_text(code));
 }
 
-void print_error(const std::string& message) { std::cerr << "cfbvornak: " << message << '\n'; }
+void print_error(const std::string& message) {
+    std::cerr << "cfbvornak: " << message << '\n';
+}
 
 }  // namespace vrk::cli

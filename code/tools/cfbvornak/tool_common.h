@@ -4,11 +4,10 @@
 
 #include <cstdint>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace vrk::cli {
 
@@ -22,8 +21,7 @@ struct Parsed_Args {
 
 // False (with a message in `error`) on an unknown option or a missing value.
 bool parse_args(const std::vector<std::string>& args, const std::set<std::string>& flag_names,
-                const std::set<std::string>& option_names, Parsed_Args& parsed,
-                std::string& error);
+                const std::set<std::string>& option_names, Parsed_Args& parsed, std::string& error);
 
 // True when the arguments ask for help (--help or -h anywhere before "--").
 bool wants_help(const std::vector<std::string>& args);
