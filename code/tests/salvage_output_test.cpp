@@ -180,6 +180,23 @@ TEST(SalvageOut, RebuiltFileRoundTrips) {
     EXPECT_TRUE(saw_deep);
 }
 
+// The count a repaired file is judged by.
+TEST(SalvageOut, CountsResolvingStreamsOfAFile) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"a", pattern(5000, 1));
+    root.add_stream(u"b", pattern(50, 2));
+    const fs::path base = fresh_folder("count_resolving");
+    const std::wstring file = platform::from_path(base / "in.cfb");
+    ASSERT_TRUE(write_compound_file(file, root));
+    std::size_t resolved = 0;
+    std::size_t streams = 0;
+    ASSERT_TRUE(count_resolving_streams(file, resolved, streams));
+    EXPECT_EQ(resolved, 2u);
+    EXPECT_EQ(streams, 2u);
+    EXPECT_FALSE(
+        count_resolving_streams(platform::from_path(base / "missing.cfb"), resolved, streams));
+}
+
 // --- Corpus of header-zeroed files, read back by python3-olefile (native only) ---
 
 struct Original {

@@ -9,6 +9,7 @@
 #include "cfb_vornak/Salvage_Layout.h"
 #include "cfb_vornak/Salvage_Verifier.h"
 #include "common/byte_order.h"
+#include "common/platform.h"
 
 namespace vrk {
 
@@ -168,6 +169,17 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size) {
     result.log = std::move(log);
     result.log.push_back("chosen: " + result.reason);
     return result;
+}
+
+bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
+                             std::size_t& streams) {
+    platform::Mapped_File mapped;
+    if (platform::map_file(path, mapped) != platform::Map_Step::ok) return false;
+    const Salvage_Result result = salvage_bytes(mapped.data, mapped.size);
+    resolved = result.count(Salvage_State::recovered);
+    streams = result.stream_count();
+    platform::unmap_file(mapped);
+    return true;
 }
 
 }  // namespace vrk

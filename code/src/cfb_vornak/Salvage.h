@@ -76,6 +76,10 @@ struct Salvage_Result {
 // Salvages the `size` bytes at `data` (the whole input file, read only).
 Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size);
 
+// Salvages the file at `path` (mapped read-only) and counts its streams and those recovered
+// whole: the check a repaired file is put through. False when the file cannot be read.
+bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
+
 // Copies the verified bytes of `entry` out of the input; missing ranges are not filled.
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
                                     const std::vector<Salvage_Piece>& pieces);
