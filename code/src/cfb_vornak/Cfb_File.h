@@ -13,6 +13,7 @@
 
 #include "cfb_vornak/Cfb_Header.h"
 #include "cfb_vornak/Directory_Entry.h"
+#include "cfb_vornak/Repair_Sectors.h"
 #include "cfb_vornak/cfb_types.h"
 #include "common/error_codes.h"
 #include "file_operation/File_Anywhere_Door.h"
@@ -119,6 +120,10 @@ public:
     int32_t document_kind = 3;  // 0 word processing, 1 spreadsheet, 2 presentation, 3 unknown
     bool switch_probe = true;
     bool switch_write = true;
+
+    // repair
+    Repair_Sector_Sets repair_sector_sets;  // candidate, beyond-end, SAT, MiniSAT, DISAT sectors
+    sids_array rebuilt_header_disat;         // the 109 DISAT entries of the rebuilt header
 
     // folders and password
     std::wstring m_output_file_dir_wstr;
