@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "cfb_vornak/cfb_vornak_api.h"
@@ -129,22 +130,40 @@ TEST(RepairEntry, AdvanceRepairNeedsAPassword) {
     EXPECT_TRUE(stdfs::exists(folder / "out.xls"));
 }
 
-TEST(RepairEntry, AFileLayerFailureEndsInTheEntrysHandler) {
-    // Too short for the probe's directory scan, which reads past the end of the file.
-    test::Temp_Folder folder("short");
-    test::write_file(folder / "short.doc", std::string(600, '\0'));
+// The result code left on the thread and the folded result of one repair.
+std::pair<int32_t, int32_t> repair_with_code(const stdfs::path& input, const stdfs::path& output) {
     int32_t code = 0;
     const int32_t result = on_fresh_thread([&] {
-        const int32_t folded =
-            VrkCfbGeneralRepair(arg(folder / "short.doc").c_str(), arg(folder / "out.doc").c_str());
+        const int32_t folded = VrkCfbGeneralRepair(arg(input).c_str(), arg(output).c_str());
         code = last_error_code(get_error_store());
         return folded;
     });
-    EXPECT_EQ(code, ec::kInternalError);
-    EXPECT_EQ(result, -3101);
-    for (const char* name : {"out.doc", "out.cfb", "out.xls", "out.ppt"}) {
-        EXPECT_FALSE(stdfs::exists(folder / name)) << name;
+    return {code, result};
+}
+
+bool any_output(const stdfs::path& stem) {
+    for (const char* extension : {".cfb", ".doc", ".xls", ".ppt"}) {
+        if (stdfs::exists(stem.string() + extension)) return true;
     }
+    return false;
+}
+
+TEST(RepairEntry, AFileLayerFailureEndsInTheEntrysHandler) {
+    test::Temp_Folder folder("failure");
+    // Too short for the probe's directory scan, which reads past the end of the file.
+    test::write_file(folder / "short.doc", std::string(600, '\0'));
+    EXPECT_EQ(repair_with_code(folder / "short.doc", folder / "short_out.doc"),
+              std::make_pair(ec::kInternalError, -3101));
+    EXPECT_FALSE(any_output(folder / "short_out"));
+
+    // 1 MiB sectors in the header: the parse reads the short-stream container past the end.
+    const stdfs::path input = write_sample(folder, "wide.bin", 1);
+    std::string text = test::read_file(input);
+    text[test::offsets::kSectorShift] = 20;
+    test::write_file(input, text);
+    EXPECT_EQ(repair_with_code(input, folder / "wide_out.doc"),
+              std::make_pair(ec::kInternalError, -3101));
+    EXPECT_FALSE(any_output(folder / "wide_out"));
 }
 
 TEST(RepairEntry, WithoutTheRootNameTheCheckRefusesButTheRepairGoesOn) {

@@ -414,7 +414,9 @@ TEST(RepairPipeline, EveryBrokenHeaderFieldGivesTheSameRepair) {
         {at::kMinorVersion, 2, 0x3B, ec::kMinorVersion},
         {at::kMajorVersion, 2, 4, ec::kMajorVersion},
         {at::kByteOrder, 2, 0xFEFF, ec::kEndian},
-        {at::kSectorShift, 2, 12, ec::kSectorShift},
+        // Not above 9: the short-stream container is read in sectors of 1 << sector_shift,
+        // and larger sectors would run past the end of the file during the parse.
+        {at::kSectorShift, 2, 8, ec::kSectorShift},
         {at::kMiniSectorShift, 2, 7, ec::kMiniSectorShift},
         {at::kNumDirSecs, 4, 0xFFFFFFF0u, ec::kNumDirSecs},
         {at::kNumSatSecs, 4, 0xFFFFFFF0u, ec::kNumSatSecs},
@@ -516,24 +518,51 @@ TEST(RepairPipeline, TheDisatCountIsTheMiniSatCount) {
     EXPECT_EQ(header_u32(output, test::header_disat_offset(1)), 10u);
 }
 
-// What the rebuilt header can and cannot recover, in format terms:
+// What the rebuilt header can and cannot recover, in file-format terms:
 // - SAT sectors are found by their FATSECT/DIFSECT entries, or as candidates holding a value
-//   past the estimated mini sector range; they are listed in ascending order, which is the
-//   SAT's own order only when the SAT sectors ascend in their chain (the builder's do).
+//   past the estimated mini sector range, and listed in ascending order: the SAT's own order
+//   as long as the SAT sectors ascend along their chain (the builder's do).
+// - A SAT sector whose 128 entries link a run of sectors that are all candidates (stream data
+//   with no FATSECT/DIFSECT value and no repeated 32-bit value, such as random bytes) is taken
+//   for a DISAT sector. Any stream of more than 128 such sectors in a row does this
+//   ("stream_sizes" and the shapes built around it: "sibling_chain", "tables_at_end",
+//   "sat_in_last_sector", "all_options"); the header then lacks those SAT sectors and claims a
+//   DISAT.
+// - When the root's stream size / 63 exceeds the number of sectors ("many_streams": hundreds
+//   of small streams in a small file), every SAT entry lies inside the estimated mini sector
+//   range, so SAT sectors compete with the MiniSAT sectors on score and some are taken for
+//   MiniSAT sectors.
 // - More than 109 SAT sectors ("disat") cannot be recovered: the DISAT sectors hold SAT sector
-//   ids, which are no candidates, so they are not recognised (they pass as SAT sectors), and
-//   only the first 109 SAT sectors reach the header.
+//   ids, which are no candidates, so they are not recognised, and only the first 109 SAT
+//   sectors reach the header.
 // - A SAT sector that is the file's last whole sector ("sat_in_last_sector", "all_options") is
-//   never looked at, so the SAT in the header lacks it and chains through it break.
-// - Version 4 files ("version4") are written back with a version 3 header and 512-byte
-//   sectors, which misplaces every sector of the 4096-byte layout.
-// Everything else the builder writes comes back: the directory starts at the lowest sector
-// holding plausible directory records, and the MiniSAT sector scores highest.
-const std::set<std::string> kUnrecoverable{"disat", "sat_in_last_sector", "all_options",
-                                           "version4"};
+//   never looked at, so the SAT in the header lacks it.
+// - Version 4 files ("version4") get a version 3 header with 512-byte sectors, which misplaces
+//   every sector of their 4096-byte layout.
+// The other shapes come back whole: their directory starts at the lowest sector holding
+// plausible directory records, and their MiniSAT sector scores highest. So does a large stream
+// of text, whose sectors repeat values and are therefore no candidates.
+const std::set<std::string> kUnrecoverable{"stream_sizes", "sibling_chain", "tables_at_end",
+                                           "many_streams", "disat",         "sat_in_last_sector",
+                                           "all_options",  "version4"};
 
 void write_manifest(const stdfs::path& path, const std::string& json) {
     test::write_file(path, json);
+}
+
+// A spreadsheet with a 1 MiB stream of repeated text beside small streams.
+test::Sample_Shape large_text_shape() {
+    test::Sample_Shape shape = test::shape_with_document("empty_root", 1);
+    const std::string sentence = "The quick brown fox jumps over the lazy dog. ";
+    std::vector<uint8_t> text;
+    while (text.size() < (1u << 20)) text.insert(text.end(), sentence.begin(), sentence.end());
+    shape.root->add_stream(u"Text", text);
+    shape.root->add_storage(u"Box").add_stream(u"Note", test::random_bytes(700, 5));
+    shape.name = "large_text";
+    shape.streams.clear();
+    shape.storages.clear();
+    test::collect_expected(*shape.root, shape.streams, shape.storages);
+    return shape;
 }
 
 TEST(RepairRoundTrip, OlefileReadsEveryStreamOfARepairedFile) {
@@ -541,8 +570,11 @@ TEST(RepairRoundTrip, OlefileReadsEveryStreamOfARepairedFile) {
     test::Temp_Folder folder("roundtrip");
     const stdfs::path checked = folder / "checked";
     stdfs::create_directories(checked);
-    for (const std::string& name : test::sample_shape_names()) {
-        const test::Sample_Shape shape = test::shape_with_document(name, 1);
+    std::vector<std::string> names = test::sample_shape_names();
+    names.push_back("large_text");
+    for (const std::string& name : names) {
+        const test::Sample_Shape shape =
+            name == "large_text" ? large_text_shape() : test::shape_with_document(name, 1);
         std::vector<uint8_t> bytes = built(shape);
         test::zero_range(bytes, 0, 512);
         const stdfs::path input = folder / (name + ".bin");
@@ -562,6 +594,25 @@ TEST(RepairRoundTrip, OlefileReadsEveryStreamOfARepairedFile) {
     const std::string command =
         std::string("/usr/bin/python3 ") + CFB_OLEFILE_CHECK + " " + (folder / "checked").string();
     EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST(RepairRoundTrip, SatSectorsOfRandomDataRunsAreTakenForDisat) {
+    test::Temp_Folder folder("random_run");
+    Build_Layout layout;
+    std::vector<uint8_t> bytes = built(test::shape_with_document("stream_sizes", 1), &layout);
+    test::zero_range(bytes, 0, 512);
+    write(folder / "in.bin", bytes);
+    const Repaired repaired = repair(folder / "in.bin", folder / "out.cfb");
+    ASSERT_EQ(repaired.code, ec::kSuccess);
+    // The 3 MiB stream runs through every sector the SAT sectors after the first one link.
+    const std::vector<sid_t> run(layout.sat_sids.begin() + 1, layout.sat_sids.end() - 1);
+    const auto& sets = repaired.file->repair_sector_sets;
+    EXPECT_EQ(sets.found_disat_sids.members(), run);
+    EXPECT_EQ(sets.found_minisat_sids.members(), layout.minisat_sids);
+    const auto output = read(folder / "out.xls");
+    EXPECT_EQ(header_u32(output, test::offsets::kFirstDisatSid), run.front());
+    EXPECT_EQ(header_u32(output, test::offsets::kNumDisatSecs), layout.minisat_sids.size());
+    EXPECT_EQ(header_u32(output, test::offsets::kNumSatSecs), sets.found_sat_sids.size());
 }
 
 TEST(RepairRoundTrip, ALastSatSectorIsLeftOutOfTheHeader) {
