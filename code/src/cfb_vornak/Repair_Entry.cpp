@@ -1,10 +1,14 @@
 #include <exception>
+#include <memory>
 #include <string>
 
+#include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Entries.h"
 #include "cfb_vornak/Library_State.h"
+#include "cfb_vornak/Repair_Output_Path.h"
 #include "common/error_store.h"
+#include "common/fs_utils.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -35,14 +39,180 @@ int32_t set_password_entry(const char* password) {
     return last_error_code(store);
 }
 
-int32_t general_repair_entry(const char* /*input*/, const char* /*output*/) {
+namespace {
+
+constexpr const char* kVersionLine = "cfb vornak git info:[1, 0, 0, 172-m-1ebe190c]";
+
+// The scratch folder `name` below `folder`, absolute, with a separator at the end.
+std::wstring scratch_folder(const std::wstring& folder, const wchar_t* name) {
+    std::wstring path = folder;
+    if (path.empty() || path.back() != platform::kSeparator) path += platform::kSeparator;
+    return fs::make_absolute(path + name + platform::kSeparator);
+}
+
+// Empties both scratch folders; a failure is logged and the repair goes on.
+void clear_scratch_folders(const std::wstring& release_folder, const std::wstring& raw_folder) {
+    CFB_LOG_INFO("clearFolder~");
+    for (const std::wstring* folder : {&release_folder, &raw_folder}) {
+        try {
+            fs::clear_folder(*folder);
+        } catch (const std::exception& e) {
+            CFB_LOG_ERROR(std::string("clearFolder failed! error info is:") + e.what());
+        }
+    }
+}
+
+// The folder of the output file, as the last resort for the scratch folders.
+std::wstring output_folder_of(const std::wstring& output_path) {
+    return platform::from_path(platform::to_path(output_path).parent_path());
+}
+
+}  // namespace
+
+// Validates both paths, prepares the output's folder and the two scratch folders below the
+// work folder, then lets a fully parsed Cfb_File rebuild the header into prefix + ".cfb"
+// (whose extension the repair may change). A success pushes no record of its own: the result
+// is whatever record the thread holds last.
+int32_t general_repair_entry(const char* input, const char* output) {
+    auto& store = get_error_store();
+    CFB_LOG_INFO(kVersionLine);
+    CFB_LOG_INFO("_VrkCfbGeneralRepair");
+    const std::string input_text = input != nullptr ? input : "";
+    const std::string output_text = output != nullptr ? output : "";
+    if (input != nullptr && output != nullptr) {
+        CFB_LOG_INFO("input_file_path = " + input_text);
+        CFB_LOG_INFO("out_file_path = " + output_text);
+    } else {
+        CFB_LOG_ERROR("input_file_path = " + input_text);
+        CFB_LOG_ERROR("out_file_path = " + output_text);
+    }
+
     if (!Cfb_Logger::is_init()) {
         CFB_LOG_ERROR("Cfb_Logger::is_init == false ");
         VRK_PUSH_ERROR(ec::kObjectInitFailed);
-        return last_error_code(get_error_store());
+        return last_error_code(store);
     }
-    VRK_PUSH_ERROR(ec::kNotImplemented);
-    return last_error_code(get_error_store());
+    std::string log_dir;
+    if (!Cfb_Logger::get_log_dir(log_dir)) {
+        CFB_LOG_ERROR("Cfb_Logger::get_log_dir == false ");
+        VRK_PUSH_ERROR(ec::kObjectInitFailed);
+        return last_error_code(store);
+    }
+    CFB_LOG_INFO("log_dir = " + log_dir);
+
+    const std::wstring input_wstr = platform::widen(input_text);
+    if (input_wstr.empty()) {
+        VRK_PUSH_ERROR(ec::kInvalidArgument);
+        CFB_LOG_ERROR("the input file path is illegel!");
+        return last_error_code(store);
+    }
+    if (fs::is_folder(input_wstr)) {
+        VRK_PUSH_ERROR(ec::kInvalidArgument);
+        CFB_LOG_ERROR("the input file path is illegel!Due to the path is a dir not a file ");
+        return last_error_code(store);
+    }
+    std::string error_text;
+    if (fs::get_file_size(input_wstr, error_text) == -1) {
+        VRK_PUSH_ERROR(ec::kInvalidArgument);
+        CFB_LOG_ERROR("the input file path get size failed! error info is:" + error_text);
+        return last_error_code(store);
+    }
+    // The repair reads the input in place: it never writes to it, so no copy is taken.
+    std::wstring working_wstr;
+    try {
+        working_wstr = input_wstr;
+    } catch (const std::exception& e) {
+        CFB_LOG_ERROR(std::string("copy origin file failed ! exception") + e.what());
+        VRK_PUSH_ERROR(ec::kOpenFileFailed);
+        return last_error_code(store);
+    } catch (...) {
+        CFB_LOG_ERROR("copy origin file failed ! unknown exception");
+        VRK_PUSH_ERROR(ec::kOpenFileFailed);
+        return last_error_code(store);
+    }
+
+    const std::wstring output_wstr = platform::widen(output_text);
+    if (output_wstr.empty()) {
+        VRK_PUSH_ERROR(ec::kInvalidArgument);
+        CFB_LOG_ERROR("the output file path is illegel!");
+        return last_error_code(store);
+    }
+    if (fs::is_folder(output_wstr)) {
+        VRK_PUSH_ERROR(ec::kInvalidArgument);
+        CFB_LOG_ERROR("the output file path is illegel!Due to the path is a dir not a file ");
+        return last_error_code(store);
+    }
+    try {
+        fs::make_parent_folder(output_wstr);
+    } catch (const std::exception& e) {
+        CFB_LOG_ERROR(std::string("make dir for the output file failed ! exception") + e.what());
+        VRK_PUSH_ERROR(ec::kMakeDirFailed);
+        return last_error_code(store);
+    } catch (...) {
+        CFB_LOG_ERROR("make dir for the output file failed ! unknown exception");
+        VRK_PUSH_ERROR(ec::kMakeDirFailed);
+        return last_error_code(store);
+    }
+    const std::wstring output_prefix = repair_output_prefix(output_wstr);
+
+    std::wstring work_folder;
+    if (!access_work_folder(kSlotRead, nullptr, &work_folder)) {
+        std::string temp_error;
+        if (!fs::get_temp_folder(work_folder, temp_error)) {
+            CFB_LOG_ERROR("get_tmp_dir_in_windows failed! error info is:" + temp_error);
+            work_folder = output_folder_of(output_wstr);
+            CFB_LOG_ERROR(L"hence we will use the output dir " + work_folder);
+        }
+    }
+    uint64_t available_bytes = 0;
+    if (!fs::get_available_space(work_folder, available_bytes)) {
+        VRK_PUSH_ERROR(ec::kInternalError);
+        CFB_LOG_ERROR("get the_available_space_in_this_disk  failed !");
+        return last_error_code(store);
+    }
+    const std::wstring release_folder =
+        scratch_folder(work_folder, L"tmp_release_dir_for_fixing_cfb");
+    const std::wstring raw_folder = scratch_folder(work_folder, L"lib_cfb_tmp");
+    CFB_LOG_INFO(L"tmp_release_dir_for_fixing_cfb is:" + release_folder);
+    CFB_LOG_INFO(L"tmp_dir_for_raw_data_when_fixing_cfb is:" + raw_folder);
+    clear_scratch_folders(release_folder, raw_folder);
+
+    std::wstring password;
+    access_password(kSlotRead, nullptr, &password);
+
+    const std::wstring cfb_output = repair_cfb_output_path(output_prefix);
+    try {
+        const File_Description input_description{input_wstr, working_wstr,
+                                                 platform::to_utf8(input_wstr)};
+        const File_Description output_description{cfb_output, cfb_output,
+                                                  platform::to_utf8(cfb_output)};
+        auto file = std::make_unique<Cfb_File>(input_description, output_description);
+        file->set_password(password);
+        file->set_tmp_dir_for_raw_data(raw_folder);
+        file->set_output_file_dir(release_folder);
+        const Error_Code result = file->cfb_file_head_changing(output_description, true);
+        if (result != ec::kSuccess) {
+            CFB_LOG_ERROR("my_cfb_ptr->cfb_file_head_changing failed !");
+            CFB_LOG_ERROR(L"output_file_prefix_wstr = " + cfb_output + L" !");
+            VRK_PUSH_ERROR(result);
+            return last_error_code(store);
+        }
+        CFB_LOG_INFO("my_cfb_ptr->cfb_file_head_changing success !");
+        CFB_LOG_INFO(L"output_file_prefix_wstr = " + output_prefix + L" !");
+    } catch (const std::exception& e) {
+        CFB_LOG_ERROR(std::string("When fixing cfb exception :") + e.what() + "!");
+        VRK_PUSH_ERROR(ec::kInternalError);
+        clear_scratch_folders(release_folder, raw_folder);
+        return last_error_code(store);
+    } catch (...) {
+        CFB_LOG_ERROR("When fixing cfb unkown exception!");
+        VRK_PUSH_ERROR(ec::kInternalError);
+        clear_scratch_folders(release_folder, raw_folder);
+        return last_error_code(store);
+    }
+    clear_scratch_folders(release_folder, raw_folder);
+    CFB_LOG_INFO("my inner error code" + std::to_string(last_error_code(store)));
+    return last_error_code(store);
 }
 
 }  // namespace vrk
