@@ -46,7 +46,7 @@ std::string arg(const stdfs::path& path) {
 stdfs::path write_sample(const test::Temp_Folder& folder, const std::string& name,
                          int32_t document_kind, Build_Layout* layout = nullptr) {
     const test::Sample_Shape shape = test::shape_with_document("nested_storages", document_kind);
-    const stdfs::path path = folder / name;
+    stdfs::path path = folder / name;
     const auto bytes = build_compound_file(*shape.root, shape.options, layout);
     EXPECT_TRUE(test::write_bytes_to_file(platform::from_path(path), bytes));
     return path;
@@ -96,7 +96,7 @@ TEST(RepairEntry, UnusablePathsAreRefused) {
     test::Temp_Folder folder("paths");
     const stdfs::path input = write_sample(folder, "sheet.bin", 1);
     const std::string good_output = arg(folder / "out.xls");
-    for (const auto& [in, out] : std::vector<std::pair<std::string, std::string>>{
+    for (const auto& paths : std::vector<std::pair<std::string, std::string>>{
              {"", good_output},
              {arg(folder.path()), good_output},
              {arg(folder / "missing.bin"), good_output},
@@ -104,12 +104,12 @@ TEST(RepairEntry, UnusablePathsAreRefused) {
              {arg(input), arg(folder.path())}}) {
         int32_t code = 0;
         const int32_t result = on_fresh_thread([&] {
-            const int32_t folded = VrkCfbGeneralRepair(in.c_str(), out.c_str());
+            const int32_t folded = VrkCfbGeneralRepair(paths.first.c_str(), paths.second.c_str());
             code = last_error_code(get_error_store());
             return folded;
         });
-        EXPECT_EQ(result, -3101) << in << " -> " << out;
-        EXPECT_EQ(code, ec::kInvalidArgument) << in << " -> " << out;
+        EXPECT_EQ(result, -3101) << paths.first << " -> " << paths.second;
+        EXPECT_EQ(code, ec::kInvalidArgument) << paths.first << " -> " << paths.second;
     }
     EXPECT_EQ(on_fresh_thread([&] { return VrkCfbGeneralRepair(nullptr, good_output.c_str()); }),
               -3101);
