@@ -1,0 +1,83 @@
+// Arbitrary bytes, written to a file, through VrkCfbFileCheck; for inputs of modest size the
+// probe's fast passes are also compared with their literal byte-wise forms and any
+// difference aborts.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+
+#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/cfb_vornak_api.h"
+#include "common/platform.h"
+#include "support/literal_probe.h"
+
+namespace {
+
+namespace stdfs = std::filesystem;
+
+// The literal signature search seeks once per byte; bigger inputs only take the export.
+constexpr std::size_t kCompareLimit = 64 * 1024;
+
+const stdfs::path& input_path() {
+    static const stdfs::path path = [] {
+        const stdfs::path folder =
+            stdfs::absolute(stdfs::current_path() / "fuzz_check_tmp" /
+                            std::to_string(vrk::platform::current_process_id()));
+        stdfs::create_directories(folder);
+        const std::string base = vrk::platform::narrow(vrk::platform::from_path(folder));
+        VrkCfbInit((base + "/logs").c_str(), (base + "/config").c_str(), (base + "/work").c_str());
+        return folder / "input.doc";
+    }();
+    return path;
+}
+
+void compare_with_literal(const vrk::File_Description& input) {
+    if (vrk::Cfb_File::search_root_entry_signature(input) !=
+        vrk::test::literal_root_signature_search(input.open_path_wstr)) {
+        std::abort();
+    }
+    try {
+        vrk::Cfb_File fast(input);
+        vrk::Cfb_File slow(input);
+        std::string fast_failure;
+        std::string slow_failure;
+        uint32_t result = 0;
+        vrk::test::Literal_Scan_Result literal;
+        try {
+            result = fast.find_root_entry_by_scan();
+        } catch (const std::logic_error& failure) {
+            fast_failure = failure.what();
+        }
+        try {
+            literal = vrk::test::literal_root_entry_scan(slow);
+        } catch (const std::logic_error& failure) {
+            slow_failure = failure.what();
+        }
+        if (fast_failure != slow_failure) std::abort();
+        if (!fast_failure.empty()) return;
+        if (result != literal.result || fast.mini_sector_count != literal.mini_sector_count ||
+            !vrk::test::same_layout(fast.scanned_directory_layout, literal.layout)) {
+            std::abort();
+        }
+    } catch (const std::logic_error&) {
+        // The door refuses this input (a zero-length file cannot be mapped).
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    const stdfs::path& path = input_path();
+    {
+        std::ofstream out(path, std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+    const std::wstring wide = vrk::platform::from_path(path);
+    const int32_t result = VrkCfbFileCheck(vrk::platform::narrow(wide).c_str());
+    if (result > 0 || result < -3114) std::abort();
+    if (size <= kCompareLimit) compare_with_literal({wide, wide, vrk::platform::to_utf8(wide)});
+    return 0;
+}
