@@ -1,6 +1,6 @@
-// Arbitrary bytes, written to a file, through VrkCfbFileCheck; for inputs of modest size the
-// probe's fast passes are also compared with their literal byte-wise forms and any
-// difference aborts.
+// Arbitrary bytes, written to a file, through VrkCfbFileCheck. The probe's fast passes are
+// also compared with their literal byte-wise forms, and any difference aborts.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -10,6 +10,7 @@
 #include <string>
 
 #include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Root_Signature_Search.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 #include "support/literal_probe.h"
@@ -18,8 +19,11 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-// The literal signature search seeks once per byte; bigger inputs only take the export.
-constexpr std::size_t kCompareLimit = 64 * 1024;
+// The literal stream search seeks once per byte: above this size the fast search is compared
+// with a plain search over the input bytes instead.
+constexpr std::size_t kStreamCompareLimit = 4 * 1024;
+// The literal scan reads every byte through the door.
+constexpr std::size_t kScanCompareLimit = 1024 * 1024;
 
 const stdfs::path& input_path() {
     static const stdfs::path path = [] {
@@ -34,11 +38,16 @@ const stdfs::path& input_path() {
     return path;
 }
 
-void compare_with_literal(const vrk::File_Description& input) {
-    if (vrk::Cfb_File::search_root_entry_signature(input) !=
-        vrk::test::literal_root_signature_search(input.open_path_wstr)) {
-        std::abort();
-    }
+void compare_searches(const vrk::File_Description& input, const uint8_t* data, std::size_t size) {
+    const bool fast = vrk::Cfb_File::search_root_entry_signature(input);
+    const bool slow = size <= kStreamCompareLimit
+                          ? vrk::test::literal_root_signature_search(input.open_path_wstr)
+                          : std::search(data, data + size, vrk::kRootEntrySignature.begin(),
+                                        vrk::kRootEntrySignature.end()) != data + size;
+    if (fast != slow) std::abort();
+}
+
+void compare_scans(const vrk::File_Description& input) {
     try {
         vrk::Cfb_File fast(input);
         vrk::Cfb_File slow(input);
@@ -78,6 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::wstring wide = vrk::platform::from_path(path);
     const int32_t result = VrkCfbFileCheck(vrk::platform::narrow(wide).c_str());
     if (result > 0 || result < -3114) std::abort();
-    if (size <= kCompareLimit) compare_with_literal({wide, wide, vrk::platform::to_utf8(wide)});
+    const vrk::File_Description input{wide, wide, vrk::platform::to_utf8(wide)};
+    compare_searches(input, data, size);
+    if (size <= kScanCompareLimit) compare_scans(input);
     return 0;
 }
