@@ -24,7 +24,9 @@ TEST(PlatformText, Utf8RoundTripAndReplacement) {
 
 TEST(PlatformText, Utf16UnitsPairSurrogatesAndReplaceLoneOnes) {
     const char16_t paired[] = {u'A', 0xD83D, 0xDE00, u'B'};
-    EXPECT_EQ(platform::to_utf8(platform::from_utf16(paired, 4)), "A\xF0\x9F\x98\x80" "B");
+    EXPECT_EQ(platform::to_utf8(platform::from_utf16(paired, 4)),
+              "A\xF0\x9F\x98\x80"
+              "B");
     const char16_t lone[] = {0xDC00, u'x', 0xD800};
     EXPECT_EQ(platform::to_utf8(platform::from_utf16(lone, 3)), "\xEF\xBF\xBDx\xEF\xBF\xBD");
     EXPECT_TRUE(platform::from_utf16(nullptr, 0).empty());
@@ -50,7 +52,8 @@ TEST(PlatformMapping, MapsAWholeFileReadOnly) {
     platform::Mapped_File mapped;
     ASSERT_EQ(platform::map_file(folder.wide(true) + L"data.bin", mapped), platform::Map_Step::ok);
     ASSERT_EQ(mapped.size, 7U);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(mapped.data), 7), std::string("abc\0def", 7));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(mapped.data), 7),
+              std::string("abc\0def", 7));
     EXPECT_TRUE(platform::unmap_file(mapped));
     EXPECT_EQ(mapped.data, nullptr);
 }

@@ -86,6 +86,7 @@ void LogEx(const char* /*tag*/, uint32_t level, const char* format, ...) {
     va_start(args, format);
     va_list measure;
     va_copy(measure, args);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the analyzer does not model va_copy
     const int length = std::vsnprintf(nullptr, 0, format, measure);
     va_end(measure);
     std::vector<char> message(length > 0 ? static_cast<std::size_t>(length) + 1 : 1, '\0');
