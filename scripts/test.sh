@@ -90,7 +90,7 @@ windows() {
 fuzz_smoke() {
     local targets=()
     local source
-    for source in code/fuzz/*.cpp; do
+    for source in code/fuzz/fuzz_*.cpp; do
         [ -e "$source" ] || continue
         grep -q LLVMFuzzerTestOneInput "$source" && targets+=("$(basename "$source" .cpp)")
     done
