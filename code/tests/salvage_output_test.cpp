@@ -19,6 +19,7 @@
 #include "cfb_vornak/Salvage.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
+#include "support/cfb_patch.h"
 
 namespace vrk {
 namespace {

@@ -76,13 +76,14 @@ std::string describe(const Sat_Table& sat, const Dir_Candidate& dir, sid_t minis
 
 }  // namespace
 
-Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size) {
+Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only) {
     const Header_Evidence header = read_header(data, size);
     std::vector<uint32_t> sizes;
     const uint32_t declared = header.declared_sector_size();
     if (declared != 0) sizes.push_back(declared);
     for (uint32_t s : {512u, 4096u}) {
-        if (std::find(sizes.begin(), sizes.end(), s) == sizes.end()) sizes.push_back(s);
+        if (!header_layout_only && std::find(sizes.begin(), sizes.end(), s) == sizes.end())
+            sizes.push_back(s);
     }
 
     Evaluation best;
@@ -106,16 +107,27 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size) {
         const bool header_fits = sector_size == declared;
         std::vector<Sat_Table> tables;
         if (header_fits) tables.push_back(header_sat(data, *classes, header));
-        tables.push_back(content_sat(data, *classes));
-        if (header_fits) tables.push_back(mixed_sat(data, *classes, tables[0], tables[1]));
+        if (!header_layout_only) {
+            tables.push_back(content_sat(data, *classes));
+            if (header_fits) tables.push_back(mixed_sat(data, *classes, tables[0], tables[1]));
+        }
 
         for (const Sat_Table& sat : tables) {
             const bool from_header = sat.source == "header";
             for (const Dir_Candidate& dir :
                  directory_candidates(*classes, sat, header, header_fits)) {
+                // The header's own layout reads the directory through its chain only.
+                if (header_layout_only && dir.source.find("by content") != std::string::npos)
+                    continue;
                 std::vector<sid_t> taken = dir.sectors;
                 std::vector<sid_t> minisats =
                     minisat_candidates(data, *classes, sat, header, header_fits, taken);
+                if (header_layout_only)
+                    minisats.resize(std::min<std::size_t>(
+                        minisats.size(),
+                        header_fits && header.first_minisat_sid < classes->geometry.whole_count
+                            ? 1
+                            : 0));
                 minisats.push_back(ENDOFCHAIN);
                 for (sid_t minisat : minisats) {
                     const Layout_Choice choice{&sat, &dir, minisat, cutoff};
@@ -175,9 +187,9 @@ bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
                              std::size_t& streams) {
     platform::Mapped_File mapped;
     if (platform::map_file(path, mapped) != platform::Map_Step::ok) return false;
-    const Salvage_Result result = salvage_bytes(mapped.data, mapped.size);
-    resolved = result.count(Salvage_State::recovered);
-    streams = result.stream_count();
+    // The streams the file holds, found with every kind of evidence; those a plain reader gets.
+    streams = salvage_bytes(mapped.data, mapped.size).stream_count();
+    resolved = salvage_bytes(mapped.data, mapped.size, true).count(Salvage_State::recovered);
     platform::unmap_file(mapped);
     return true;
 }

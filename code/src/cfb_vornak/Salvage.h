@@ -73,11 +73,14 @@ struct Salvage_Result {
     std::size_t count(Salvage_State state) const;
 };
 
-// Salvages the `size` bytes at `data` (the whole input file, read only).
-Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size);
+// Salvages the `size` bytes at `data` (the whole input file, read only). With
+// `header_layout_only`, only the layout the header describes is tried: what a plain reader of
+// the format would see.
+Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only = false);
 
-// Salvages the file at `path` (mapped read-only) and counts its streams and those recovered
-// whole: the check a repaired file is put through. False when the file cannot be read.
+// Counts the streams of the file at `path` (mapped read-only, found with every kind of
+// evidence) and those that resolve under the header's own layout: the check a repaired file is
+// put through. False when the file cannot be read.
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
 
 // Copies the verified bytes of `entry` out of the input; missing ranges are not filled.

@@ -7,6 +7,7 @@
 
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Repair_Output_Path.h"
+#include "cfb_vornak/Salvage.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "cli.h"
 #include "common/byte_order.h"
@@ -19,12 +20,13 @@ namespace vrk::cli {
 namespace {
 
 constexpr const char* kHelp =
-    "usage: cfbvornak repair [--password P] IN OUT\n"
+    "usage: cfbvornak repair [--password P] [--verify] IN OUT\n"
     "\nWrites a copy of IN with a header rebuilt from what its sectors show: which sectors hold\n"
     "the allocation tables and where the directory starts. Every byte after the header is\n"
     "copied unchanged. The output's extension follows the document found in IN (.doc, .xls,\n"
     "or .ppt; .cfb when unknown), whatever extension OUT has.\n"
     "\n  --password P  hand a document password to the repair (VrkCfbAdvanceRepair)\n"
+    "  --verify      salvage the written file and print how many of its streams resolve\n"
     "\nExit status: 0 repaired, 1 not repaired, 2 usage error.\n";
 
 // The document kind the repair will find: it probes the file the same way.
@@ -70,7 +72,8 @@ int run_repair(const Context&, const std::vector<std::string>& args) {
     }
     Parsed_Args parsed;
     std::string error;
-    if (!parse_args(args, {}, {"--password"}, parsed, error) || parsed.positional.size() != 2) {
+    if (!parse_args(args, {"--verify"}, {"--password"}, parsed, error) ||
+        parsed.positional.size() != 2) {
         print_error(error.empty() ? "repair needs IN and OUT" : error);
         std::cerr << kHelp;
         return kExitUsage;
@@ -96,6 +99,16 @@ int run_repair(const Context&, const std::vector<std::string>& args) {
         probe_document_kind(platform::widen(input)));
     std::cout << "output " << platform::narrow(final_path) << '\n';
     print_rebuilt_header(final_path);
+    if (parsed.flags.count("--verify") != 0) {
+        std::size_t resolved = 0;
+        std::size_t streams = 0;
+        if (!count_resolving_streams(final_path, resolved, streams)) {
+            std::cout << "verify: the output cannot be read\n";
+            return kExitPartial;
+        }
+        std::cout << "verify: " << resolved << " of " << streams << " streams resolve\n";
+        if (resolved != streams) return kExitPartial;
+    }
     return kExitOk;
 }
 
