@@ -181,6 +181,24 @@ TEST(SalvageOut, RebuiltFileRoundTrips) {
     EXPECT_TRUE(saw_deep);
 }
 
+// Twins in a damaged directory (names equal in the format's order) still make a valid file.
+TEST(SalvageOut, TwinNamesAreRenamedForTheBuilder) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"ab", pattern(100, 1));
+    root.add_stream(u"cd", pattern(200, 2));
+    Build_Layout layout;
+    std::vector<uint8_t> bytes = build_compound_file(root, {}, &layout);
+    const uint64_t entry =
+        test::directory_entry_offset(layout, test::stream_place(layout, u"cd").did);
+    test::patch_bytes(bytes, entry, {'A', 0, 'B', 0});
+    const Salvage_Result r = salvage_bytes(bytes.data(), bytes.size());
+    ASSERT_EQ(r.count(Salvage_State::recovered), 2u);
+    const auto tree = salvage_tree(bytes.data(), bytes.size(), r, false);
+    const std::vector<uint8_t> rebuilt = build_compound_file(*tree);
+    const Salvage_Result again = salvage_bytes(rebuilt.data(), rebuilt.size());
+    EXPECT_EQ(again.count(Salvage_State::recovered), 2u);
+}
+
 // The count a repaired file is judged by.
 TEST(SalvageOut, CountsResolvingStreamsOfAFile) {
     Cfb_Fs_Item_DirNode root;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cfb_vornak/Safe_Name.h"
+#include "cfb_vornak/Sibling_Tree_Layout.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -261,27 +262,29 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
     };
     copy_meta(result.entries[0], *root);
     std::vector<Cfb_Fs_Item_DirNode*> dirs(result.entries.size(), nullptr);
-    std::vector<std::set<std::u16string>> used(result.entries.size());
+    // The builder refuses two children of one storage whose names compare equal in the
+    // format's order; a damaged directory may hold such twins.
+    struct Entry_Name_Less {
+        bool operator()(const std::u16string& a, const std::u16string& b) const {
+            return compare_entry_names(a, b) < 0;
+        }
+    };
+    std::vector<std::set<std::u16string, Entry_Name_Less>> used(result.entries.size());
     dirs[0] = root.get();
     for (std::size_t i = 1; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
         if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
         Cfb_Fs_Item_DirNode* parent = dirs[static_cast<std::size_t>(e.parent)];
         if (parent == nullptr) continue;
-        // The builder refuses two children whose names match without case; a damaged
-        // directory may hold such twins.
         std::u16string name = e.name.empty() ? u"_" : e.name;
-        auto folded = [](std::u16string s) {
-            for (char16_t& c : s) c = static_cast<char16_t>(std::towupper(c));
-            return s;
-        };
+        // Each try has a different suffix; a storage has fewer children than tries.
         for (uint32_t n = 2;
-             used[static_cast<std::size_t>(e.parent)].count(folded(name)) != 0 && n < 100000; ++n) {
+             used[static_cast<std::size_t>(e.parent)].count(name) != 0 && n < 100000; ++n) {
             const std::string suffix = "~" + std::to_string(n);
             name =
                 e.name.substr(0, 31 - suffix.size()) + std::u16string(suffix.begin(), suffix.end());
         }
-        used[static_cast<std::size_t>(e.parent)].insert(folded(name));
+        used[static_cast<std::size_t>(e.parent)].insert(name);
         if (e.is_storage()) {
             Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
             copy_meta(e, d);
