@@ -53,6 +53,33 @@ void expect_scan_matches_literal(const std::filesystem::path& path, const std::s
     if (literal.result == 0) EXPECT_TRUE(test::same_entry(fast.root_entry, literal.root));
 }
 
+// The classification reads the file once (name search and slot test together); it must
+// decide as the literal search followed by the door's scan does, failures included.
+void expect_classification_matches_separate_passes(const std::filesystem::path& path) {
+    const File_Description input = describe(path);
+    std::string fused_failure;
+    std::string separate_failure;
+    Error_Code fused = -1;
+    Error_Code separate = -1;
+    try {
+        fused = Cfb_File::get_cfb_file_damaged_type(input);
+    } catch (const std::logic_error& failure) {
+        fused_failure = failure.what();
+    }
+    try {
+        if (test::literal_root_signature_search(input.open_path_wstr)) {
+            Cfb_File file(input);
+            separate = Cfb_File::check_cfb_core(file);
+        } else {
+            separate = ec::kNotCfb;
+        }
+    } catch (const std::logic_error& failure) {
+        separate_failure = failure.what();
+    }
+    EXPECT_EQ(fused_failure, separate_failure);
+    EXPECT_EQ(fused, separate);
+}
+
 class Probe : public ::testing::Test {
   protected:
     std::filesystem::path save(const Sample_File& sample, const std::string& name = "s.doc") {
@@ -99,6 +126,25 @@ TEST_F(Probe, SignatureSearchEdges) {
     EXPECT_TRUE(Cfb_File::search_root_entry_signature(describe(save(exact, "exact.bin"))));
     exact.pop_back();
     EXPECT_FALSE(Cfb_File::search_root_entry_signature(describe(save(exact, "short.bin"))));
+}
+
+TEST(Signature_Memory, EveryPlacementAndZeroRuns) {
+    // The search probes one byte pair in twenty: a signature at every offset of a buffer,
+    // over zeros (where pairs of the signature abound) and over other bytes.
+    for (const uint8_t fill : {uint8_t{0}, uint8_t{0x52}, uint8_t{0xA5}}) {
+        for (std::size_t size = 0; size < 70; ++size) {
+            for (std::size_t at = 0; at + kRootEntrySignature.size() <= size; ++at) {
+                std::vector<uint8_t> bytes(size, fill);
+                std::copy(kRootEntrySignature.begin(), kRootEntrySignature.end(),
+                          bytes.begin() + static_cast<std::ptrdiff_t>(at));
+                ASSERT_TRUE(contains_root_entry_signature(bytes.data(), bytes.size()))
+                    << size << " " << at;
+                bytes[at + 10] = 0x46;
+                ASSERT_FALSE(contains_root_entry_signature(bytes.data(), bytes.size()))
+                    << size << " " << at;
+            }
+        }
+    }
 }
 
 TEST(Signature_Stream, FindsMatchesAcrossBlockBorders) {
@@ -159,7 +205,9 @@ TEST_F(Probe, ScanMatchesLiteralOnRandomlyDamagedFiles) {
             }
             if (sample.bytes.size() < 1024) break;
         }
-        expect_scan_matches_literal(save(sample, "damaged.doc"), "round " + std::to_string(round));
+        const auto path = save(sample, "damaged.doc");
+        expect_scan_matches_literal(path, "round " + std::to_string(round));
+        expect_classification_matches_separate_passes(path);
     }
 }
 
@@ -181,7 +229,9 @@ TEST_F(Probe, ScanMatchesLiteralOnJunk) {
                             0xFF);
             }
         }
-        expect_scan_matches_literal(save(bytes, "junk.doc"), "round " + std::to_string(round));
+        const auto path = save(bytes, "junk.doc");
+        expect_scan_matches_literal(path, "round " + std::to_string(round));
+        expect_classification_matches_separate_passes(path);
     }
 }
 

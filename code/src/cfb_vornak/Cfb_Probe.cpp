@@ -5,6 +5,7 @@
 // The directory is not located through the header (which may be the damaged part): every
 // 128-byte slot of every whole sector is tested for a plausible directory entry instead.
 // Both whole-file passes (signature search and slot scan) run over the memory map.
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
@@ -31,6 +32,8 @@ constexpr int kLineFound = 2145;
 constexpr int kLineNotFound = 2152;
 
 constexpr uint32_t kRootNotFound = 0xFFFFFFFFu;
+// Highest DID a sibling or child link may name (the object's max_items).
+constexpr uint32_t kMaxItems = 10000;
 constexpr uint8_t kRootStorageType = 5;
 constexpr uint32_t kMiniStreamCutoff = 4096;
 // The estimate of the short-stream container's size in mini sectors; 63 rather than 64 makes
@@ -159,39 +162,75 @@ void probe_log(const std::string& message, int line) {
     Cfb_Logger::write(message, kCfbFileSource, line, Cfb_Logger::kInfo);
 }
 
-// Searches the whole file through a read-only map; a file that cannot be mapped (a
-// zero-length one, or one another process holds without read sharing) is read as a stream.
-// False with `opened` false when the file cannot be read at all.
-bool file_holds_root_entry_signature(const std::wstring& path, bool& opened) {
-    platform::Mapped_File mapped;
-    if (platform::map_file(path, mapped) == platform::Map_Step::ok) {
-        opened = true;
-        const bool found = find_root_entry_signature(mapped.data, mapped.size) != nullptr;
-        platform::unmap_file(mapped);
-        return found;
-    }
-    std::ifstream in(platform::to_path(path), std::ios::binary);
-    opened = in.is_open();
-    return opened && stream_holds_root_entry_signature(in);
-}
-
-}  // namespace
-
-Error_Code Cfb_File::get_cfb_file_damaged_type(const File_Description& input) {
-    if (!search_root_entry_signature(input)) return ec::kNotCfb;
-    const auto file = std::make_unique<Cfb_File>(input);
-    return check_cfb_core(*file);
-}
-
-bool Cfb_File::search_root_entry_signature(const File_Description& input) {
-    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
+// What one pass over the file found: the name, and (when asked for, and the file could be
+// mapped and has two sectors or more) the offsets of every plausible directory slot.
+struct Signature_Pass {
     bool opened = false;
-    const bool found = file_holds_root_entry_signature(input.open_path_wstr, opened);
-    if (!opened) {
+    bool found = false;
+    bool slots_collected = false;
+    uint64_t file_size = 0;
+    std::vector<uint64_t> plausible_slots;
+};
+
+// Blocks small enough to stay in the core's cache between the name search and the slot test,
+// a multiple of the 128-byte slot size.
+constexpr std::size_t kPassBlock = std::size_t{64} << 10;
+
+void collect_plausible_slots(const uint8_t* data, uint64_t size, uint64_t from, uint64_t to,
+                             uint64_t max_sid, std::vector<uint64_t>& plausible) {
+    for (uint64_t offset = from; offset < to; offset += Directory_Entry::kSize) {
+        if (slot_plausible(data + offset, kMaxItems, size, max_sid)) plausible.push_back(offset);
+    }
+}
+
+// Searches the whole file for the root entry name through a read-only map, and with
+// `collect_slots` does the slot scan's first half on the same bytes, so that a check reads
+// the file once. A file that cannot be mapped (a zero-length one, or one another process
+// holds without read sharing) is searched as a stream.
+Signature_Pass signature_pass(const std::wstring& path, bool collect_slots) {
+    Signature_Pass pass;
+    platform::Mapped_File mapped;
+    if (platform::map_file(path, mapped) != platform::Map_Step::ok) {
+        std::ifstream in(platform::to_path(path), std::ios::binary);
+        pass.opened = in.is_open();
+        pass.found = pass.opened && stream_holds_root_entry_signature(in);
+        return pass;
+    }
+    pass.opened = true;
+    pass.file_size = mapped.size;
+    const uint64_t size = mapped.size;
+    // Below 1024 bytes some slots of sector 0 run past the end; the door's scan handles them.
+    pass.slots_collected = collect_slots && size >= 1024;
+    const uint64_t max_sid = pass.slots_collected ? ((size - 512) >> 9) - 1 : 0;
+    // Every slot of every whole sector: [512, (max_sid + 2) * 512).
+    const uint64_t slots_end = pass.slots_collected ? (max_sid + 2) * 512 : 0;
+    constexpr uint64_t lookahead = kRootEntrySignature.size() - 1;
+    for (uint64_t block = 0; block < size; block += kPassBlock) {
+        const uint64_t block_end = std::min<uint64_t>(block + kPassBlock, size);
+        if (!pass.found) {
+            // Every match starting in this block; it may end in the next one.
+            const uint64_t search_end = std::min<uint64_t>(block_end + lookahead, size);
+            pass.found = contains_root_entry_signature(
+                mapped.data + block, static_cast<std::size_t>(search_end - block));
+            if (pass.found && !pass.slots_collected) break;
+        }
+        const uint64_t from = std::max<uint64_t>(block, 512);
+        const uint64_t to = std::min(block_end, slots_end);
+        if (from < to) {
+            collect_plausible_slots(mapped.data, size, from, to, max_sid, pass.plausible_slots);
+        }
+    }
+    platform::unmap_file(mapped);
+    return pass;
+}
+
+// Logs the search's outcome as the literal stream search does.
+bool report_signature(const Signature_Pass& pass) {
+    if (!pass.opened) {
         Cfb_Logger::write("无法打开文件！", kCfbFileSource, kLineCannotOpen, Cfb_Logger::kError);
         return false;
     }
-    if (found) {
+    if (pass.found) {
         probe_log("找到了指定的二进制序列,文件是cfb~", kLineFound);
         return true;
     }
@@ -199,8 +238,63 @@ bool Cfb_File::search_root_entry_signature(const File_Description& input) {
     return false;
 }
 
-Error_Code Cfb_File::check_cfb_core(Cfb_File& file) {
-    if (file.find_root_entry_by_scan() == kRootNotFound) return ec::kRootLost;
+// The reading of slot bytes for the scan: straight off the door's map, or copied through
+// the door when it has none. A byte past the end fails exactly as a byte-wise read would.
+class Slot_Reader {
+  public:
+    explicit Slot_Reader(Cfb_File& file) : m_file(file), m_mapped(file.door().mapped_data()) {}
+
+    const uint8_t* at(uint64_t offset) {
+        if (m_mapped == nullptr) {
+            m_file.door().copy_data_to_mem(offset, kSlotReadSize, m_copied.data());
+            return m_copied.data();
+        }
+        if (!range_inside(offset, kSlotReadSize, m_file.file_size)) {
+            m_file.door().throw_out_of_range(offset < m_file.file_size ? m_file.file_size : offset);
+        }
+        // The map is the whole file, read-only, and the range was checked just above.
+        return m_mapped + offset;
+    }
+
+  private:
+    Cfb_File& m_file;
+    const uint8_t* m_mapped;
+    std::array<uint8_t, kSlotReadSize> m_copied{};
+};
+
+// The scan's second half: from the plausible slots (ascending offsets) choose the root entry
+// and fill the scanned layout.
+uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausible) {
+    Slot_Reader slots(file);
+    const auto record_at = [&](uint64_t offset) {
+        const uint64_t index = (offset - file.sector0_offset) / file.directory_entry_size;
+        return decode_slot(slots.at(offset), static_cast<uint32_t>(index));
+    };
+    // The last root storage in layout (that is, file) order wins.
+    const uint64_t* root_offset = nullptr;
+    for (const uint64_t& offset : plausible) {
+        if (slots.at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset;
+    }
+    if (root_offset == nullptr) return kRootNotFound;
+
+    file.root_entry = record_at(*root_offset);
+    file.mini_sector_count = file.root_entry.stream_size / kMiniSectorEstimateDivisor;
+    for (const uint64_t offset : plausible) {
+        Directory_Entry record = record_at(offset);
+        // A small stream must start inside the estimated short-stream container. Exactly
+        // 4096 bytes counts as large here, unlike in the plausibility test.
+        if (record.stream_size < kMiniStreamCutoff && record.start_sid > file.mini_sector_count) {
+            continue;
+        }
+        const uint64_t sector = (offset - file.sector0_offset) / file.fixed_sector_size;
+        file.scanned_directory_layout[sector].push_back(std::move(record));
+    }
+    return 0;
+}
+
+// check_cfb_core from its second step on, given the scan's result.
+Error_Code check_core_after_scan(Cfb_File& file, uint32_t scan_result) {
+    if (scan_result == kRootNotFound) return ec::kRootLost;
     const int32_t kind = core_document_kind(file.scanned_directory_layout);
     if (kind == kKindUnknown) return ec::kCoreLost;
     file.document_kind = kind;
@@ -213,64 +307,47 @@ Error_Code Cfb_File::check_cfb_core(Cfb_File& file) {
     return ec::kSuccess;
 }
 
+}  // namespace
+
+Error_Code Cfb_File::get_cfb_file_damaged_type(const File_Description& input) {
+    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
+    const Signature_Pass pass = signature_pass(input.open_path_wstr, true);
+    if (!report_signature(pass)) return ec::kNotCfb;
+    const auto file = std::make_unique<Cfb_File>(input);
+    // The pass saw the same file through another map; should the file have changed size in
+    // between, scan again through the door.
+    if (!pass.slots_collected || pass.file_size != file->file_size) return check_cfb_core(*file);
+    file->scanned_directory_layout.clear();
+    return check_core_after_scan(*file, choose_root_entry(*file, pass.plausible_slots));
+}
+
+bool Cfb_File::search_root_entry_signature(const File_Description& input) {
+    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
+    return report_signature(signature_pass(input.open_path_wstr, false));
+}
+
+Error_Code Cfb_File::check_cfb_core(Cfb_File& file) {
+    return check_core_after_scan(file, file.find_root_entry_by_scan());
+}
+
 uint32_t Cfb_File::find_root_entry_by_scan() {
     scanned_directory_layout.clear();
-    // Pass 1 keeps only the offsets of plausible slots: stream data is almost never
+    // The first half keeps only the offsets of plausible slots: stream data is almost never
     // plausible, and a directory is small next to its file.
-    std::vector<uint64_t> accepted;
-    const uint8_t* const mapped = m_door->mapped_data();
-    std::array<uint8_t, kSlotReadSize> copied{};
-    const auto slot_at = [&](uint64_t offset) -> const uint8_t* {
-        if (mapped == nullptr) {
-            m_door->copy_data_to_mem(offset, kSlotReadSize, copied.data());
-            return copied.data();
-        }
-        // A byte-wise read would fail at the first byte past the end.
-        if (!range_inside(offset, kSlotReadSize, file_size)) {
-            m_door->throw_out_of_range(offset < file_size ? file_size : offset);
-        }
-        // The map is the whole file, read-only, and the range was checked just above.
-        return mapped + offset;
-    };
+    std::vector<uint64_t> plausible;
+    Slot_Reader slots(*this);
     // max_sid is derived from the file size, so this walks each whole sector once.
     for (uint64_t sector = 0; sector <= max_sid; ++sector) {
         for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
             const uint64_t offset =
                 sector0_offset +
                 uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
-            if (slot_plausible(slot_at(offset), max_items, file_size, max_sid)) {
-                accepted.push_back(offset);
+            if (slot_plausible(slots.at(offset), max_items, file_size, max_sid)) {
+                plausible.push_back(offset);
             }
         }
     }
-
-    const auto record_at = [&](uint64_t offset) {
-        const uint64_t index = (offset - sector0_offset) / directory_entry_size;
-        return decode_slot(slot_at(offset), static_cast<uint32_t>(index));
-    };
-    const auto sector_of = [&](uint64_t offset) {
-        return (offset - sector0_offset) / fixed_sector_size;
-    };
-
-    // The last root storage in layout (that is, file) order wins.
-    const uint64_t* root_offset = nullptr;
-    for (const uint64_t& offset : accepted) {
-        if (slot_at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset;
-    }
-    if (root_offset == nullptr) return kRootNotFound;
-
-    root_entry = record_at(*root_offset);
-    mini_sector_count = root_entry.stream_size / kMiniSectorEstimateDivisor;
-    for (const uint64_t offset : accepted) {
-        Directory_Entry record = record_at(offset);
-        // A small stream must start inside the estimated short-stream container. Exactly
-        // 4096 bytes counts as large here, unlike in the plausibility test.
-        if (record.stream_size < kMiniStreamCutoff && record.start_sid > mini_sector_count) {
-            continue;
-        }
-        scanned_directory_layout[sector_of(offset)].push_back(std::move(record));
-    }
-    return 0;
+    return choose_root_entry(*this, plausible);
 }
 
 bool Cfb_File::is_plausible_directory_entry(const Directory_Entry& record) const {
