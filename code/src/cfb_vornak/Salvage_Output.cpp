@@ -32,6 +32,23 @@ std::string utf8(const std::u16string& s) {
     return platform::to_utf8(platform::from_utf16(s.data(), s.size()));
 }
 
+// A path for the text report: control characters (the format's own names start with \x05 or
+// \x01) shown as \xNN.
+std::string display_path(const std::u16string& path) {
+    std::string out;
+    for (const char c : utf8(path)) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\x%02x", u);
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 std::string json_string(const std::string& s) {
     std::string out = "\"";
     for (const char c : s) {
@@ -114,7 +131,7 @@ std::string salvage_report_text(const Salvage_Result& result) {
     for (std::size_t i = 0; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
         if (e.object_type != 2) continue;
-        out += std::string(state_text(e.state)) + "\t" + utf8(result.path_of(i)) + "\t" +
+        out += std::string(state_text(e.state)) + "\t" + display_path(result.path_of(i)) + "\t" +
                std::to_string(e.size) + " bytes";
         if (e.state != Salvage_State::recovered) out += ", " + missing_text(e);
         out += "\t(" + e.evidence + ")\n";
