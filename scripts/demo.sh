@@ -53,3 +53,12 @@ for path in streams:
         sys.exit(1)
 print(f"{len(streams)} of {len(streams)} streams intact")
 PY
+
+echo "== analysing a repaired sample (reports in $run/analysis)"
+"$tool" --work-dir tool_work repair samples/wrong-minor-version.doc repaired/sample.doc >/dev/null
+repaired=$(ls repaired/* | head -n 1)
+"$tool" --work-dir tool_work analyze "$repaired" analysis
+echo "-- first lines of the header report"
+head -n 8 "analysis/头部信息分析/原始头部分析.log"
+echo "-- first lines of the directory tree report"
+head -n 12 "analysis/cfb_directory_tree信息分析/原始cfb_directory_tree分析.log"
