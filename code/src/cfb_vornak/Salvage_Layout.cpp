@@ -48,6 +48,7 @@ std::vector<uint8_t> placed_map(const Sat_Table& table, uint32_t count) {
 void assemble(const uint8_t* data, const Sector_Classes& classes, Sat_Table& table) {
     const Sector_Geometry& g = classes.geometry;
     const uint32_t per = g.entries_per_sector();
+    if (per == 0) return;  // sector sizes are 512 or 4096; no division by zero below
     const std::size_t positions = table.sat_sectors.size();
     table.entries.assign(positions * per, FREESECT);
     table.known.assign(table.entries.size(), 0);

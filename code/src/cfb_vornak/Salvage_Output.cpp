@@ -205,7 +205,7 @@ std::wstring safe_component(const std::wstring& name) {
         if (out.back() == L'.' || out.back() == L' ') {
             out.back() = L'_';
         } else {
-            out = L"_" + out;
+            out.insert(out.begin(), L'_');
         }
     }
     return is_refused_file_name(out) ? std::wstring(L"_entry") : out;
