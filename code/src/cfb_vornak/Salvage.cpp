@@ -105,14 +105,22 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
         if (geometry.whole_count == 0) continue;
         auto classes = std::make_unique<Sector_Classes>(classify_sectors(data, geometry));
         const bool header_fits = sector_size == declared;
+        // Built one at a time: when the header's own layout verifies in full, the others are
+        // never made. Reserved, so that references to earlier tables stay valid.
         std::vector<Sat_Table> tables;
-        if (header_fits) tables.push_back(header_sat(data, *classes, header));
-        if (!header_layout_only) {
-            tables.push_back(content_sat(data, *classes));
-            if (header_fits) tables.push_back(mixed_sat(data, *classes, tables[0], tables[1]));
-        }
-
-        for (const Sat_Table& sat : tables) {
+        tables.reserve(3);
+        for (int kind = 0; kind < 3; ++kind) {
+            if (kind == 0) {
+                if (!header_fits) continue;
+                tables.push_back(header_sat(data, *classes, header));
+            } else if (kind == 1) {
+                if (header_layout_only) break;
+                tables.push_back(content_sat(data, *classes));
+            } else {
+                if (!header_fits) break;
+                tables.push_back(mixed_sat(data, *classes, tables[0], tables[1]));
+            }
+            const Sat_Table& sat = tables.back();
             const bool from_header = sat.source == "header";
             for (const Dir_Candidate& dir :
                  directory_candidates(*classes, sat, header, header_fits)) {
