@@ -26,6 +26,13 @@ printf 'this is not a compound file\n' >not_a_cfb.doc
 echo "== logs/occur_error_when_fixing_file.log (the error dump)"
 cat logs/occur_error_when_fixing_file.log
 
+echo "== the command-line tool: a sound sample document and damaged copies, checked"
+cmake -S "$root" -B "$build" -DCFB_BUILD_TOOLS=ON >/dev/null
+cmake --build "$build" -j "$jobs" --target cfbvornak >/dev/null
+"$build/bin/cfbvornak" --work-dir tool_work build-sample check_samples
+# Exit status 1 says that some files are damaged, which is the point here.
+"$build/bin/cfbvornak" --work-dir tool_work check --recursive check_samples || [ $? -eq 1 ]
+
 echo "== salvage: a sample document with its header zeroed and its directory chain broken"
 cmake -S "$root" -B "$build" -DCFB_BUILD_TOOLS=ON >/dev/null
 cmake --build "$build" -j "$jobs" --target cfbvornak >/dev/null
