@@ -31,16 +31,17 @@ constexpr uint64_t kMiB = uint64_t{1} << 20;
 constexpr uint64_t kStreamSize = 64 * kMiB;
 
 const stdfs::path& bench_folder() {
-    static const stdfs::path folder = [] {
+    // Never destroyed: the clean-up at exit still needs it.
+    static const stdfs::path* const folder = [] {
         const stdfs::path path =
             stdfs::temp_directory_path() /
             ("cfb_check_bench_" + std::to_string(vrk::platform::current_process_id()));
         stdfs::create_directories(path / "work");
         const std::string base = path.string();
         VrkCfbInit((base + "/logs").c_str(), (base + "/config").c_str(), (base + "/work").c_str());
-        return path;
+        return new stdfs::path(path);
     }();
-    return folder;
+    return *folder;
 }
 
 struct Folder_Cleanup {
