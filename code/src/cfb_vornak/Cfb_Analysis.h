@@ -22,6 +22,6 @@ struct Analysis_Summary {
 Analysis_Summary run_cfb_analysis(const File_Description& input, const std::wstring& output_folder);
 
 // The summary of the last analysis run on the calling thread (empty before any).
-const Analysis_Summary& last_analysis_summary();
+Analysis_Summary last_analysis_summary();
 
 }  // namespace vrk

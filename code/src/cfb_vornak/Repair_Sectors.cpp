@@ -58,7 +58,7 @@ Sector_Values_Reader::Sector_Values_Reader(const uint8_t* data, uint64_t size)
 
 void Sector_Values_Reader::read(sid_t sid, Sector_Values& values) {
     const uint64_t offset = Cfb_File::sector_offset(sid);
-    std::array<uint8_t, kSectorSize> copy{};
+    std::array<uint8_t, kSectorSize> copy;  // filled only on the door path
     const uint8_t* bytes = nullptr;
     if (m_data != nullptr && range_inside(offset, kSectorSize, m_size)) {
         bytes = m_data + offset;
