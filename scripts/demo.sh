@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds the shared library and runs a small C host against it: init, a file check, destroy,
-# then shows the error dump that VrkCfbDestroy wrote. Everything lands under build/demo.
+# The main job on generated samples: a C host against the shared library (init, check,
+# destroy, the error dump), then the command-line tool: sound and damaged sample documents
+# checked, a damaged one repaired and its copy checked and analysed, and a badly damaged one
+# salvaged and read back by python3-olefile. Everything lands under build/demo.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -8,6 +10,8 @@ cd "$root"
 jobs=${CFB_JOBS:-$(nproc)}
 build="$root/build/demo"
 run="$build/run"
+
+bash scripts/install-deps.sh
 
 echo "== building the library (Release, no tests, no tool)"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCFB_BUILD_TESTS=OFF -DCFB_BUILD_TOOLS=OFF \
@@ -61,9 +65,12 @@ for path in streams:
 print(f"{len(streams)} of {len(streams)} streams intact")
 PY
 
-echo "== analysing a repaired sample (reports in $run/analysis)"
-"$tool" --work-dir tool_work repair samples/wrong-minor-version.doc repaired/sample.doc >/dev/null
+echo "== repair: the sample whose header says minor version 0x003B, then a check of the copy"
+"$tool" --work-dir tool_work repair samples/wrong-minor-version.doc repaired/sample.doc
 repaired=$(ls repaired/* | head -n 1)
+"$tool" --work-dir tool_work check "$repaired"
+
+echo "== analysing the repaired copy (reports in $run/analysis)"
 "$tool" --work-dir tool_work analyze "$repaired" analysis
 echo "-- first lines of the header report"
 head -n 8 "analysis/头部信息分析/原始头部分析.log"
