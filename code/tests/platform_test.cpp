@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <string>
 #include <thread>
 
@@ -71,6 +72,37 @@ TEST(PlatformMapping, FailuresNameTheirStep) {
     EXPECT_EQ(platform::map_file(folder.wide(true) + L"empty.bin", mapped),
               platform::Map_Step::create_mapping);
     EXPECT_EQ(mapped.data, nullptr);
+}
+
+// Ranges are appended after what was written before, whatever the block sizes of the copy:
+// the source is longer than one block of every copying path.
+TEST(PlatformCopy, AppendsRangesAfterWrittenBytes) {
+    test::Temp_Folder folder("copy");
+    std::string source((9 << 20) + 3, '\0');
+    for (std::size_t i = 0; i < source.size(); ++i) source[i] = static_cast<char>(i * 7 + i / 251);
+    test::write_file(folder / "in.bin", source);
+
+    platform::Input_File in;
+    ASSERT_TRUE(in.open(folder.wide(true) + L"in.bin"));
+    platform::Output_File out;
+    ASSERT_TRUE(out.create(folder.wide(true) + L"out.bin"));
+    EXPECT_TRUE(out.write("head", 4));
+    EXPECT_EQ(out.append_range(in, 5, 10), 10U);
+    // Asking for more than the source holds stops at its end; past the end copies nothing.
+    EXPECT_EQ(out.append_range(in, 512, UINT64_MAX), source.size() - 512);
+    EXPECT_EQ(out.append_range(in, source.size() + 1, 100), 0U);
+    EXPECT_TRUE(out.close());
+    EXPECT_TRUE(test::read_file(folder / "out.bin") ==
+                "head" + source.substr(5, 10) + source.substr(512));
+
+    // Creating truncates; a file that cannot be opened reports so.
+    ASSERT_TRUE(out.create(folder.wide(true) + L"out.bin"));
+    EXPECT_TRUE(out.close());
+    EXPECT_TRUE(test::read_file(folder / "out.bin").empty());
+    EXPECT_FALSE(in.open(folder.wide(true) + L"missing.bin"));
+    EXPECT_FALSE(in.is_open());
+    EXPECT_FALSE(out.create(folder.wide(true) + L"no_folder" + platform::kSeparator + L"x.bin"));
+    EXPECT_EQ(out.append_range(in, 0, 1), 0U);
 }
 
 }  // namespace

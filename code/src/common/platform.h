@@ -5,6 +5,7 @@
 // Windows and UTF-8 elsewhere (to_path/from_path convert).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -76,5 +77,49 @@ enum class Map_Step { ok, open_file, create_mapping, map_view };
 Map_Step map_file(const std::wstring& path, Mapped_File& mapped);
 // Unmaps; false (with errno set) when the view could not be unmapped.
 bool unmap_file(Mapped_File& mapped);
+
+// A file opened read-only, to copy byte ranges out of.
+class Input_File {
+  public:
+    Input_File() = default;
+    ~Input_File();
+    Input_File(const Input_File&) = delete;
+    Input_File& operator=(const Input_File&) = delete;
+
+    // False (with errno set) when the file cannot be opened for reading.
+    bool open(const std::wstring& path);
+    [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
+    void close();
+
+  private:
+    friend class Output_File;
+    static constexpr intptr_t kNoHandle = -1;  // also INVALID_HANDLE_VALUE
+    intptr_t m_handle = kNoHandle;
+};
+
+// A file created (or truncated) for writing; every write goes to its current end.
+class Output_File {
+  public:
+    Output_File() = default;
+    ~Output_File();
+    Output_File(const Output_File&) = delete;
+    Output_File& operator=(const Output_File&) = delete;
+
+    // Creates or truncates `path`; false (with errno set) when it cannot be opened.
+    bool create(const std::wstring& path);
+    [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
+    // False when not every byte was written.
+    bool write(const void* data, std::size_t size);
+    // Appends up to `length` bytes of `source` from `offset` on, stopping early at its end;
+    // the bytes do not pass through the caller (copy_file_range on Linux). Returns the number
+    // of bytes appended; fewer than asked means the source ended or an error occurred.
+    uint64_t append_range(const Input_File& source, uint64_t offset, uint64_t length);
+    // Closes the file; false when the last writes could not be completed.
+    bool close();
+
+  private:
+    static constexpr intptr_t kNoHandle = -1;
+    intptr_t m_handle = kNoHandle;
+};
 
 }  // namespace vrk::platform

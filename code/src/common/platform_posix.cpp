@@ -1,12 +1,17 @@
-// POSIX side of the platform layer: UTF-8 narrow text, kernel thread ids, statvfs, mmap.
+// POSIX side of the platform layer: UTF-8 narrow text, kernel thread ids, statvfs, mmap,
+// in-kernel copies between files.
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <system_error>
+#include <vector>
 
 #include "common/platform.h"
 #include "common/unicode.h"
@@ -147,6 +152,121 @@ bool unmap_file(Mapped_File& mapped) {
         ::munmap(const_cast<uint8_t*>(mapped.data), static_cast<std::size_t>(mapped.size)) == 0;
     mapped.data = nullptr;
     mapped.size = 0;
+    return ok;
+}
+
+namespace {
+
+int descriptor(intptr_t handle) {
+    return static_cast<int>(handle);
+}
+
+// One call's worth: the kernel calls take at most about 2 GB at a time.
+std::size_t chunk(uint64_t left) {
+    return static_cast<std::size_t>(std::min<uint64_t>(left, uint64_t{1} << 30));
+}
+
+bool write_all(int fd, const uint8_t* data, std::size_t size) {
+    while (size > 0) {
+        const ssize_t done = ::write(fd, data, size);
+        if (done < 0 && errno == EINTR) continue;
+        if (done <= 0) return false;
+        data += done;
+        size -= static_cast<std::size_t>(done);
+    }
+    return true;
+}
+
+// The last resort: positioned reads into a buffer, written at the output's position.
+uint64_t copy_by_reads(int in, int out, uint64_t offset, uint64_t length) {
+    constexpr std::size_t kBlock = std::size_t{4} << 20;
+    std::vector<uint8_t> block(static_cast<std::size_t>(std::min<uint64_t>(length, kBlock)));
+    uint64_t copied = 0;
+    while (copied < length) {
+        const std::size_t want = std::min<std::size_t>(block.size(), chunk(length - copied));
+        const ssize_t got = ::pread(in, block.data(), want, static_cast<off_t>(offset + copied));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0 || !write_all(out, block.data(), static_cast<std::size_t>(got))) break;
+        copied += static_cast<uint64_t>(got);
+    }
+    return copied;
+}
+
+// Kernel-side copies: copy_file_range, then sendfile where the file systems or the kernel
+// refuse it. Either may stop early (0 or an error) on files they do not support; the caller
+// goes on with reads from where they stopped.
+uint64_t copy_in_kernel(int in, int out, uint64_t offset, uint64_t length) {
+    uint64_t copied = 0;
+    bool use_sendfile = false;
+    while (copied < length) {
+        auto from = static_cast<off_t>(offset + copied);
+        const ssize_t done =
+            use_sendfile ? ::sendfile(out, in, &from, chunk(length - copied))
+                         : ::copy_file_range(in, &from, out, nullptr, chunk(length - copied), 0);
+        if (done < 0 && errno == EINTR) continue;
+        if (done > 0) {
+            copied += static_cast<uint64_t>(done);
+            continue;
+        }
+        if (use_sendfile || done == 0) break;
+        if (errno != EXDEV && errno != ENOSYS && errno != EOPNOTSUPP && errno != EINVAL) break;
+        use_sendfile = true;
+    }
+    return copied;
+}
+
+}  // namespace
+
+Input_File::~Input_File() {
+    close();
+}
+
+bool Input_File::open(const std::wstring& path) {
+    close();
+    const int fd = ::open(to_path(path).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    m_handle = fd;
+    return true;
+}
+
+void Input_File::close() {
+    if (m_handle != kNoHandle) ::close(descriptor(m_handle));
+    m_handle = kNoHandle;
+}
+
+Output_File::~Output_File() {
+    close();
+}
+
+bool Output_File::create(const std::wstring& path) {
+    close();
+    const int fd = ::open(to_path(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0) return false;
+    m_handle = fd;
+    return true;
+}
+
+bool Output_File::write(const void* data, std::size_t size) {
+    return is_open() && write_all(descriptor(m_handle), static_cast<const uint8_t*>(data), size);
+}
+
+uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, uint64_t length) {
+    if (!is_open() || !source.is_open()) return 0;
+    // Offsets past what off_t holds cannot name a byte of any file.
+    const auto largest = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
+    if (offset > largest) return 0;
+    length = std::min(length, largest - offset);
+    const int in = descriptor(source.m_handle);
+    const int out = descriptor(m_handle);
+    uint64_t copied = copy_in_kernel(in, out, offset, length);
+    if (copied < length) copied += copy_by_reads(in, out, offset + copied, length - copied);
+    return copied;
+}
+
+bool Output_File::close() {
+    if (m_handle == kNoHandle) return true;
+    const bool ok = ::close(descriptor(m_handle)) == 0;
+    m_handle = kNoHandle;
     return ok;
 }
 
