@@ -55,7 +55,7 @@ TEST(ClassifySectors, MarkersDecideBetweenSatAndCandidate) {
 
     auto reader = reader_of(image);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, image.max_sid(), sets);
+    classify_sectors_by_markers(reader, image.max_sid(), 0, sets);
     EXPECT_EQ(sets.found_sat_sids.members(), (Sids{0}));
     EXPECT_EQ(sets.candidate_sids.members(), (Sids{2, 3, 5, 6}));
     EXPECT_EQ(sets.beyond_end_sids.members(), (Sids{3}));
@@ -65,7 +65,7 @@ TEST(ClassifySectors, NoSectorIsReadWhenMaxSidIsZero) {
     // A reader over nothing throws on any read.
     Sector_Values_Reader reader(nullptr, 0);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, 0, sets);
+    classify_sectors_by_markers(reader, 0, 0, sets);
     EXPECT_TRUE(sets.candidate_sids.empty());
     EXPECT_TRUE(sets.found_sat_sids.empty());
     Sector_Values values{};
@@ -84,7 +84,7 @@ TEST(ClassifySectors, RepeatsAreFoundWhereverTheyStand) {
         image.set(1, second_slot, 0);
         auto reader = reader_of(image);
         Repair_Sector_Sets sets;
-        classify_sectors_by_markers(reader, image.max_sid(), sets);
+        classify_sectors_by_markers(reader, image.max_sid(), 1000, sets);
         EXPECT_TRUE(sets.found_sat_sids.empty());
         EXPECT_TRUE(sets.candidate_sids.empty()) << second_slot;
     }
@@ -100,11 +100,20 @@ TEST(SortOutCandidates, SectorsNamingOnlyCandidatesAreDisat) {
     image.counting(5, 10);
     image.counting(6, 10);
     image.set(6, 127, 1);  // names the SAT sector
+    // Sectors past the file name no candidate, but can be named: 200 is a candidate, 201
+    // (a repeat) is not.
+    image.counting(200, 2000);
+    image.counting(201, 2000);
+    image.set(201, 127, 2000);
+    image.counting(7, 10, 127);
+    image.set(7, 127, 200);
+    image.counting(8, 10, 127);
+    image.set(8, 127, 201);
     auto reader = reader_of(image);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, image.max_sid(), sets);
-    sort_out_candidate_sectors(reader, 1000, {}, sets);
-    EXPECT_EQ(sets.found_disat_sids.members(), (Sids{5}));
+    classify_sectors_by_markers(reader, image.max_sid(), 1000, sets);
+    sort_out_candidate_sectors(reader, {}, sets);
+    EXPECT_EQ(sets.found_disat_sids.members(), (Sids{5, 7}));
     EXPECT_TRUE(sets.candidate_sids.empty());
 }
 
@@ -115,8 +124,8 @@ TEST(SortOutCandidates, ValuesPastTheMiniRangeMakeSatSectors) {
     image.set(3, 0, 25);       // past the file too: dropped
     auto reader = reader_of(image);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, image.max_sid(), sets);
-    sort_out_candidate_sectors(reader, 10, {}, sets);
+    classify_sectors_by_markers(reader, image.max_sid(), 10, sets);
+    sort_out_candidate_sectors(reader, {}, sets);
     // The quota 10 / 128 + 1 = 1 takes the lowest of the equal scores; the rest are SAT.
     EXPECT_EQ(sets.found_minisat_sids.members(), (Sids{0}));
     EXPECT_TRUE(sets.found_sat_sids.contains(1));
@@ -134,8 +143,8 @@ TEST(SortOutCandidates, WithNoMiniSectorsEveryOrdinaryValueIsPastTheRange) {
     image.set(2, 0, 1);
     auto reader = reader_of(image);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, image.max_sid(), sets);
-    sort_out_candidate_sectors(reader, 0, {}, sets);
+    classify_sectors_by_markers(reader, image.max_sid(), 0, sets);
+    sort_out_candidate_sectors(reader, {}, sets);
     // 1 (value 0) stays a candidate and, lowest of the quota of one, becomes MiniSAT.
     EXPECT_EQ(sets.found_minisat_sids.members(), (Sids{1}));
     EXPECT_EQ(sets.found_sat_sids.members(), (Sids{2, 3, 4}));
@@ -148,8 +157,8 @@ TEST(SortOutCandidates, MiniSatQuotaFollowsTheMiniSectorCount) {
         Raw_Image image(6);
         auto reader = reader_of(image);
         Repair_Sector_Sets sets;
-        classify_sectors_by_markers(reader, image.max_sid(), sets);
-        sort_out_candidate_sectors(reader, count, {}, sets);
+        classify_sectors_by_markers(reader, image.max_sid(), count, sets);
+        sort_out_candidate_sectors(reader, {}, sets);
         EXPECT_EQ(sets.found_minisat_sids.size(), quota) << count;
         EXPECT_EQ(sets.found_minisat_sids.first(), 0u);
         EXPECT_EQ(sets.found_sat_sids.size(), 5 - quota);
@@ -167,8 +176,8 @@ TEST(SortOutCandidates, TheBestScoringSectorsAreMiniSat) {
     const std::vector<Expected_Mini_Chain> chains{{0, 2}, {2, 1}};
     auto reader = reader_of(image);
     Repair_Sector_Sets sets;
-    classify_sectors_by_markers(reader, image.max_sid(), sets);
-    sort_out_candidate_sectors(reader, 10, chains, sets);
+    classify_sectors_by_markers(reader, image.max_sid(), 10, sets);
+    sort_out_candidate_sectors(reader, chains, sets);
     EXPECT_EQ(sets.found_minisat_sids.members(), (Sids{4}));
     EXPECT_EQ(sets.found_sat_sids.members(), (Sids{0, 1, 2, 3}));
 }
@@ -268,6 +277,140 @@ TEST(MiniChainScorer, AgreesWithTheLiteralScoring) {
     }
     // The samples must reach the interesting cases, not only zero scores.
     EXPECT_GT(scored, 1000);
+}
+
+// Stages 2 and 3 as literally described: a set of the values of each sector, ordered sets of
+// sector ids, every candidate read again at each step of stage 3.
+struct Literal_Sets {
+    std::set<sid_t> candidate, beyond_end, sat, minisat, disat;
+};
+
+Literal_Sets literal_sort(const Raw_Image& image, uint64_t mini_sector_count,
+                          const std::vector<Expected_Mini_Chain>& chains) {
+    const uint64_t max_sid = image.max_sid();
+    const auto values_of = [&](sid_t sid) {
+        Sector_Values values;
+        for (std::size_t slot = 0; slot < values.size(); ++slot) {
+            values[slot] = read_u32_le(image.bytes.data() + 512 * (sid + 1) + 4 * slot);
+        }
+        return values;
+    };
+    Literal_Sets l;
+    for (sid_t i = 0; i < max_sid; ++i) {
+        std::set<uint32_t> seen;
+        bool repeat = false;
+        for (const uint32_t v : values_of(i)) repeat |= !seen.insert(v).second && v < DIFSECT;
+        if (repeat) continue;
+        uint32_t v = 0;
+        for (const uint32_t x : seen) v = x < DIFSECT ? std::max(v, x) : v;
+        if (seen.count(DIFSECT) == 0 && seen.count(FATSECT) == 0) {
+            l.candidate.insert(i);
+            if (v > max_sid && v <= 0xFFFFFFFBu) l.beyond_end.insert(i);
+        } else if (!(v > max_sid && v < 0xFFFFFFFCu)) {
+            l.sat.insert(i);
+        }
+    }
+    for (const sid_t c : l.candidate) {
+        const Sector_Values values = values_of(c);
+        if (std::all_of(values.begin(), values.end(),
+                        [&](uint32_t v) { return l.candidate.count(v) != 0; })) {
+            l.disat.insert(c);
+        }
+    }
+    for (const sid_t c : l.disat) l.candidate.erase(c);
+    std::vector<sid_t> marked;
+    for (const sid_t c : l.candidate) {
+        for (const uint32_t v : values_of(c)) {
+            if (v < DIFSECT && v > (mini_sector_count == 0 ? 0 : mini_sector_count - 1)) {
+                marked.push_back(c);
+                break;
+            }
+        }
+    }
+    for (const sid_t c : marked) {
+        l.candidate.erase(c);
+        if (l.beyond_end.count(c) == 0) l.sat.insert(c);
+    }
+    std::vector<std::pair<uint64_t, sid_t>> scored;
+    for (const sid_t c : l.candidate) scored.emplace_back(literal_score(values_of(c), chains), c);
+    std::stable_sort(scored.begin(), scored.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    for (std::size_t rank = 0; rank < scored.size(); ++rank) {
+        const sid_t c = scored[rank].second;
+        l.candidate.erase(c);
+        if (rank < mini_sector_count / 128 + 1) {
+            l.minisat.insert(c);
+        } else if (l.beyond_end.count(c) == 0) {
+            l.sat.insert(c);
+        }
+    }
+    return l;
+}
+
+Sids sorted(const std::set<sid_t>& set) {
+    return {set.begin(), set.end()};
+}
+
+// Random images mixing the shapes that matter: random data, SAT-like runs near max_sid with
+// markers, few distinct values (repeats), MiniSAT-like chains, sectors naming other sectors.
+TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
+    std::mt19937 random(11);
+    const uint32_t specials[] = {FATSECT, DIFSECT, ENDOFCHAIN, FREESECT, 0, 1};
+    std::map<std::string, std::size_t> reached;
+    for (int round = 0; round < 40; ++round) {
+        const auto sectors = static_cast<uint32_t>(2 + random() % 600);
+        Raw_Image image(sectors);
+        const auto max_sid = static_cast<uint32_t>(image.max_sid());
+        // Shape 4 names only sectors of the shapes 1 and 3 left as they were: candidates.
+        std::vector<sid_t> clean;
+        for (const uint32_t shape : {0u, 1u, 2u, 3u, 4u}) {
+            std::shuffle(clean.begin(), clean.end(), random);
+            for (sid_t sid = shape; sid < sectors; sid += 5) {
+                const uint32_t base = random() % (max_sid + 8);
+                for (uint32_t slot = 0; slot < kValuesPerSector; ++slot) {
+                    const uint32_t value = shape == 0   ? static_cast<uint32_t>(random())
+                                           : shape == 1 ? base + slot
+                                           : shape == 2 ? static_cast<uint32_t>(random() % 40)
+                                           : shape == 3
+                                               ? (random() % 7 == 0 ? ENDOFCHAIN : slot + 1)
+                                               : (clean.empty() ? 0 : clean[slot % clean.size()]);
+                    image.set(sid, slot, value);
+                }
+                // Some sectors get a marker or a small value somewhere, a few a repeat (which
+                // shape 4 names in every other round).
+                const bool changed = random() % 4 == 0;
+                if (changed) image.set(sid, random() % 128, specials[random() % 6]);
+                const bool repeat = random() % 8 == 0;
+                if (repeat) image.set(sid, 127, read_u32_le(&image.bytes[512 * (sid + 1)]));
+                if (!changed && (!repeat || round % 2 == 0) && (shape == 1 || shape == 3) &&
+                    sid < max_sid) {
+                    clean.push_back(sid);
+                }
+            }
+        }
+        std::vector<Expected_Mini_Chain> chains(random() % 30);
+        for (auto& chain : chains) {
+            chain = {static_cast<sid_t>(random() % 300), static_cast<uint32_t>(1 + random() % 5)};
+        }
+        const uint64_t counts[] = {0, 5, 100, 200, 300, 100000};
+        const uint64_t mini_sector_count = counts[round % 6];
+
+        auto reader = reader_of(image);
+        Repair_Sector_Sets sets;
+        classify_sectors_by_markers(reader, max_sid, mini_sector_count, sets);
+        sort_out_candidate_sectors(reader, chains, sets);
+        const Literal_Sets expected = literal_sort(image, mini_sector_count, chains);
+        ASSERT_EQ(sets.found_sat_sids.members(), sorted(expected.sat)) << round;
+        ASSERT_EQ(sets.found_minisat_sids.members(), sorted(expected.minisat)) << round;
+        ASSERT_EQ(sets.found_disat_sids.members(), sorted(expected.disat)) << round;
+        EXPECT_TRUE(sets.candidate_sids.empty());
+        reached["sat"] += expected.sat.size();
+        reached["minisat"] += expected.minisat.size();
+        reached["disat"] += expected.disat.size();
+        reached["beyond"] += expected.beyond_end.size();
+    }
+    // The samples must reach every outcome.
+    for (const auto& [outcome, count] : reached) EXPECT_GT(count, 20U) << outcome;
 }
 
 // ---- output paths

@@ -6,12 +6,13 @@
 // 4. Rebuild the header: the sound default header with the counts and first sectors found,
 //    and a header DISAT of the first 109 SAT sectors.
 // 5. Give the output path the extension of the document kind.
-// 6. Write the 512-byte header and then the input from offset 512 on, unchanged: the output
-//    is as long as the input. The input itself is only read.
+// 6. Write the 512-byte header and then the input from offset 512 on, unchanged and without
+//    passing through this process where the system can copy between files itself: the
+//    output is as long as the input. The input itself is only read.
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <vector>
 
 #include "cfb_vornak/Cfb_File.h"
@@ -25,8 +26,6 @@
 namespace vrk {
 
 namespace {
-
-constexpr std::size_t kCopyBlock = std::size_t{1} << 20;
 
 // Stage 1: whether the probe's result lets the repair go on.
 bool probe_allows_repair(Error_Code probe, bool force) {
@@ -114,9 +113,9 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     if (!probe_allows_repair(probe, force)) return probe;
 
     Sector_Values_Reader reader(door());
-    classify_sectors_by_markers(reader, max_sid, repair_sector_sets);
+    classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets);
     sort_out_candidate_sectors(
-        reader, mini_sector_count,
+        reader,
         expected_mini_chains(scanned_directory_layout, expected_mini_stream_cutoff,
                              fixed_mini_sector_size),
         repair_sector_sets);
@@ -126,30 +125,23 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     File_Description target = output;
     name_output(target, document_kind);
 
-    std::ofstream out(platform::to_path(target.path_wstr),
-                      std::ios::out | std::ios::binary | std::ios::trunc);
-    if (!out.is_open()) {
+    platform::Output_File out;
+    if (!out.create(target.path_wstr)) {
         log_open_failure(target.path_wstr);
         return ec::kCfbOpenFailed;
     }
     const std::wstring& input_path =
         m_input.open_path_wstr.empty() ? m_input.path_wstr : m_input.open_path_wstr;
-    std::ifstream in(platform::to_path(input_path), std::ios::in | std::ios::binary);
-    if (!in.is_open()) {
+    platform::Input_File in;
+    if (!in.open(input_path)) {
         log_open_failure(input_path);
         return ec::kCfbOpenFailed;
     }
 
+    // Write errors are not reported: the output is as complete as the disk allowed.
     const auto header = encode_header(standard_header, rebuilt_header_disat);
-    out.write(reinterpret_cast<const char*>(header.data()), header.size());
-    in.seekg(static_cast<std::streamoff>(Cfb_Header::kSize));
-    std::vector<char> block(kCopyBlock);
-    while (in) {
-        in.read(block.data(), static_cast<std::streamsize>(block.size()));
-        const std::streamsize got = in.gcount();
-        if (got <= 0) break;
-        out.write(block.data(), got);
-    }
+    out.write(header.data(), header.size());
+    out.append_range(in, Cfb_Header::kSize, UINT64_MAX);
     return ec::kSuccess;
 }
 

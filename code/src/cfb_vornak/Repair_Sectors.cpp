@@ -1,6 +1,7 @@
 #include "cfb_vornak/Repair_Sectors.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -13,36 +14,106 @@ namespace vrk {
 
 namespace {
 
-constexpr uint64_t kSectorSize = 512;
-
-// True when an ordinary value (below DIFSECT) stands twice among the 128; markers may repeat.
-// A 256-slot open-addressing table, stamped per sector so it is never cleared.
+// True when an ordinary value (below DIFSECT) stands twice among a sector's 128; markers may
+// repeat. Each sector stamps the entries of a small table (it stays in the first-level cache)
+// picked by a hash of its values: a repeat always finds its entry stamped, and so, now and
+// then, does a different value with the same hash. Only then are the earlier values searched.
+// Markers share entry 0, which no ordinary value uses, so that the common path carries no
+// test for them.
 class Repeat_Finder {
   public:
-    bool has_repeat(const Sector_Values& values) {
+    Repeat_Finder() : m_stamps(kEntries, 0) {}
+
+    bool has_repeat(const uint8_t* bytes) {
         if (++m_stamp == 0) {
-            m_stamps.fill(0);
+            std::fill(m_stamps.begin(), m_stamps.end(), 0);
             m_stamp = 1;
         }
-        for (const uint32_t value : values) {
-            if (value >= DIFSECT) continue;
-            uint32_t slot = (value * 2654435761u) >> 24;
-            for (std::size_t probe = 0; probe < kSlots && m_stamps[slot] == m_stamp; ++probe) {
-                if (m_keys[slot] == value) return true;
-                slot = (slot + 1) & (kSlots - 1);
-            }
-            m_stamps[slot] = m_stamp;
-            m_keys[slot] = value;
+        std::array<uint16_t, kValuesPerSector> entries;
+        for (std::size_t i = 0; i < kValuesPerSector; ++i) {
+            const uint32_t value = read_u32_le(bytes + 4 * i);
+            const auto hash = static_cast<uint16_t>((value ^ (value >> 16)) & (kEntries - 1));
+            entries[i] = value >= DIFSECT ? 0 : (hash == 0 ? 1 : hash);
+        }
+        // Local copies: stores through the byte table could otherwise alias the members.
+        const uint8_t current = m_stamp;
+        uint8_t* const table = m_stamps.data();
+        for (std::size_t i = 0; i < kValuesPerSector; ++i) {
+            uint8_t& stamp = table[entries[i]];
+            if (stamp == current && entries[i] != 0 && occurs_before(bytes, i)) return true;
+            stamp = current;
         }
         return false;
     }
 
   private:
-    static constexpr uint32_t kSlots = 256;  // twice the values of a sector: probes stay short
-    std::array<uint32_t, kSlots> m_keys{};
-    std::array<uint32_t, kSlots> m_stamps{};
-    uint32_t m_stamp = 0;
+    // Whether value i stands among values 0 .. i - 1.
+    static bool occurs_before(const uint8_t* bytes, std::size_t i) {
+        const uint32_t value = read_u32_le(bytes + 4 * i);
+        uint32_t found = 0;
+        for (std::size_t j = 0; j < i; ++j) found |= read_u32_le(bytes + 4 * j) == value ? 1 : 0;
+        return found != 0;
+    }
+
+    static constexpr uint32_t kEntries = uint32_t{1} << 14;
+    std::vector<uint8_t> m_stamps;
+    uint8_t m_stamp = 0;
 };
+
+// What the stages ask of one sector's values besides repeats.
+struct Sector_Facts {
+    bool table_marker = false;     // FATSECT or DIFSECT present
+    bool past_the_file = false;    // an ordinary value above max_sid
+    bool all_below_max = false;    // every value, markers included, below max_sid
+    bool past_mini_range = false;  // an ordinary value above the highest mini sector id
+};
+
+// Sector_Facts by comparisons against limits fixed for the whole file, branch-free and signed
+// after flipping the top bit, so that the compiler keeps the loop in vector registers.
+class Sector_Summary {
+  public:
+    Sector_Summary(uint64_t max_sid, uint64_t highest_mini_sid)
+        : m_past_file(biased(max_sid)),
+          m_at_least_max(biased(max_sid - 1)),
+          m_past_mini(biased(highest_mini_sid)) {}
+
+    [[nodiscard]] Sector_Facts summarize(const uint8_t* bytes) const {
+        // Each comparison yields 0 or all ones, as the vector compare instructions do.
+        int32_t markers = 0;
+        int32_t past_file = 0;
+        int32_t at_least_max = 0;
+        int32_t past_mini = 0;
+        for (std::size_t slot = 0; slot < kValuesPerSector; ++slot) {
+            const uint32_t value = read_u32_le(bytes + 4 * slot);
+            const int32_t v = biased(value);
+            const int32_t ordinary = v < kDifsect ? -1 : 0;
+            // FATSECT and DIFSECT differ in the lowest bit only.
+            markers |= (value | 1u) == FATSECT ? -1 : 0;
+            past_file |= ordinary & (v > m_past_file ? -1 : 0);
+            at_least_max |= v > m_at_least_max ? -1 : 0;
+            past_mini |= ordinary & (v > m_past_mini ? -1 : 0);
+        }
+        return {markers != 0, past_file != 0, at_least_max == 0, past_mini != 0};
+    }
+
+  private:
+    // A limit past 32 bits becomes the largest value, which no value exceeds.
+    static int32_t biased(uint64_t limit) {
+        const auto clamped = static_cast<uint32_t>(std::min<uint64_t>(limit, UINT32_MAX));
+        return static_cast<int32_t>(clamped ^ 0x80000000u);
+    }
+
+    static constexpr int32_t kDifsect = static_cast<int32_t>(DIFSECT ^ 0x80000000u);
+    int32_t m_past_file;
+    int32_t m_at_least_max;
+    int32_t m_past_mini;
+};
+
+void read_values(const uint8_t* bytes, Sector_Values& values) {
+    for (std::size_t slot = 0; slot < kValuesPerSector; ++slot) {
+        values[slot] = read_u32_le(bytes + 4 * slot);
+    }
+}
 
 uint64_t first_slot_key(uint32_t slot, uint32_t value) {
     return (static_cast<uint64_t>(slot) << 32) | value;
@@ -56,57 +127,59 @@ Sector_Values_Reader::Sector_Values_Reader(File_Anywhere_Door& door)
 Sector_Values_Reader::Sector_Values_Reader(const uint8_t* data, uint64_t size)
     : m_data(data), m_size(size) {}
 
-void Sector_Values_Reader::read(sid_t sid, Sector_Values& values) {
+const uint8_t* Sector_Values_Reader::bytes(sid_t sid,
+                                           std::array<uint8_t, kRepairSectorSize>& buffer) {
     const uint64_t offset = Cfb_File::sector_offset(sid);
-    std::array<uint8_t, kSectorSize> copy;  // filled only on the door path
-    const uint8_t* bytes = nullptr;
-    if (m_data != nullptr && range_inside(offset, kSectorSize, m_size)) {
-        bytes = m_data + offset;
-    } else if (m_door != nullptr) {
-        // Unmapped door, or a read past the end: the door reads or throws its own failure.
-        m_door->copy_data_to_mem(offset, kSectorSize, copy.data());
-        bytes = copy.data();
-    } else {
+    if (m_data != nullptr && range_inside(offset, kRepairSectorSize, m_size)) {
+        return m_data + offset;
+    }
+    if (m_door == nullptr) {
         throw std::out_of_range("sector " + std::to_string(sid) + " at offset " +
                                 std::to_string(offset) + " lies past the end of the data");
     }
-    for (std::size_t slot = 0; slot < kValuesPerSector; ++slot) {
-        values[slot] = read_u32_le(bytes + 4 * slot);
-    }
+    // Unmapped door, or a read past the end: the door reads or throws its own failure.
+    m_door->copy_data_to_mem(offset, kRepairSectorSize, buffer.data());
+    return buffer.data();
+}
+
+void Sector_Values_Reader::read(sid_t sid, Sector_Values& values) {
+    std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
+    read_values(bytes(sid, buffer), values);
 }
 
 void Repair_Sector_Sets::reset(uint64_t bound) {
-    candidate_sids.reset(bound);
-    beyond_end_sids.reset(bound);
-    found_sat_sids.reset(bound);
-    found_minisat_sids.reset(bound);
-    found_disat_sids.reset(bound);
+    for (Sector_Id_Set* set :
+         {&candidate_sids, &beyond_end_sids, &found_sat_sids, &found_minisat_sids,
+          &found_disat_sids, &may_be_disat_sids, &past_mini_range_sids}) {
+        set->reset(bound);
+    }
 }
 
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
-                                 Repair_Sector_Sets& sets) {
+                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets) {
     sets.reset(max_sid);
+    sets.mini_sector_count = mini_sector_count;
     // Sector ids are 32-bit: past 2^32 sectors there is no id left to classify.
     const uint64_t end = std::min<uint64_t>(max_sid, uint64_t{1} << 32);
+    if (end == 0) return;
+    const Sector_Summary summary(max_sid, mini_sector_count == 0 ? 0 : mini_sector_count - 1);
     Repeat_Finder repeats;
-    Sector_Values values{};
+    std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
     for (uint64_t i = 0; i < end; ++i) {
         const auto sid = static_cast<sid_t>(i);
-        reader.read(sid, values);
-        if (repeats.has_repeat(values)) continue;
-        bool has_table_marker = false;
-        uint32_t largest = 0;
-        for (const uint32_t value : values) {
-            if (value == FATSECT || value == DIFSECT) has_table_marker = true;
-            if (value < DIFSECT && value > largest) largest = value;
-        }
-        const bool past_the_file = largest > max_sid;  // `largest` is never a marker
-        if (!has_table_marker) {
-            sets.candidate_sids.insert(sid);
-            if (past_the_file) sets.beyond_end_sids.insert(sid);
-        } else if (!past_the_file) {
+        const uint8_t* bytes = reader.bytes(sid, buffer);
+        const Sector_Facts facts = summary.summarize(bytes);
+        // With a marker and a value past the file a sector goes nowhere, repeat or not.
+        if (facts.table_marker && facts.past_the_file) continue;
+        if (repeats.has_repeat(bytes)) continue;
+        if (facts.table_marker) {
             sets.found_sat_sids.insert(sid);
+            continue;
         }
+        sets.candidate_sids.insert(sid);
+        if (facts.past_the_file) sets.beyond_end_sids.insert(sid);
+        if (facts.all_below_max) sets.may_be_disat_sids.insert(sid);
+        if (facts.past_mini_range) sets.past_mini_range_sids.insert(sid);
     }
 }
 
@@ -178,14 +251,14 @@ uint64_t Mini_Chain_Scorer::score(const Sector_Values& values) const {
     return score + unchanged_run(m, run_start, static_cast<uint32_t>(m_chains.size()));
 }
 
-void sort_out_candidate_sectors(Sector_Values_Reader& reader, uint64_t mini_sector_count,
+void sort_out_candidate_sectors(Sector_Values_Reader& reader,
                                 const std::vector<Expected_Mini_Chain>& chains,
                                 Repair_Sector_Sets& sets) {
     Sector_Values values{};
 
     // DISAT sectors: every value names a candidate. Judged against the full candidate set,
-    // then taken out of it.
-    for (const sid_t c : sets.candidate_sids.members()) {
+    // then taken out of it. Only sectors with every value below max_sid can qualify.
+    for (const sid_t c : sets.may_be_disat_sids.members()) {
         reader.read(c, values);
         const bool all_candidates = std::all_of(values.begin(), values.end(), [&](uint32_t v) {
             return sets.candidate_sids.contains(v);
@@ -195,14 +268,8 @@ void sort_out_candidate_sectors(Sector_Values_Reader& reader, uint64_t mini_sect
     for (const sid_t c : sets.found_disat_sids.members()) sets.candidate_sids.erase(c);
 
     // A value past the estimated mini sector range rules out a MiniSAT sector.
-    const uint64_t highest_mini_sid = mini_sector_count == 0 ? 0 : mini_sector_count - 1;
-    for (const sid_t c : sets.candidate_sids.members()) {
-        reader.read(c, values);
-        const bool past_mini_range = std::any_of(values.begin(), values.end(), [&](uint32_t v) {
-            return v < DIFSECT && v > highest_mini_sid;
-        });
-        if (!past_mini_range) continue;
-        sets.candidate_sids.erase(c);
+    for (const sid_t c : sets.past_mini_range_sids.members()) {
+        if (!sets.candidate_sids.erase(c)) continue;  // a DISAT sector
         if (!sets.beyond_end_sids.contains(c)) sets.found_sat_sids.insert(c);
     }
 
@@ -215,7 +282,7 @@ void sort_out_candidate_sectors(Sector_Values_Reader& reader, uint64_t mini_sect
     }
     std::stable_sort(scored.begin(), scored.end(),
                      [](const auto& a, const auto& b) { return a.first > b.first; });
-    const uint64_t quota = mini_sector_count / kValuesPerSector + 1;
+    const uint64_t quota = sets.mini_sector_count / kValuesPerSector + 1;
     for (std::size_t rank = 0; rank < scored.size(); ++rank) {
         const sid_t c = scored[rank].second;
         sets.candidate_sids.erase(c);

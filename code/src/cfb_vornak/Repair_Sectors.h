@@ -1,8 +1,8 @@
 // Stages 2 and 3 of the header repair: sorting the sectors of a file, by their contents
 // alone, into SAT, MiniSAT and DISAT sectors.
 //
-// 1. Every sector but the last whole one is read as 128 32-bit values. A sector in which an
-//    ordinary value repeats cannot be a table sector and is dropped. A sector holding a
+// 1. Every sector but the last whole one is read once as 128 32-bit values. A sector in which
+//    an ordinary value repeats cannot be a table sector and is dropped. A sector holding a
 //    FATSECT or DIFSECT marker is a SAT sector (unless its largest ordinary value points past
 //    the file); any other sector is a candidate.
 // 2. A candidate whose every value names a candidate is a DISAT sector.
@@ -30,9 +30,11 @@ class File_Anywhere_Door;
 inline constexpr std::size_t kValuesPerSector = 128;
 using Sector_Values = std::array<uint32_t, kValuesPerSector>;
 
-// Reads sector `sid` as 128 little-endian values from (sid + 1) * 512, the offset computed in
-// 32 bits like every table read of this library. Straight from the mapped file when the door
-// maps it, through the door's reads otherwise; past the end both throw the door's failure.
+inline constexpr std::size_t kRepairSectorSize = 512;
+
+// Reads sector `sid` from (sid + 1) * 512, the offset computed in 32 bits like every table
+// read of this library. Straight from the mapped file when the door maps it, through the
+// door's reads otherwise; past the end both throw the door's failure.
 class Sector_Values_Reader {
   public:
     explicit Sector_Values_Reader(File_Anywhere_Door& door);
@@ -40,6 +42,9 @@ class Sector_Values_Reader {
     // std::out_of_range.
     Sector_Values_Reader(const uint8_t* data, uint64_t size);
 
+    // The sector's 512 bytes: inside the map, or copied into `buffer` through the door.
+    const uint8_t* bytes(sid_t sid, std::array<uint8_t, kRepairSectorSize>& buffer);
+    // The sector as 128 little-endian values, in slot order.
     void read(sid_t sid, Sector_Values& values);
 
   private:
@@ -55,13 +60,21 @@ struct Repair_Sector_Sets {
     Sector_Id_Set found_minisat_sids;
     Sector_Id_Set found_disat_sids;
 
+    // What stage 3 asks of a single candidate, noted while stage 2 has its values at hand:
+    // every value lies below max_sid (the others cannot name only candidates, so are never
+    // DISAT sectors), or an ordinary value lies past the mini sector range.
+    Sector_Id_Set may_be_disat_sids;
+    Sector_Id_Set past_mini_range_sids;
+    uint64_t mini_sector_count = 0;  // the estimate both stages use
+
     // Empties every set; ids 0 .. bound - 1 become storable.
     void reset(uint64_t bound);
 };
 
-// Stage 2: sectors 0 .. max_sid - 1 (the sector max_sid itself is never looked at).
+// Stage 2: sectors 0 .. max_sid - 1 (the sector max_sid itself is never looked at), read once
+// each, in ascending order.
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
-                                 Repair_Sector_Sets& sets);
+                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets);
 
 // The chain that a small stream starting at mini sector `start` would have if stored
 // contiguously: start, start + 1, ..., start + length - 1, ENDOFCHAIN.
@@ -101,8 +114,9 @@ class Mini_Chain_Scorer {
     std::map<uint32_t, std::vector<uint32_t>> m_by_length;                // length -> chains
 };
 
-// Stage 3: candidates become DISAT, MiniSAT or SAT sectors; `candidate_sids` ends empty.
-void sort_out_candidate_sectors(Sector_Values_Reader& reader, uint64_t mini_sector_count,
+// Stage 3, after stage 2 on the same sets: candidates become DISAT, MiniSAT or SAT sectors;
+// `candidate_sids` ends empty.
+void sort_out_candidate_sectors(Sector_Values_Reader& reader,
                                 const std::vector<Expected_Mini_Chain>& chains,
                                 Repair_Sector_Sets& sets);
 
