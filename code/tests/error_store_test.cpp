@@ -23,60 +23,62 @@ std::string dump(Error_Store& store) {
     return out.str();
 }
 
-TEST(ErrorStore, ThreadWithoutRecordsReadsEmptyAndIsListedAfterwards) {
-    Error_Store store;
-    const Error_Record record = last_error(store);
-    EXPECT_EQ(record.code, 0);
-    EXPECT_EQ(record.text, nullptr);
-    EXPECT_TRUE(record.occur_file.empty());
-    EXPECT_TRUE(record.line.empty());
-    EXPECT_EQ(dump(store),
-              "dump_all_error_info begin -----------------------\n"
-              "std::thread::id :[" +
-                  std::to_string(platform::current_thread_id()) +
-                  "] errors:\n"
-                  "dump_all_error_info   end -----------------------\n");
+const std::string kDumpBegin = "dump_all_error_info begin -----------------------\n";
+const std::string kDumpEnd = "dump_all_error_info   end -----------------------\n";
+
+std::string thread_line() {
+    return "std::thread::id :[" + std::to_string(platform::current_thread_id()) + "] errors:\n";
 }
 
-TEST(ErrorStore, PushRecordsCodeTextFileAndLine) {
+TEST(ErrorStore, EmptyThenRecordsWithTextsAndExactDump) {
     Error_Store store;
-    std::string file = "code/src/cfb_vornak/Cfb_File.cpp";
-    push_error(store, 57, std::move(file), 123);
-    EXPECT_TRUE(file.empty());  // NOLINT(bugprone-use-after-move): taken by move, left empty
+    const Error_Record empty = last_error(store);
+    EXPECT_EQ(empty.code, 0);
+    EXPECT_EQ(empty.text, nullptr);
+    EXPECT_TRUE(empty.line.empty());
+    EXPECT_EQ(dump(store), kDumpBegin + thread_line() + kDumpEnd);
+
+    push(store, 0, 7);
+    push(store, 76, 8);
     const Error_Record record = last_error(store);
-    EXPECT_EQ(record.code, 57);
-    EXPECT_STREQ(record.text, "cfb file open failed");
-    EXPECT_EQ(record.occur_file, "code/src/cfb_vornak/Cfb_File.cpp");
-    EXPECT_EQ(record.line, "123");
-    EXPECT_EQ(last_error_code(store), 57);
+    EXPECT_EQ(record.code, 76);
+    EXPECT_STREQ(record.text, "cfb file totally not a cfb");
+    EXPECT_EQ(record.occur_file, "code/src/x.cpp");
+    EXPECT_EQ(record.line, "8");
+    EXPECT_EQ(dump(store), kDumpBegin + thread_line() +
+                               "err_index:[0] \nerr_no:[0] \nerr_info:[Success] \n"
+                               "occur_file:[code/src/x.cpp] \nerr_line:[7] \n"
+                               "err_index:[1] \nerr_no:[76] \n"
+                               "err_info:[cfb file totally not a cfb] \n"
+                               "occur_file:[code/src/x.cpp] \nerr_line:[8] \n" +
+                               kDumpEnd);
+
+    std::ostringstream failed;
+    failed.setstate(std::ios::badbit);
+    dump_all_error_info(store, failed);
+    EXPECT_TRUE(failed.str().empty());
 }
 
-TEST(ErrorStore, UnknownCodeRepeatsThePreviousCodeAndText) {
+TEST(ErrorStore, UnknownCodeRepeatsThePreviousRecordOfAnyThread) {
+    Error_Store first;
+    push(first, 78, 1);  // nothing before it: the empty record, with its line
+    EXPECT_EQ(last_error(first).code, 0);
+    EXPECT_EQ(last_error(first).text, nullptr);
+    EXPECT_EQ(last_error(first).line, "1");
+
     Error_Store store;
     push(store, 4, 10);
     push(store, 40, 11);
-    const Error_Record record = last_error(store);
-    EXPECT_EQ(record.code, 4);
-    EXPECT_STREQ(record.text, "Invalid argument");
-    EXPECT_EQ(record.line, "11");
+    EXPECT_EQ(last_error(store).code, 4);
+    EXPECT_STREQ(last_error(store).text, "Invalid argument");
+    EXPECT_EQ(last_error(store).line, "11");
     push(store, -4, 12);  // exact lookup: -4 is unknown too
     EXPECT_EQ(last_error_code(store), 4);
-}
 
-TEST(ErrorStore, UnknownCodeFirstOfAllLeavesTheEmptyRecord) {
-    Error_Store store;
-    push(store, 78, 1);
-    const Error_Record record = last_error(store);
-    EXPECT_EQ(record.code, 0);
-    EXPECT_EQ(record.text, nullptr);
-    EXPECT_EQ(record.line, "1");
-}
-
-TEST(ErrorStore, UnknownCodeFallsBackToAnotherThreadsPush) {
-    Error_Store store;
-    std::thread([&store] { push(store, 59, 1); }).join();
-    push(store, 43, 2);
-    EXPECT_EQ(last_error_code(store), 59);
+    Error_Store other;
+    std::thread([&other] { push(other, 59, 1); }).join();
+    push(other, 43, 2);
+    EXPECT_EQ(last_error_code(other), 59);
 }
 
 TEST(ErrorStore, TwoThousandthPushKeepsTheNewestThousand) {
@@ -88,8 +90,6 @@ TEST(ErrorStore, TwoThousandthPushKeepsTheNewestThousand) {
     ASSERT_EQ(records.size(), 1000U);
     EXPECT_EQ(records.front().line, "1001");
     EXPECT_EQ(records.back().line, "2000");
-    EXPECT_EQ(last_error_code(store), 2);
-
     const std::string text = dump(store);
     EXPECT_NE(text.find("err_index:[0] \nerr_no:[1] \nerr_info:[General Failed] \n"
                         "occur_file:[code/src/x.cpp] \nerr_line:[1001] \n"),
@@ -98,40 +98,7 @@ TEST(ErrorStore, TwoThousandthPushKeepsTheNewestThousand) {
     EXPECT_EQ(text.find("err_index:[1000] "), std::string::npos);
 }
 
-TEST(ErrorStore, DumpFormatIsExact) {
-    Error_Store store;
-    push(store, 0, 7);
-    push(store, 76, 8);
-    const std::string id = std::to_string(platform::current_thread_id());
-    EXPECT_EQ(dump(store),
-              "dump_all_error_info begin -----------------------\n"
-              "std::thread::id :[" +
-                  id +
-                  "] errors:\n"
-                  "err_index:[0] \n"
-                  "err_no:[0] \n"
-                  "err_info:[Success] \n"
-                  "occur_file:[code/src/x.cpp] \n"
-                  "err_line:[7] \n"
-                  "err_index:[1] \n"
-                  "err_no:[76] \n"
-                  "err_info:[cfb file totally not a cfb] \n"
-                  "occur_file:[code/src/x.cpp] \n"
-                  "err_line:[8] \n"
-                  "dump_all_error_info   end -----------------------\n");
-}
-
-TEST(ErrorStore, DumpToAFailedStreamWritesNothing) {
-    Error_Store store;
-    push(store, 1, 1);
-    std::ostringstream out;
-    out.setstate(std::ios::badbit);
-    dump_all_error_info(store, out);
-    EXPECT_TRUE(out.str().empty());
-    EXPECT_EQ(store.by_thread.size(), 1U);
-}
-
-TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistories) {
+TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistoriesListedByThreadId) {
     Error_Store store;
     constexpr int kPushes = 500;
     std::vector<uint32_t> ids(2);
@@ -153,12 +120,9 @@ TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistories) {
             EXPECT_EQ(records[i].line, std::to_string(i));
         }
     }
-    // Threads appear in ascending id order.
     const std::string text = dump(store);
-    const auto low = std::to_string(std::min(ids[0], ids[1]));
-    const auto high = std::to_string(std::max(ids[0], ids[1]));
-    EXPECT_LT(text.find("std::thread::id :[" + low + "]"),
-              text.find("std::thread::id :[" + high + "]"));
+    EXPECT_LT(text.find("std::thread::id :[" + std::to_string(std::min(ids[0], ids[1])) + "]"),
+              text.find("std::thread::id :[" + std::to_string(std::max(ids[0], ids[1])) + "]"));
 }
 
 TEST(ErrorStore, MacroNamesTheSourceFileRelativeToTheCheckout) {
