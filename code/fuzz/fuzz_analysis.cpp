@@ -3,66 +3,22 @@
 // the library's own folders.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <set>
-#include <string>
 #include <system_error>
-#include <vector>
 
 #include "cfb_vornak/cfb_vornak_api.h"
-#include "common/platform.h"
-
-namespace {
-
-namespace stdfs = std::filesystem;
-
-const stdfs::path& scratch() {
-    static const stdfs::path folder = [] {
-        const stdfs::path path =
-            stdfs::absolute(stdfs::current_path() / "fuzz_analysis_tmp" /
-                            std::to_string(vrk::platform::current_process_id()));
-        stdfs::create_directories(path);
-        const std::string base = vrk::platform::narrow(vrk::platform::from_path(path));
-        VrkCfbInit((base + "/logs").c_str(), (base + "/config").c_str(), (base + "/work").c_str());
-        return path;
-    }();
-    return folder;
-}
-
-std::string read_all(const stdfs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-}  // namespace
+#include "scratch_frame.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const stdfs::path& base = scratch();
-    const stdfs::path input = base / "in.cfb";
-    const stdfs::path output = base / "out";
-    const std::string bytes(reinterpret_cast<const char*>(data), size);
-    {
-        std::ofstream out(input, std::ios::binary | std::ios::trunc);
-        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    }
-    const auto narrow = [](const stdfs::path& path) {
-        return vrk::platform::narrow(vrk::platform::from_path(path));
-    };
-    VrkCfbAnalysis(narrow(input).c_str(), narrow(output).c_str());
-
-    if (read_all(input) != bytes) {
-        std::abort();
-    }
-    const std::set<std::string> allowed = {"in.cfb", "out", "work", "logs", "config", "Logs"};
-    for (const auto& item : stdfs::directory_iterator(base)) {
-        if (allowed.count(item.path().filename().string()) == 0) {
-            std::abort();
-        }
-    }
+    namespace fuzz = vrk::fuzz;
+    const std::filesystem::path& base = fuzz::scratch_folder("fuzz_analysis");
+    const std::filesystem::path input = base / "in.cfb";
+    const std::filesystem::path output = base / "out";
+    fuzz::write_input(input, data, size);
+    VrkCfbAnalysis(fuzz::narrow(input).c_str(), fuzz::narrow(output).c_str());
+    fuzz::require_unchanged(input, data, size);
+    fuzz::require_only(base, {"in.cfb", "out", "work", "logs", "config", "Logs"});
     std::error_code ec;
-    stdfs::remove_all(output, ec);
+    std::filesystem::remove_all(output, ec);
     return 0;
 }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -13,6 +12,7 @@
 #include "cfb_vornak/Root_Signature_Search.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
+#include "scratch_frame.h"
 #include "support/literal_probe.h"
 
 namespace {
@@ -24,19 +24,6 @@ namespace stdfs = std::filesystem;
 constexpr std::size_t kStreamCompareLimit = 4 * 1024;
 // The literal scan reads every byte through the door.
 constexpr std::size_t kScanCompareLimit = 1024 * 1024;
-
-const stdfs::path& input_path() {
-    static const stdfs::path path = [] {
-        const stdfs::path folder =
-            stdfs::absolute(stdfs::current_path() / "fuzz_check_tmp" /
-                            std::to_string(vrk::platform::current_process_id()));
-        stdfs::create_directories(folder);
-        const std::string base = vrk::platform::narrow(vrk::platform::from_path(folder));
-        VrkCfbInit((base + "/logs").c_str(), (base + "/config").c_str(), (base + "/work").c_str());
-        return folder / "input.doc";
-    }();
-    return path;
-}
 
 void compare_searches(const vrk::File_Description& input, const uint8_t* data, std::size_t size) {
     const bool fast = vrk::Cfb_File::search_root_entry_signature(input);
@@ -79,11 +66,8 @@ void compare_scans(const vrk::File_Description& input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
-    const stdfs::path& path = input_path();
-    {
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    }
+    const stdfs::path path = vrk::fuzz::scratch_folder("fuzz_check") / "input.doc";
+    vrk::fuzz::write_input(path, data, size);
     const std::wstring wide = vrk::platform::from_path(path);
     const int32_t result = VrkCfbFileCheck(vrk::platform::narrow(wide).c_str());
     if (result > 0 || result < -3114) std::abort();

@@ -4,11 +4,13 @@
 
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Sector_Chains.h"
+#include "support/cfb_patch.h"
 #include "support/parse_samples.h"
 
 namespace vrk {
 namespace {
 
+namespace off = test::offsets;
 using test::Raw_Cfb;
 using test::write_sample;
 
@@ -58,8 +60,8 @@ TEST(Disat, CountBoundsTheWalkAndIdsPastMaxSidEndIt) {
         image.entry(5, 127, ENDOFCHAIN);
         image.fill(7, FREESECT);
         image.fill(6, FREESECT);
-        image.u32_at(test::kHdrFirstDisatSid, 2);
-        image.u32_at(test::kHdrNumDisatSecs, count);
+        image.u32_at(off::kFirstDisatSid, 2);
+        image.u32_at(off::kNumDisatSecs, count);
         Parsed p(image);
         EXPECT_TRUE(p.errors.empty());
         if (count == 0) {
@@ -80,8 +82,8 @@ TEST(Disat, RingIsReadAsManyTimesAsTheFileHasSectorsAndALargerCountLogged) {
         Raw_Cfb image(8);
         image.fill(3, FREESECT);
         image.entry(3, 127, 3);
-        image.u32_at(test::kHdrFirstDisatSid, 3);
-        image.u32_at(test::kHdrNumDisatSecs, count);
+        image.u32_at(off::kFirstDisatSid, 3);
+        image.u32_at(off::kNumDisatSecs, count);
         const Parsed p(image);
         EXPECT_EQ(p.file.disat_sids, sids_array(8, 3));
         if (count == 8) {
@@ -99,10 +101,10 @@ TEST(Sat, HeaderEntriesMarkersSkippedRepeatsReadAgain) {
     Raw_Cfb image(8);
     image.fill(0, 1);
     image.fill(5, 2);
-    image.u32_at(test::kHdrDisat, 0);
-    image.u32_at(test::kHdrDisat + 4, FREESECT);
-    image.u32_at(test::kHdrDisat + 8, 5);
-    image.u32_at(test::kHdrDisat + 12, 0);
+    image.u32_at(off::kHeaderDisat, 0);
+    image.u32_at(off::kHeaderDisat + 4, FREESECT);
+    image.u32_at(off::kHeaderDisat + 8, 5);
+    image.u32_at(off::kHeaderDisat + 12, 0);
     Parsed p(image);
     ASSERT_EQ(p.file.sat_sector_dicts.size(), 2u);
     EXPECT_EQ(p.file.sat_sector_dicts.at(0).size(), 256u);
@@ -119,7 +121,7 @@ TEST(Sat, SectorIdsWrapAt32Bits) {
     // 0x00800000 reads the bytes of sector 0.
     Raw_Cfb image(4);
     image.fill(0, 9);
-    image.u32_at(test::kHdrDisat, 0x00800000);
+    image.u32_at(off::kHeaderDisat, 0x00800000);
     Parsed p(image);
     EXPECT_EQ(p.file.sat_sector_dicts.at(0x00800000), sids_array(128, 9));
 }
@@ -127,7 +129,7 @@ TEST(Sat, SectorIdsWrapAt32Bits) {
 TEST(Sat, ASectorPastTheEndFailsAtTheFirstByteOutside) {
     Raw_Cfb image(4, 100);  // file size 2660
     for (const sid_t sid : {9u, 4u}) {
-        image.u32_at(test::kHdrDisat, sid);
+        image.u32_at(off::kHeaderDisat, sid);
         Cfb_File file(write_sample("past.cfb", image.bytes));
         file.parse_header();
         file.parse_disat();
@@ -142,12 +144,12 @@ TEST(Sat, SectorsPastTheSafetyBoundAreCutAndLogged) {
     // 8 sectors, so at most 2 * 8 + 109 SAT sectors are read.
     for (const uint32_t extra : {16u, 127u}) {
         Raw_Cfb image(8);
-        for (uint64_t i = 0; i < 109; ++i) image.u32_at(test::kHdrDisat + 4 * i, 0);
+        for (uint64_t i = 0; i < 109; ++i) image.u32_at(off::kHeaderDisat + 4 * i, 0);
         image.fill(0, FREESECT);
         image.fill(1, FREESECT);
         for (uint32_t i = 0; i < extra; ++i) image.entry(1, i, 0);
-        image.u32_at(test::kHdrFirstDisatSid, 1);
-        image.u32_at(test::kHdrNumDisatSecs, 1);
+        image.u32_at(off::kFirstDisatSid, 1);
+        image.u32_at(off::kNumDisatSecs, 1);
         const Parsed p(image);
         EXPECT_EQ(p.file.big_sids_array.size(), 125u * 128);
         if (extra == 16) {
@@ -221,7 +223,7 @@ TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
         for (uint32_t i = 0; i < 128; ++i) image.entry(s, i, s * 128 + i + 1);
     }
     image.entry(kSatSectors - 1, 127, ENDOFCHAIN);
-    for (uint32_t i = 0; i < 109; ++i) image.u32_at(test::kHdrDisat + 4 * i, i);
+    for (uint32_t i = 0; i < 109; ++i) image.u32_at(off::kHeaderDisat + 4 * i, i);
     for (uint32_t d = 0; d < 6; ++d) {
         image.fill(kSatSectors + d, FREESECT);
         for (uint32_t k = 0; k < 127 && 109 + 127 * d + k < kSatSectors; ++k) {
@@ -229,8 +231,8 @@ TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
         }
         image.entry(kSatSectors + d, 127, kSatSectors + d + 1);
     }
-    image.u32_at(test::kHdrFirstDisatSid, kSatSectors);
-    image.u32_at(test::kHdrNumDisatSecs, 6);
+    image.u32_at(off::kFirstDisatSid, kSatSectors);
+    image.u32_at(off::kNumDisatSecs, 6);
     const Parsed p(image);
     EXPECT_EQ(p.file.big_sids_array.size(), kSatSectors * 128u);
     EXPECT_EQ(p.only_message(), "parse_sat_form_disat error~");

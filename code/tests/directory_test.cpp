@@ -4,11 +4,13 @@
 
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Sids_Text.h"
+#include "support/cfb_patch.h"
 #include "support/parse_samples.h"
 
 namespace vrk {
 namespace {
 
+namespace off = test::offsets;
 using test::Raw_Cfb;
 using test::write_sample;
 
@@ -16,7 +18,7 @@ using test::write_sample;
 Raw_Cfb directory_image(const std::vector<sid_t>& chain) {
     Raw_Cfb image(8);
     image.single_sat(0);
-    image.u32_at(test::kHdrFirstDirSid, chain.front());
+    image.u32_at(off::kFirstDirSid, chain.front());
     for (std::size_t i = 0; i + 1 < chain.size(); ++i) image.link(chain[i], chain[i + 1]);
     if (chain.back() <= 7) image.link(chain.back(), ENDOFCHAIN);
     return image;
@@ -52,7 +54,7 @@ TEST(Directory, ChainsThatStopTheReading) {
 
     for (const sid_t first : {ENDOFCHAIN, FATSECT, sid_t{8}, sid_t{0xFFFFFFFB}}) {
         Raw_Cfb image = directory_image({2});
-        image.u32_at(test::kHdrFirstDirSid, first);
+        image.u32_at(off::kFirstDirSid, first);
         Cfb_File file(write_sample("dirempty.cfb", image.bytes), File_Description{});
         EXPECT_TRUE(file.directory_entrys.empty()) << first;
         EXPECT_TRUE(file.directory_entrys_sids_list.empty()) << first;

@@ -158,14 +158,6 @@ TEST_F(File_Layer, CacheBlockShapeAndCapacityEdges) {
     EXPECT_EQ(none.blocks().size(), 0u);
 }
 
-TEST_F(File_Layer, CacheOfAMissingFileFails) {
-    const std::wstring path = missing_path();
-    expect_failure([&] { File_Block_Cache cache(path, 10, 2); },
-                   failure_text(210, "File_Block_Cache",
-                                "File_Block_Cache construct failed ! the file [" +
-                                    platform::to_utf8(path) + "]can not open! \n"));
-}
-
 TEST(Data_Block_List_Test, SentinelsCannotBeRemovedRealNodesCan) {
     Data_Block_List list;
     const std::string refused = failure_text(
@@ -276,22 +268,6 @@ TEST_P(Door_Modes, NullDestinationLogsOnceAndReturns) {
     EXPECT_EQ(count_of(log, "Line[ 718 ]"), 2u);
 }
 
-TEST_P(Door_Modes, MissingFileIsNotExist) {
-    const std::wstring path = missing_path();
-    expect_failure([&] { File_Anywhere_Door door(path, GetParam().config); },
-                   failure_text(532, "File_Anywhere_Door",
-                                "File_Anywhere_Door construct failed ! the file [" +
-                                    platform::to_utf8(path) + "]is not exist! \n"));
-}
-
-TEST_P(Door_Modes, FolderCannotOpen) {
-    const std::wstring path = platform::from_path(m_folder.path());
-    expect_failure([&] { File_Anywhere_Door door(path, GetParam().config); },
-                   failure_text(544, "File_Anywhere_Door",
-                                "File_Anywhere_Door construct failed ! the file [" +
-                                    platform::to_utf8(path) + "]can not open! \n"));
-}
-
 TEST_P(Door_Modes, OnlyTheMappedModeHandsOutItsBytes) {
     const std::vector<uint8_t> bytes = pattern(700);
     File_Anywhere_Door door(write_file("fast.bin", bytes), GetParam().config);
@@ -372,12 +348,25 @@ TEST_F(File_Layer, FailuresAreLoggedWithTheFirstLineNumber) {
     EXPECT_EQ(count_of(log, out_of_range("File_Anywhere_Door", 11)), 1u);
 }
 
-TEST_F(File_Layer, MemoryMapOfAMissingFileFails) {
-    const std::wstring path = missing_path();
-    expect_failure([&] { File_Memory_Map map(path); },
-                   failure_text(358, "File_Memory_Map",
-                                "File_Memory_Map construct failed ! the file [" +
-                                    platform::to_utf8(path) + "]can not open! \n"));
+TEST_F(File_Layer, OpenFailuresNameTheFile) {
+    const std::wstring missing = missing_path();
+    const std::wstring folder = platform::from_path(m_folder.path());
+    const auto text = [](int line, const std::string& unit, const std::wstring& path,
+                         const char* what) {
+        return failure_text(line, unit,
+                            unit + " construct failed ! the file [" + platform::to_utf8(path) +
+                                "]" + what + "! \n");
+    };
+    expect_failure([&] { File_Block_Cache cache(missing, 10, 2); },
+                   text(210, "File_Block_Cache", missing, "can not open"));
+    expect_failure([&] { File_Memory_Map map(missing); },
+                   text(358, "File_Memory_Map", missing, "can not open"));
+    for (const Door_Case& c : kDoorCases) {
+        expect_failure([&] { File_Anywhere_Door door(missing, c.config); },
+                       text(532, "File_Anywhere_Door", missing, "is not exist"));
+        expect_failure([&] { File_Anywhere_Door door(folder, c.config); },
+                       text(544, "File_Anywhere_Door", folder, "can not open"));
+    }
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <stdexcept>
 
 #include "cfb_vornak/Cfb_File.h"
+#include "support/cfb_patch.h"
 #include "support/parse_samples.h"
 
 namespace vrk {
 namespace {
 
+namespace off = test::offsets;
 using test::Raw_Cfb;
 using test::write_sample;
 
@@ -16,7 +18,7 @@ using test::write_sample;
 Raw_Cfb container_image(uint32_t root_size) {
     Raw_Cfb image(8);
     image.single_sat(0);
-    image.u32_at(test::kHdrFirstDirSid, 1);
+    image.u32_at(off::kFirstDirSid, 1);
     image.link(1, ENDOFCHAIN);
     image.link(2, 3);
     image.link(3, ENDOFCHAIN);
@@ -28,54 +30,31 @@ Raw_Cfb container_image(uint32_t root_size) {
     return image;
 }
 
-TEST(Minisat, NoFirstSectorMeansNoTableAndNoMessage) {
-    Raw_Cfb image(8);
-    image.u32_at(test::kHdrNumMinisatSecs, 3);
-    test::new_error_lines();
-    Cfb_File file(write_sample("nominisat.cfb", image.bytes), File_Description{});
-    EXPECT_TRUE(file.minisat_sector_dicts.empty());
-    EXPECT_TRUE(file.minisat_big_sids_array.empty());
-    EXPECT_TRUE(file.minisat_sids_lists.empty());
-    EXPECT_TRUE(test::new_error_lines().empty());
-}
-
-TEST(Minisat, SectorsAreTakenAsAContiguousRunNotAlongTheChain) {
+TEST(Minisat, SectorsAreAContiguousRunNotTheChainEndingAtTheLastWholeSector) {
     Raw_Cfb image(48);
     image.single_sat(0);
     image.link(10, 40);
     image.link(40, ENDOFCHAIN);
     image.fill(10, 1);
     image.fill(11, 2);
-    image.fill(40, 3);
-    image.u32_at(test::kHdrFirstMinisatSid, 10);
-    image.u32_at(test::kHdrNumMinisatSecs, 2);
+    image.u32_at(off::kFirstMinisatSid, 10);
+    image.u32_at(off::kNumMinisatSecs, 2);
     Cfb_File file(write_sample("run.cfb", image.bytes), File_Description{});
     ASSERT_EQ(file.minisat_sector_dicts.size(), 2u);
     EXPECT_EQ(file.minisat_sector_dicts.at(10), sids_array(128, 1));
     EXPECT_EQ(file.minisat_sector_dicts.at(11), sids_array(128, 2));
-    ASSERT_EQ(file.minisat_big_sids_array.size(), 256u);
-    EXPECT_EQ(file.minisat_big_sids_array[128], 2u);
-}
 
-TEST(Minisat, RunEndsAtTheLastWholeSector) {
-    Raw_Cfb image(8, 200);
-    image.u32_at(test::kHdrFirstMinisatSid, 6);
-    image.u32_at(test::kHdrNumMinisatSecs, 5);
-    Cfb_File file(write_sample("runend.cfb", image.bytes), File_Description{});
-    EXPECT_EQ(file.minisat_sector_dicts.size(), 2u);
-    EXPECT_EQ(file.minisat_big_sids_array.size(), 256u);
-
-    image.u32_at(test::kHdrFirstMinisatSid, 8);
-    Cfb_File past(write_sample("runpast.cfb", image.bytes), File_Description{});
-    EXPECT_TRUE(past.minisat_big_sids_array.empty());
-}
-
-TEST(Minisat, ZeroCountReadsNothing) {
-    Raw_Cfb image(8);
-    image.u32_at(test::kHdrFirstMinisatSid, 2);
-    Cfb_File file(write_sample("zero.cfb", image.bytes), File_Description{});
-    EXPECT_TRUE(file.minisat_big_sids_array.empty());
-    EXPECT_TRUE(file.minisat_sids_lists.empty());
+    // {first sector, count} of an 8-sector file with a partial ninth: the MiniSAT entries read.
+    Raw_Cfb partial(8, 200);
+    const std::pair<sid_t, uint32_t> runs[] = {{6, 5}, {8, 5}, {2, 0}, {ENDOFCHAIN, 3}};
+    for (const auto& [first, count] : runs) {
+        partial.u32_at(off::kFirstMinisatSid, first);
+        partial.u32_at(off::kNumMinisatSecs, count);
+        test::new_error_lines();
+        Cfb_File run(write_sample("runend.cfb", partial.bytes), File_Description{});
+        EXPECT_EQ(run.minisat_big_sids_array.size(), first == 6 ? 256u : 0u) << first;
+        if (first == ENDOFCHAIN) EXPECT_TRUE(test::new_error_lines().empty());
+    }
 }
 
 TEST(Minisat, MiniChainsAndTheirRingsAreLoggedFromTheirOwnLines) {
@@ -92,8 +71,8 @@ TEST(Minisat, MiniChainsAndTheirRingsAreLoggedFromTheirOwnLines) {
     image.entry(5, 4, 5);  // mini ring 5 <-> 6 entered from 4
     image.entry(5, 5, 6);
     image.entry(5, 6, 5);
-    image.u32_at(test::kHdrFirstMinisatSid, 5);
-    image.u32_at(test::kHdrNumMinisatSecs, 1);
+    image.u32_at(off::kFirstMinisatSid, 5);
+    image.u32_at(off::kNumMinisatSecs, 1);
     test::new_error_lines();
     Cfb_File file(write_sample("minichains.cfb", image.bytes), File_Description{});
     const std::vector<std::string> errors = test::new_error_lines();
@@ -109,38 +88,25 @@ TEST(Minisat, MiniChainsAndTheirRingsAreLoggedFromTheirOwnLines) {
     EXPECT_EQ(file.minisat_sids_lists.size(), 122u);  // heads 0, 7..127 kept; 4 dropped
 }
 
-TEST(ShortStreamContainer, CopiesWholeSectorsThenTheRest) {
-    Cfb_File file(write_sample("c1000.cfb", container_image(1000).bytes), File_Description{});
-    EXPECT_EQ(file.root_entry.object_type, 5);
-    ASSERT_EQ(file.short_stream_container.size(), 1000u);
-    EXPECT_EQ(file.short_stream_container[511], 0xA2);
-    EXPECT_EQ(file.short_stream_container[512], 0xA3);
-    EXPECT_EQ(file.short_stream_container[999], 0xA3);
-    EXPECT_EQ(file.mini_sector_count, 15u);
-    EXPECT_EQ(file.max_mini_sid(), 14u);
-    EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0u);
-    EXPECT_EQ(file.short_stream_container.size(), 1000u);
-}
-
-TEST(ShortStreamContainer, EmptyStreamGivesEmptyContainer) {
-    Cfb_File file(write_sample("c0.cfb", container_image(0).bytes), File_Description{});
-    EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0u);
-    EXPECT_TRUE(file.short_stream_container.empty());
-    EXPECT_EQ(file.mini_sector_count, 0u);
-    EXPECT_EQ(file.max_mini_sid(), 0u);
-}
-
-TEST(ShortStreamContainer, ChainLongerThanTheStreamStopsAtItsSize) {
-    Cfb_File file(write_sample("c100.cfb", container_image(100).bytes), File_Description{});
-    EXPECT_EQ(file.short_stream_container, std::vector<uint8_t>(100, 0xA2));
-    EXPECT_EQ(file.mini_sector_count, 1u);
-}
-
-TEST(ShortStreamContainer, ShortChainKeepsWhatWasReadAndTheDeclaredCount) {
-    Cfb_File file(write_sample("c4000.cfb", container_image(4000).bytes), File_Description{});
-    EXPECT_EQ(file.short_stream_container.size(), 1024u);
-    EXPECT_EQ(file.mini_sector_count, 62u);
-    EXPECT_EQ(file.max_mini_sid(), 15u);
+TEST(ShortStreamContainer, CopiesWholeSectorsThenTheRestUpToTheStreamSize) {
+    struct Case {
+        uint32_t root_size;
+        std::size_t copied;  // sectors 2 and 3 hold 1024 bytes
+        uint64_t mini_sectors, max_mini_sid;
+    };
+    for (const Case c : {Case{1000, 1000, 15, 14}, Case{0, 0, 0, 0}, Case{100, 100, 1, 0},
+                         Case{4000, 1024, 62, 15}}) {
+        Cfb_File file(write_sample("c.cfb", container_image(c.root_size).bytes),
+                      File_Description{});
+        ASSERT_EQ(file.short_stream_container.size(), c.copied) << c.root_size;
+        for (std::size_t i = 0; i < c.copied; ++i) {
+            ASSERT_EQ(file.short_stream_container[i], i < 512 ? 0xA2 : 0xA3) << i;
+        }
+        EXPECT_EQ(file.mini_sector_count, c.mini_sectors);
+        EXPECT_EQ(file.max_mini_sid(), c.max_mini_sid);
+        EXPECT_EQ(file.extract_cfb_short_stream_container(file.root_entry), 0u);
+        EXPECT_EQ(file.short_stream_container.size(), c.copied);
+    }
 }
 
 TEST(ShortStreamContainer, FreeSectorInTheChainEmptiesTheContainer) {
@@ -176,8 +142,8 @@ TEST(ShortStreamContainer, NoRootEntryLeavesItEmpty) {
 
 TEST(ShortStreamContainer, UsesTheHeadersSectorShiftModulo32) {
     Raw_Cfb image = container_image(300);
-    image.u16_at(test::kHdrSectorShift, 8);  // 256-byte sectors: sector 2 at 768, 3 at 1024
-    image.u16_at(test::kHdrMiniSectorShift, 38);
+    image.u16_at(off::kSectorShift, 8);  // 256-byte sectors: sector 2 at 768, 3 at 1024
+    image.u16_at(off::kMiniSectorShift, 38);
     for (uint64_t i = 0; i < 256; ++i) image.u8_at(768 + i, 0x77);
     Cfb_File file(write_sample("cshift.cfb", image.bytes), File_Description{});
     ASSERT_EQ(file.short_stream_container.size(), 300u);
@@ -187,7 +153,7 @@ TEST(ShortStreamContainer, UsesTheHeadersSectorShiftModulo32) {
     EXPECT_EQ(file.max_mini_sid(), 300u / 64 - 1);
 
     image = container_image(1000);
-    image.u16_at(test::kHdrSectorShift, 41);
+    image.u16_at(off::kSectorShift, 41);
     Cfb_File wide(write_sample("cshift41.cfb", image.bytes), File_Description{});
     EXPECT_EQ(wide.short_stream_container.size(), 1000u);
     EXPECT_EQ(wide.short_stream_container[512], 0xA3);
@@ -195,7 +161,7 @@ TEST(ShortStreamContainer, UsesTheHeadersSectorShiftModulo32) {
 
 TEST(ShortStreamContainer, NeverGrowsPastTheFileSize) {
     Raw_Cfb image = container_image(100000);
-    image.u16_at(test::kHdrSectorShift, 31);  // sector 3 starts at 4 << 31, wrapped to 0
+    image.u16_at(off::kSectorShift, 31);  // sector 3 starts at 4 << 31, wrapped to 0
     image.directory_entry(1, 0, u"Root Entry", 5, 3, 100000);
     test::new_error_lines();
     Cfb_File file(write_sample("cwrap.cfb", image.bytes), File_Description{});
@@ -210,7 +176,7 @@ TEST(ShortStreamContainer, NeverGrowsPastTheFileSize) {
 
 TEST(ShortStreamContainer, SectorPastTheEndFailsLikeTheDoor) {
     Raw_Cfb image = container_image(2000);
-    image.u16_at(test::kHdrSectorShift, 10);  // sector 2 at 3072 fits, sector 3 at 4096 does not
+    image.u16_at(off::kSectorShift, 10);  // sector 2 at 3072 fits, sector 3 at 4096 does not
     Cfb_File file(write_sample("cpast.cfb", image.bytes));
     file.parse_header();
     file.parse_disat();

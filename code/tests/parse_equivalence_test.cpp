@@ -9,6 +9,7 @@
 #include "cfb_vornak/Cfb_Builder.h"
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Sector_Chains.h"
+#include "support/cfb_patch.h"
 #include "support/literal_tables.h"
 #include "support/parse_samples.h"
 
@@ -16,6 +17,7 @@ namespace vrk {
 namespace {
 
 using test::Literal_Parse;
+namespace off = test::offsets;
 using test::Raw_Cfb;
 
 struct Fast_Parse {
@@ -121,26 +123,25 @@ class Random_Image {
                                   pick(0, 3) == 0 ? pick(0, 0xFFFFFFFFu) : pick(0, 6000));
         }
         for (uint32_t i = 0, n = pick(0, 5); i < n; ++i) {
-            image.u32_at(test::kHdrDisat + 4 * i,
+            image.u32_at(off::kHeaderDisat + 4 * i,
                          pick(0, 9) == 0 ? sid(sectors, 300) : pick(0, sectors - 1));
         }
-        if (pick(0, 4) == 0) image.u32_at(test::kHdrDisat + 4 * pick(0, 108), ENDOFCHAIN);
+        if (pick(0, 4) == 0) image.u32_at(off::kHeaderDisat + 4 * pick(0, 108), ENDOFCHAIN);
         const uint32_t disat_counts[] = {0, 0, 1, 2, 3, sectors, sectors + 1, 0xFFFFFFFFu};
-        image.u32_at(test::kHdrNumDisatSecs, disat_counts[pick(0, 7)]);
-        image.u32_at(test::kHdrFirstDisatSid, sid(sectors, bad));
-        image.u32_at(test::kHdrFirstMinisatSid, sid(sectors, bad));
-        image.u32_at(test::kHdrNumMinisatSecs, pick(0, 5) == 0 ? 0xFFFFFFFFu : pick(0, 4));
-        image.u32_at(test::kHdrFirstDirSid, sid(sectors, bad));
-        if (pick(0, 9) == 0)
-            image.u16_at(test::kHdrSectorShift, static_cast<uint16_t>(pick(0, 40)));
+        image.u32_at(off::kNumDisatSecs, disat_counts[pick(0, 7)]);
+        image.u32_at(off::kFirstDisatSid, sid(sectors, bad));
+        image.u32_at(off::kFirstMinisatSid, sid(sectors, bad));
+        image.u32_at(off::kNumMinisatSecs, pick(0, 5) == 0 ? 0xFFFFFFFFu : pick(0, 4));
+        image.u32_at(off::kFirstDirSid, sid(sectors, bad));
+        if (pick(0, 9) == 0) image.u16_at(off::kSectorShift, static_cast<uint16_t>(pick(0, 40)));
         if (pick(0, 19) == 0) {
             // Huge sectors whose wrapped offsets repeat: the container reaches the file size.
-            image.u16_at(test::kHdrSectorShift, static_cast<uint16_t>(pick(28, 31)));
+            image.u16_at(off::kSectorShift, static_cast<uint16_t>(pick(28, 31)));
             image.directory_entry(0, 0, u"Root Entry", 5, pick(0, sectors - 1), pick(0, 1u << 20));
-            image.u32_at(test::kHdrFirstDirSid, 0);
+            image.u32_at(off::kFirstDirSid, 0);
         }
         if (pick(0, 9) == 0)
-            image.u16_at(test::kHdrMiniSectorShift, static_cast<uint16_t>(pick(0, 40)));
+            image.u16_at(off::kMiniSectorShift, static_cast<uint16_t>(pick(0, 40)));
         return image.bytes;
     }
 

@@ -9,6 +9,7 @@
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Root_Signature_Search.h"
 #include "common/platform.h"
+#include "support/cfb_patch.h"
 #include "support/literal_probe.h"
 #include "support/probe_samples.h"
 #include "support/test_folders.h"
@@ -17,6 +18,8 @@ namespace vrk {
 namespace {
 
 using test::build_sample;
+using test::patch_u16;
+using test::patch_u32;
 using test::Sample_File;
 using test::Sample_Kind;
 
@@ -171,21 +174,21 @@ TEST_F(Probe, ScanMatchesLiteralOnRandomlyDamagedFiles) {
         const int damages = 1 + static_cast<int>(random() % 6);
         for (int d = 0; d < damages; ++d) {
             const uint32_t did = random() % (4 * dir.size());
-            const uint64_t entry = sample.entry_offset(did);
+            const uint64_t entry = test::directory_entry_offset(sample.layout, did);
             switch (random() % 7) {
                 case 0:  // a second root storage somewhere in the directory
                     sample.bytes[entry + 66] = 5;
                     break;
                 case 1:  // a name length that may or may not fit the name
-                    sample.put_u16(entry + 64, static_cast<uint16_t>(random() % 70));
+                    patch_u16(sample.bytes, entry + 64, static_cast<uint16_t>(random() % 70));
                     break;
                 case 2:  // a link out of range, or exactly at the limit
-                    sample.put_u32(entry + 68 + 4 * (random() % 3),
-                                   random() % 2 ? 10000u : 10001u + random() % 5);
+                    patch_u32(sample.bytes, entry + 68 + 4 * (random() % 3),
+                              random() % 2 ? 10000u : 10001u + random() % 5);
                     break;
                 case 3:  // a stream size around the cutoff with a far start
-                    sample.put_u32(entry + 120, 4094 + random() % 4);
-                    sample.put_u32(entry + 116, random() % 200);
+                    patch_u32(sample.bytes, entry + 120, 4094 + random() % 4);
+                    patch_u32(sample.bytes, entry + 116, random() % 200);
                     break;
                 case 4: {  // a copy of an entry in some sector far from the directory
                     const uint64_t to =
@@ -277,58 +280,42 @@ TEST_F(Probe, ShortFilesFailAtTheFirstByteBeyondTheEnd) {
     }
 }
 
-TEST_F(Probe, HigherSectorRootWins) {
+TEST_F(Probe, HigherSectorRootWinsAndStrayNameBytesMakeASlotImplausible) {
     Sample_File sample = build_sample(Sample_Kind::word);
     ASSERT_GE(sample.layout.directory_sids.size(), 2u);
     const uint32_t late = 4 * static_cast<uint32_t>(sample.layout.directory_sids.size() - 1);
-    sample.bytes[sample.entry_offset(late) + 66] = 5;
-    sample.put_u32(sample.entry_offset(late) + 120, 630);
+    const uint64_t late_entry = test::directory_entry_offset(sample.layout, late);
+    sample.bytes[late_entry + 66] = 5;
+    patch_u32(sample.bytes, late_entry + 120, 630);
     Cfb_File file(describe(save(sample)));
     ASSERT_EQ(file.find_root_entry_by_scan(), 0u);
     EXPECT_EQ(file.root_entry.did, 4 * sample.layout.directory_sids.back());  // slot index
-    EXPECT_EQ(file.root_entry.stream_size, 630u);
     EXPECT_EQ(file.mini_sector_count, 10u);
-}
 
-TEST_F(Probe, StrayBytesAfterTheNameMakeASlotImplausible) {
-    Sample_File sample = build_sample(Sample_Kind::word);
-    const uint64_t root = sample.entry_offset(0);
-    ASSERT_EQ(sample.bytes[root + 64], 22);
-    sample.bytes[root + 40] = 0x58;
-    Cfb_File file(describe(save(sample)));
-    EXPECT_EQ(file.find_root_entry_by_scan(), 0xFFFFFFFFu);
-    EXPECT_TRUE(file.scanned_directory_layout.empty());
-    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample, "again.doc"))),
+    Sample_File stray = build_sample(Sample_Kind::word);
+    stray.bytes[test::directory_entry_offset(stray.layout, 0) + 40] = 0x58;
+    Cfb_File implausible(describe(save(stray, "stray.doc")));
+    EXPECT_EQ(implausible.find_root_entry_by_scan(), 0xFFFFFFFFu);
+    EXPECT_TRUE(implausible.scanned_directory_layout.empty());
+    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(stray, "again.doc"))),
               ec::kRootLost);
 }
 
-TEST_F(Probe, DocumentKindComesFromTheScannedLayout) {
-    const std::pair<Sample_Kind, int32_t> kinds[] = {
-        {Sample_Kind::word, 0}, {Sample_Kind::sheet, 1}, {Sample_Kind::slides, 2}};
-    for (const auto& [kind, expected] : kinds) {
-        Cfb_File file(describe(save(build_sample(kind), "k.bin")));
-        EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
-        EXPECT_EQ(file.document_kind, expected);
-    }
-    Cfb_File none(describe(save(build_sample(Sample_Kind::none), "n.bin")));
-    EXPECT_EQ(Cfb_File::check_cfb_core(none), ec::kCoreLost);
-    EXPECT_EQ(none.document_kind, 3);
-}
-
-TEST_F(Probe, SmallStreamStartingPastTheContainerIsLeftOut) {
+TEST_F(Probe, CoreStreamRules) {
+    // A small stream starting past the container's estimated mini sectors is left out; exactly
+    // 4096 bytes counts as large.
     Sample_File sample = build_sample(Sample_Kind::word);
-    const uint64_t table = sample.entry_offset(sample.did_of(u"1Table"));
-    sample.put_u32(table + 116, 4000);  // far past the container's estimated mini sectors
+    const uint64_t table = sample.entry_of(u"1Table");
+    patch_u32(sample.bytes, table + 116, 4000);
     EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample))), ec::kCoreLost);
-    sample.put_u32(table + 120, 4096);  // exactly 4096 counts as large here
-    sample.put_u32(table + 116, 3);
+    patch_u32(sample.bytes, table + 120, 4096);
+    patch_u32(sample.bytes, table + 116, 3);
     EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(sample))), ec::kSuccess);
-}
 
-TEST_F(Probe, StatedNameLengthIsNotConsultedForTheKind) {
-    Sample_File sample = build_sample(Sample_Kind::sheet);
-    sample.put_u16(sample.entry_offset(sample.did_of(u"Workbook")) + 64, 64);
-    Cfb_File file(describe(save(sample, "s.xls")));
+    // The stated name length is not consulted for the kind.
+    Sample_File sheet = build_sample(Sample_Kind::sheet);
+    patch_u16(sheet.bytes, sheet.entry_of(u"Workbook") + 64, 64);
+    Cfb_File file(describe(save(sheet, "s.xls")));
     EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
     EXPECT_EQ(file.document_kind, 1);
 }

@@ -20,8 +20,15 @@ void require_range(const std::vector<uint8_t>& bytes, uint64_t offset, uint64_t 
     }
 }
 
-uint64_t sector_offset(const Build_Layout& layout, sid_t sid) {
-    return layout.file_offset_of(sid);
+// Offset of entry `index` of a table stored in the sectors `sids`, `width` bytes per entry.
+uint64_t table_offset(const Build_Layout& layout, const std::vector<sid_t>& sids, uint32_t index,
+                      uint32_t width, const char* what) {
+    const uint32_t per_sector = layout.sector_size / width;
+    if (index / per_sector >= sids.size()) {
+        throw std::out_of_range(std::string(what) + ": " + std::to_string(index) +
+                                " is beyond the table");
+    }
+    return layout.file_offset_of(sids[index / per_sector]) + uint64_t{width} * (index % per_sector);
 }
 
 }  // namespace
@@ -47,12 +54,8 @@ void patch_bytes(std::vector<uint8_t>& bytes, uint64_t offset, const std::vector
 }
 
 void zero_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len) {
-    fill_range(bytes, offset, len, 0);
-}
-
-void fill_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len, uint8_t value) {
     require_range(bytes, offset, len, __func__);
-    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), len, value);
+    std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(offset), len, 0);
 }
 
 void truncate(std::vector<uint8_t>& bytes, uint64_t n) {
@@ -99,32 +102,15 @@ uint64_t header_disat_offset(uint32_t i) {
 }
 
 uint64_t sat_entry_offset(const Build_Layout& layout, sid_t sid) {
-    const uint32_t per_sector = layout.sector_size / 4;
-    if (sid / per_sector >= layout.sat_sids.size()) {
-        throw std::out_of_range("sat_entry_offset: sector " + std::to_string(sid) +
-                                " is beyond the SAT");
-    }
-    return sector_offset(layout, layout.sat_sids[sid / per_sector]) + 4ull * (sid % per_sector);
+    return table_offset(layout, layout.sat_sids, sid, 4, __func__);
 }
 
 uint64_t minisat_entry_offset(const Build_Layout& layout, sid_t mini_sid) {
-    const uint32_t per_sector = layout.sector_size / 4;
-    if (mini_sid / per_sector >= layout.minisat_sids.size()) {
-        throw std::out_of_range("minisat_entry_offset: mini sector " + std::to_string(mini_sid) +
-                                " is beyond the MiniSAT");
-    }
-    return sector_offset(layout, layout.minisat_sids[mini_sid / per_sector]) +
-           4ull * (mini_sid % per_sector);
+    return table_offset(layout, layout.minisat_sids, mini_sid, 4, __func__);
 }
 
 uint64_t directory_entry_offset(const Build_Layout& layout, uint32_t did) {
-    const uint32_t per_sector = layout.sector_size / 128;
-    if (did / per_sector >= layout.directory_sids.size()) {
-        throw std::out_of_range("directory_entry_offset: entry " + std::to_string(did) +
-                                " is beyond the directory");
-    }
-    return sector_offset(layout, layout.directory_sids[did / per_sector]) +
-           128ull * (did % per_sector);
+    return table_offset(layout, layout.directory_sids, did, 128, __func__);
 }
 
 const Build_Layout::Stream_Place& stream_place(const Build_Layout& layout,

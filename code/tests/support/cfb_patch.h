@@ -18,7 +18,6 @@ void patch_u16(std::vector<uint8_t>& bytes, uint64_t offset, uint16_t value);
 void patch_u32(std::vector<uint8_t>& bytes, uint64_t offset, uint32_t value);
 void patch_bytes(std::vector<uint8_t>& bytes, uint64_t offset, const std::vector<uint8_t>& value);
 void zero_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len);
-void fill_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len, uint8_t value);
 // Keeps the first n bytes (n larger than the buffer throws).
 void truncate(std::vector<uint8_t>& bytes, uint64_t n);
 

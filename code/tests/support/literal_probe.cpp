@@ -26,45 +26,6 @@ bool literal_root_signature_search(const std::wstring& path) {
     return false;
 }
 
-namespace {
-
-uint32_t u32(File_Anywhere_Door& door, uint64_t offset) {
-    std::array<uint8_t, 4> b{};
-    door.copy_data_to_mem(offset, 4, b.data());
-    return b[0] + 256u * b[1] + 65536u * b[2] + 16777216u * b[3];
-}
-
-template <std::size_t N>
-void bytes(File_Anywhere_Door& door, uint64_t offset, std::array<uint8_t, N>& to) {
-    door.copy_data_to_mem(offset, N, to.data());
-}
-
-Directory_Entry read_record(File_Anywhere_Door& door, uint64_t offset, uint32_t did) {
-    Directory_Entry r;
-    r.did = did;
-    bytes(door, offset, r.name);
-    std::array<uint8_t, 2> size{};
-    bytes(door, offset + 64, size);
-    r.name_valid_size = static_cast<uint16_t>(size[0] + 256 * size[1]);
-    std::array<uint8_t, 1> one{};
-    bytes(door, offset + 66, one);
-    r.object_type = one[0];
-    bytes(door, offset + 67, one);
-    r.color_flag = one[0];
-    r.left_sibling_id = u32(door, offset + 68);
-    r.right_sibling_id = u32(door, offset + 72);
-    r.child_id = u32(door, offset + 76);
-    bytes(door, offset + 80, r.clsid);
-    bytes(door, offset + 96, r.state_bits);
-    bytes(door, offset + 100, r.creation_time);
-    bytes(door, offset + 108, r.modified_time);
-    r.start_sid = u32(door, offset + 116);
-    r.stream_size = u32(door, offset + 120);
-    return r;
-}
-
-}  // namespace
-
 bool literal_plausible(const Cfb_File& file, const Directory_Entry& r) {
     if (r.name_valid_size < 1 || r.name_valid_size > 64) return false;
     for (std::size_t i = r.name_valid_size; i < 64; ++i) {
@@ -83,8 +44,8 @@ Literal_Scan_Result literal_root_entry_scan(Cfb_File& file) {
     for (uint64_t s = 0; s <= file.max_sid; ++s) {
         for (uint64_t j = 0; j < 4; ++j) {
             const uint64_t index = 4 * s + j;
-            Directory_Entry r =
-                read_record(file.door(), 512 + 128 * index, static_cast<uint32_t>(index));
+            Directory_Entry r = literal_directory_entry(file.door(), 512 + 128 * index,
+                                                        static_cast<uint32_t>(index));
             if (literal_plausible(file, r)) found[s].push_back(r);
         }
     }
@@ -110,23 +71,12 @@ Literal_Scan_Result literal_root_entry_scan(Cfb_File& file) {
     return out;
 }
 
-bool same_entry(const Directory_Entry& a, const Directory_Entry& b) {
-    return a.name == b.name && a.name_valid_size == b.name_valid_size &&
-           a.object_type == b.object_type && a.color_flag == b.color_flag &&
-           a.left_sibling_id == b.left_sibling_id && a.right_sibling_id == b.right_sibling_id &&
-           a.child_id == b.child_id && a.clsid == b.clsid && a.state_bits == b.state_bits &&
-           a.creation_time == b.creation_time && a.modified_time == b.modified_time &&
-           a.start_sid == b.start_sid && a.stream_size == b.stream_size && a.did == b.did;
-}
-
 bool same_layout(const std::map<uint64_t, std::vector<Directory_Entry>>& a,
                  const std::map<uint64_t, std::vector<Directory_Entry>>& b) {
     if (a.size() != b.size()) return false;
     for (auto ia = a.begin(), ib = b.begin(); ia != a.end(); ++ia, ++ib) {
         if (ia->first != ib->first || ia->second.size() != ib->second.size()) return false;
-        for (std::size_t i = 0; i < ia->second.size(); ++i) {
-            if (!same_entry(ia->second[i], ib->second[i])) return false;
-        }
+        if (!same_entries(ia->second, ib->second)) return false;
     }
     return true;
 }

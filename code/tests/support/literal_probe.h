@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cfb_vornak/Cfb_File.h"
+#include "support/literal_tables.h"
 
 namespace vrk::test {
 
@@ -27,7 +28,6 @@ struct Literal_Scan_Result {
 Literal_Scan_Result literal_root_entry_scan(Cfb_File& file);
 bool literal_plausible(const Cfb_File& file, const Directory_Entry& record);
 
-bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
 bool same_layout(const std::map<uint64_t, std::vector<Directory_Entry>>& a,
                  const std::map<uint64_t, std::vector<Directory_Entry>>& b);
 

@@ -123,7 +123,11 @@ uint32_t field_u32(File_Anywhere_Door& door, uint64_t offset) {
     return b[0] + 256u * b[1] + 65536u * b[2] + 16777216u * b[3];
 }
 
-void literal_entry(File_Anywhere_Door& door, uint64_t at, Directory_Entry& e) {
+}  // namespace
+
+Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t at, uint32_t did) {
+    Directory_Entry e;
+    e.did = did;
     field_copy(door, at, e.name);
     std::array<uint8_t, 2> size{};
     field_copy(door, at + 64, size);
@@ -142,7 +146,10 @@ void literal_entry(File_Anywhere_Door& door, uint64_t at, Directory_Entry& e) {
     field_copy(door, at + 108, e.modified_time);
     e.start_sid = field_u32(door, at + 116);
     e.stream_size = field_u32(door, at + 120);
+    return e;
 }
+
+namespace {
 
 void literal_directory(Cfb_File& f, Literal_Parse& r) {
     const sid_t start = f.header.first_dir_sid;
@@ -156,9 +163,9 @@ void literal_directory(Cfb_File& f, Literal_Parse& r) {
             break;
         }
         for (uint32_t slot = 0; slot < 4; ++slot) {
-            Directory_Entry e;
-            e.did = static_cast<uint32_t>(r.directory_entrys.size());
-            literal_entry(f.door(), uint64_t{sector_at(sid)} + 128 * slot, e);
+            const Directory_Entry e =
+                literal_directory_entry(f.door(), uint64_t{sector_at(sid)} + 128 * slot,
+                                        static_cast<uint32_t>(r.directory_entrys.size()));
             r.directory_entry_layout_dicts[sid].push_back(e);
             r.directory_entrys.push_back(e);
         }

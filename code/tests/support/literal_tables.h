@@ -43,6 +43,9 @@ std::vector<sids_list> literal_extract_chains(const sids_array& table,
 // The single chain from `start`.
 sids_list literal_walk(const sids_array& table, sid_t start);
 
+// The 128-byte directory record at `offset`, every field read as its own run copy.
+Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t offset, uint32_t did);
+
 // True when every field of the two records is equal.
 bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
 bool same_entries(const std::vector<Directory_Entry>& a, const std::vector<Directory_Entry>& b);

@@ -7,22 +7,23 @@
 #include "cfb_vornak/Cfb_Logger.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
+#include "support/cfb_patch.h"
 
 namespace vrk::test {
 
 Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail) : bytes(512 + uint64_t{sectors} * 512 + tail, 0) {
     write_u64_le(bytes.data(), Cfb_Header::kSignature);
-    u16_at(kHdrMinorVersion, 0x003E);
-    u16_at(kHdrMajorVersion, 3);
-    u16_at(kHdrEndian, 0xFFFE);
-    u16_at(kHdrSectorShift, 9);
-    u16_at(kHdrMiniSectorShift, 6);
-    u32_at(kHdrFirstDirSid, ENDOFCHAIN);
-    u32_at(kHdrMiniCutoff, 4096);
-    u32_at(kHdrFirstMinisatSid, ENDOFCHAIN);
-    u32_at(kHdrFirstDisatSid, ENDOFCHAIN);
+    u16_at(offsets::kMinorVersion, 0x003E);
+    u16_at(offsets::kMajorVersion, 3);
+    u16_at(offsets::kByteOrder, 0xFFFE);
+    u16_at(offsets::kSectorShift, 9);
+    u16_at(offsets::kMiniSectorShift, 6);
+    u32_at(offsets::kFirstDirSid, ENDOFCHAIN);
+    u32_at(offsets::kMiniStreamCutoff, 4096);
+    u32_at(offsets::kFirstMinisatSid, ENDOFCHAIN);
+    u32_at(offsets::kFirstDisatSid, ENDOFCHAIN);
     for (uint64_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
-        u32_at(kHdrDisat + 4 * i, FREESECT);
+        u32_at(offsets::kHeaderDisat + 4 * i, FREESECT);
     }
 }
 
@@ -50,8 +51,8 @@ void Raw_Cfb::fill(sid_t sid, uint32_t value) {
 
 void Raw_Cfb::single_sat(sid_t sat) {
     sat_sector = sat;
-    u32_at(kHdrDisat, sat);
-    u32_at(kHdrNumSatSecs, 1);
+    u32_at(offsets::kHeaderDisat, sat);
+    u32_at(offsets::kNumSatSecs, 1);
     fill(sat, FREESECT);
     entry(sat, sat, FATSECT);
 }

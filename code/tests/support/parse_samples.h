@@ -11,22 +11,6 @@
 
 namespace vrk::test {
 
-// Header field offsets.
-inline constexpr uint64_t kHdrMinorVersion = 24;
-inline constexpr uint64_t kHdrMajorVersion = 26;
-inline constexpr uint64_t kHdrEndian = 28;
-inline constexpr uint64_t kHdrSectorShift = 30;
-inline constexpr uint64_t kHdrMiniSectorShift = 32;
-inline constexpr uint64_t kHdrNumDirSecs = 40;
-inline constexpr uint64_t kHdrNumSatSecs = 44;
-inline constexpr uint64_t kHdrFirstDirSid = 48;
-inline constexpr uint64_t kHdrMiniCutoff = 56;
-inline constexpr uint64_t kHdrFirstMinisatSid = 60;
-inline constexpr uint64_t kHdrNumMinisatSecs = 64;
-inline constexpr uint64_t kHdrFirstDisatSid = 68;
-inline constexpr uint64_t kHdrNumDisatSecs = 72;
-inline constexpr uint64_t kHdrDisat = 76;
-
 // A version 3 image: a sound header without tables (no SAT, no MiniSAT, no DISAT, every
 // header DISAT entry FREESECT, first_dir_sid ENDOFCHAIN, which alone fails validation), then
 // `sectors` zeroed 512-byte sectors, then `tail` zero bytes of a partial sector.

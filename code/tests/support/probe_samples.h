@@ -1,5 +1,5 @@
-// Small documents for the damage probe's tests, built with the compound-file builder, and
-// the byte patches that damage exactly one structure.
+// Small documents for the damage probe's tests, built with the compound-file builder; the byte
+// patches that damage them are in cfb_patch.h.
 #pragma once
 
 #include <cstdint>
@@ -16,15 +16,10 @@ struct Sample_File {
     std::vector<uint8_t> bytes;
     Build_Layout layout;
 
-    // File offset of the directory entry with this DID.
-    uint64_t entry_offset(uint32_t did) const;
-    // The DID of the entry at `path` (names joined by '/'); 0 (the root) when absent.
-    uint32_t did_of(const std::u16string& path) const;
+    // File offset of the directory entry of the stream at `path`.
+    uint64_t entry_of(const std::u16string& path) const;
     // The highest sector id wholly inside the file.
     uint32_t max_sid() const { return static_cast<uint32_t>(((bytes.size() - 512) >> 9) - 1); }
-    void put_u16(uint64_t offset, uint16_t value);
-    void put_u32(uint64_t offset, uint32_t value);
-    void fill(uint64_t offset, uint64_t length, uint8_t value);
     void write(const std::filesystem::path& path) const;
 };
 

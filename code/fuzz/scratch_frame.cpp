@@ -1,0 +1,50 @@
+#include "scratch_frame.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "cfb_vornak/cfb_vornak_api.h"
+#include "common/platform.h"
+
+namespace vrk::fuzz {
+
+namespace stdfs = std::filesystem;
+
+const stdfs::path& scratch_folder(const std::string& target) {
+    static const stdfs::path folder = [&target] {
+        const stdfs::path path = stdfs::absolute(stdfs::current_path() / (target + "_tmp") /
+                                                 std::to_string(platform::current_process_id()));
+        stdfs::create_directories(path);
+        VrkCfbInit(narrow(path / "logs").c_str(), narrow(path / "config").c_str(),
+                   narrow(path / "work").c_str());
+        return path;
+    }();
+    return folder;
+}
+
+std::string narrow(const stdfs::path& path) {
+    return platform::narrow(platform::from_path(path));
+}
+
+void write_input(const stdfs::path& path, const uint8_t* data, std::size_t size) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+}
+
+void require_unchanged(const stdfs::path& path, const uint8_t* data, std::size_t size) {
+    std::ifstream in(path, std::ios::binary);
+    const std::string now((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (now.size() != size || (size != 0 && std::memcmp(now.data(), data, size) != 0)) {
+        std::abort();
+    }
+}
+
+void require_only(const stdfs::path& folder, const std::set<std::string>& allowed) {
+    for (const auto& item : stdfs::directory_iterator(folder)) {
+        if (allowed.count(item.path().filename().string()) == 0) std::abort();
+    }
+}
+
+}  // namespace vrk::fuzz
