@@ -20,14 +20,6 @@ using test::Sample_Kind;
 
 const std::filesystem::path kScratch = "qtw_tmp_cfb_cfb_file_output";
 
-// Runs first: nothing has started the library in this process yet.
-TEST(Check_Entry_Before_Init, ReportsNotInitialisedAndCreatesNothing) {
-    std::filesystem::remove_all(kScratch);  // left by an earlier run in this folder
-    EXPECT_EQ(VrkCfbFileCheck("whatever.doc"), -3103);
-    EXPECT_EQ(last_error_code(get_error_store()), ec::kObjectInitFailed);
-    EXPECT_FALSE(std::filesystem::exists(kScratch));
-}
-
 class Check_Entry : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { ASSERT_EQ(VrkCfbInit("logs", "config", "work"), 0); }

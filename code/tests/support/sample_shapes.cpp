@@ -1,13 +1,13 @@
 #include "support/sample_shapes.h"
 
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
 
 #include "common/platform.h"
 #include "common/unicode.h"
 #include "support/cfb_patch.h"
-#include "support/sha256.h"
 
 namespace vrk::test {
 
@@ -150,37 +150,26 @@ void collect(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix,
     }
 }
 
-std::string json_string(const std::string& utf8) {
-    std::string out = "\"";
-    for (const char c : utf8) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (u < 0x20) {
-            static const char kHex[] = "0123456789abcdef";
-            out += "\\u00";
-            out += kHex[u >> 4];
-            out += kHex[u & 0xF];
-        } else {
-            out += c;
-        }
+// The CRC-32 of zlib (reflected, polynomial 0xEDB88320): Python's zlib.crc32 checks it.
+uint32_t crc32(const std::vector<uint8_t>& bytes) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (const uint8_t b : bytes) {
+        crc ^= b;
+        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
     }
-    return out + "\"";
+    return ~crc;
 }
 
-// A path "A/B" as the JSON list ["A","B"].
-std::string json_path(const std::u16string& path) {
-    std::string out = "[";
+// A path "A/B" as the list ["A","B"].
+nlohmann::json name_list(const std::u16string& path) {
+    nlohmann::json names = nlohmann::json::array();
     std::size_t begin = 0;
-    for (;;) {
-        const std::size_t slash = path.find(u'/', begin);
-        out += json_string(utf16_to_utf8(path.substr(begin, slash - begin)));
-        if (slash == std::u16string::npos) break;
-        out += ",";
-        begin = slash + 1;
+    for (std::size_t slash = 0; (slash = path.find(u'/', begin)) != std::u16string::npos;
+         begin = slash + 1) {
+        names.push_back(utf16_to_utf8(path.substr(begin, slash - begin)));
     }
-    return out + "]";
+    names.push_back(utf16_to_utf8(path.substr(begin)));
+    return names;
 }
 
 }  // namespace
@@ -218,22 +207,17 @@ std::string utf16_to_utf8(const std::u16string& units) {
 }
 
 std::string manifest_json(const Sample_Shape& shape) {
-    std::string out = "{\n  \"file\": " + json_string(shape.name + ".cfb") +
-                      ",\n  \"major_version\": " + std::to_string(shape.options.major_version) +
-                      ",\n  \"streams\": [";
-    for (std::size_t i = 0; i < shape.streams.size(); ++i) {
-        const auto& bytes = shape.streams[i].node->data;
-        out += i == 0 ? "\n    " : ",\n    ";
-        out += "{\"path\": " + json_path(shape.streams[i].path) +
-               ", \"size\": " + std::to_string(bytes.size()) + ", \"sha256\": \"" +
-               sha256_hex(bytes.data(), bytes.size()) + "\"}";
+    nlohmann::json manifest{{"file", shape.name + ".cfb"},
+                            {"major_version", shape.options.major_version},
+                            {"streams", nlohmann::json::array()},
+                            {"storages", nlohmann::json::array()}};
+    for (const auto& stream : shape.streams) {
+        const std::vector<uint8_t>& bytes = stream.node->data;
+        manifest["streams"].push_back(
+            {{"path", name_list(stream.path)}, {"size", bytes.size()}, {"crc32", crc32(bytes)}});
     }
-    out += "\n  ],\n  \"storages\": [";
-    for (std::size_t i = 0; i < shape.storages.size(); ++i) {
-        out += i == 0 ? "\n    " : ",\n    ";
-        out += json_path(shape.storages[i]);
-    }
-    return out + "\n  ]\n}\n";
+    for (const auto& storage : shape.storages) manifest["storages"].push_back(name_list(storage));
+    return manifest.dump(2) + "\n";
 }
 
 bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, std::string& error) {

@@ -51,7 +51,7 @@ void collect_expected(const Cfb_Fs_Item_DirNode& root, std::vector<Expected_Stre
 std::string utf16_to_utf8(const std::u16string& units);
 
 // The sidecar manifest of a shape: JSON naming the file, its streams (path as a list of names,
-// size, SHA-256 of the bytes) and its storages.
+// size, CRC-32 of the bytes) and its storages.
 std::string manifest_json(const Sample_Shape& shape);
 
 // Writes <folder>/<name>.cfb and its manifest <folder>/<name>.cfb.json; false on a write
