@@ -206,14 +206,16 @@ TEST(SatChains, ChainOf100001IdsIsKeptOneMoreIsDroppedAndEndsExtraction) {
 }
 
 TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
-    Raw_Cfb ring(8);
-    ring.single_sat(0);
-    ring.link(2, 3);
-    ring.link(3, 4);
-    ring.link(4, 3);
-    const Parsed with_ring(ring);
-    EXPECT_EQ(with_ring.only_message(), "parse_sat_form_disat have ring~");
-    for (const sids_list& chain : with_ring.file.sat_sids_lists) EXPECT_NE(chain.front(), 2u);
+    {  // closed before the next image is written: Windows keeps an open file's name
+        Raw_Cfb ring(8);
+        ring.single_sat(0);
+        ring.link(2, 3);
+        ring.link(3, 4);
+        ring.link(4, 3);
+        const Parsed with_ring(ring);
+        EXPECT_EQ(with_ring.only_message(), "parse_sat_form_disat have ring~");
+        for (const sids_list& chain : with_ring.file.sat_sids_lists) EXPECT_NE(chain.front(), 2u);
+    }
 
     // 782 SAT sectors (0..781) link every id to the next one: a single chain of 100,096 ids.
     // Sectors 782..787 are the DISAT that names the SAT sectors past the header's 109.
