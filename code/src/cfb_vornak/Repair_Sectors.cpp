@@ -147,11 +147,13 @@ void Sector_Values_Reader::read(sid_t sid, Sector_Values& values) {
     read_values(bytes(sid, buffer), values);
 }
 
-void Repair_Sector_Sets::reset(uint64_t bound) {
+void Repair_Sector_Sets::reset(uint64_t sector_bound) {
+    // Sector ids are 32-bit: no id reaches past 2^32 whatever the file size.
+    bound = std::min<uint64_t>(sector_bound, uint64_t{1} << 32);
     for (Sector_Id_Set* set :
          {&candidate_sids, &beyond_end_sids, &found_sat_sids, &found_minisat_sids,
           &found_disat_sids, &may_be_disat_sids, &past_mini_range_sids}) {
-        set->reset(bound);
+        set->reset(sector_bound);
     }
 }
 
@@ -159,8 +161,7 @@ void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
                                  uint64_t mini_sector_count, Repair_Sector_Sets& sets) {
     sets.reset(max_sid);
     sets.mini_sector_count = mini_sector_count;
-    // Sector ids are 32-bit: past 2^32 sectors there is no id left to classify.
-    const uint64_t end = std::min<uint64_t>(max_sid, uint64_t{1} << 32);
+    const uint64_t end = sets.bound;
     if (end == 0) return;
     const Sector_Summary summary(max_sid, mini_sector_count == 0 ? 0 : mini_sector_count - 1);
     Repeat_Finder repeats;
@@ -258,18 +259,22 @@ void sort_out_candidate_sectors(Sector_Values_Reader& reader,
 
     // DISAT sectors: every value names a candidate. Judged against the full candidate set,
     // then taken out of it. Only sectors with every value below max_sid can qualify.
-    for (const sid_t c : sets.may_be_disat_sids.members()) {
-        reader.read(c, values);
+    // Walked id by id rather than through members(): a list of them could take as much memory
+    // as four bytes per sector of the file.
+    for (uint64_t c = 0; c < sets.bound; ++c) {
+        if (!sets.may_be_disat_sids.contains(static_cast<sid_t>(c))) continue;
+        reader.read(static_cast<sid_t>(c), values);
         const bool all_candidates = std::all_of(values.begin(), values.end(), [&](uint32_t v) {
             return sets.candidate_sids.contains(v);
         });
-        if (all_candidates) sets.found_disat_sids.insert(c);
+        if (all_candidates) sets.found_disat_sids.insert(static_cast<sid_t>(c));
     }
     for (const sid_t c : sets.found_disat_sids.members()) sets.candidate_sids.erase(c);
 
     // A value past the estimated mini sector range rules out a MiniSAT sector.
-    for (const sid_t c : sets.past_mini_range_sids.members()) {
-        if (!sets.candidate_sids.erase(c)) continue;  // a DISAT sector
+    for (uint64_t i = 0; i < sets.bound; ++i) {
+        const auto c = static_cast<sid_t>(i);
+        if (!sets.past_mini_range_sids.contains(c) || !sets.candidate_sids.erase(c)) continue;
         if (!sets.beyond_end_sids.contains(c)) sets.found_sat_sids.insert(c);
     }
 

@@ -66,9 +66,10 @@ struct Repair_Sector_Sets {
     Sector_Id_Set may_be_disat_sids;
     Sector_Id_Set past_mini_range_sids;
     uint64_t mini_sector_count = 0;  // the estimate both stages use
+    uint64_t bound = 0;              // ids below it are storable: max_sid, at most 2^32
 
-    // Empties every set; ids 0 .. bound - 1 become storable.
-    void reset(uint64_t bound);
+    // Empties every set; ids 0 .. sector_bound - 1 (at most 2^32) become storable.
+    void reset(uint64_t sector_bound);
 };
 
 // Stage 2: sectors 0 .. max_sid - 1 (the sector max_sid itself is never looked at), read once
