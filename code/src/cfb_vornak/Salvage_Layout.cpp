@@ -152,19 +152,139 @@ Sat_Table header_sat(const uint8_t* data, const Sector_Classes& classes,
     return table;
 }
 
+namespace {
+
+// A DISAT sector by content: ids of table sectors (free entries only at the end), the last
+// entry a link or the chain's end.
+bool disat_like(const uint8_t* sector, const Sector_Classes& classes) {
+    const Sector_Geometry& g = classes.geometry;
+    const uint32_t per = g.entries_per_sector();
+    uint32_t ids = 0;
+    bool tail = false;
+    for (uint32_t i = 0; i + 1 < per; ++i) {
+        const uint32_t v = read_u32_le(sector + 4 * i);
+        if (v == FREESECT) {
+            tail = true;
+            continue;
+        }
+        if (tail || v >= g.whole_count || (classes.flags[v] & kTableRange) == 0) return false;
+        ++ids;
+    }
+    const uint32_t last = read_u32_le(sector + 4 * (per - 1));
+    return ids > 0 && (last == ENDOFCHAIN || last == FREESECT || last < g.whole_count);
+}
+
+// The DISAT chain found by content. Each chain of DISAT-like sectors (linked by their last
+// entries, from a sector no other links to) puts the sectors it lists at SAT positions 109
+// on; a chain is taken only when no listed sector's own sequential links contradict its place
+// and some confirm it. A MiniSAT sector whose mini ids happen to name table sectors lists
+// them at places their links deny. The chain with the most confirmations wins.
+std::vector<sid_t> content_disat(const uint8_t* data, const Sector_Classes& classes) {
+    const Sector_Geometry& g = classes.geometry;
+    const uint32_t per = g.entries_per_sector();
+    std::vector<uint8_t> candidate(g.count, 0);
+    std::vector<sid_t> candidates;
+    for (sid_t s = 0; s < g.whole_count; ++s) {
+        if ((classes.flags[s] & kTableLike) == 0 || !disat_like(data + g.offset(s), classes))
+            continue;
+        candidate[s] = 1;
+        candidates.push_back(s);
+    }
+    auto link_of = [&](sid_t s) { return read_u32_le(data + g.offset(s) + 4 * (per - 1)); };
+    std::vector<uint8_t> linked(g.count, 0);
+    for (sid_t s : candidates) {
+        const sid_t next = link_of(s);
+        if (next < g.count && candidate[next]) linked[next] = 1;
+    }
+    std::vector<sid_t> best;
+    uint64_t best_confirmed = 0;
+    std::vector<uint8_t> in_chain(g.count, 0);
+    for (sid_t head : candidates) {
+        if (linked[head]) continue;
+        std::vector<sid_t> chain;
+        // Each candidate joins one chain at most, so the walks together stay within them.
+        for (sid_t s = head; s < g.count && candidate[s] && !in_chain[s]; s = link_of(s)) {
+            in_chain[s] = 1;
+            chain.push_back(s);
+        }
+        uint64_t confirmed = 0;
+        bool contradicted = false;
+        std::vector<sid_t> listed;
+        for (std::size_t d = 0; d < chain.size() && !contradicted; ++d) {
+            const uint8_t* sector = data + g.offset(chain[d]);
+            for (uint32_t i = 0; i + 1 < per; ++i) {
+                const sid_t v = read_u32_le(sector + 4 * i);
+                if (v == FREESECT) break;
+                const int64_t position =
+                    kHeaderDisatEntries + static_cast<int64_t>(d) * (per - 1) + i;
+                const int32_t guess = classes.sat_position[v];
+                if (guess >= 0 && guess != position) contradicted = true;
+                if (guess == position) ++confirmed;
+                listed.push_back(v);
+            }
+        }
+        std::sort(listed.begin(), listed.end());
+        if (contradicted || confirmed <= best_confirmed ||
+            std::adjacent_find(listed.begin(), listed.end()) != listed.end())
+            continue;
+        best = std::move(chain);
+        best_confirmed = confirmed;
+    }
+    return best;
+}
+
+}  // namespace
+
 Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
     const Sector_Geometry& g = classes.geometry;
     const uint32_t per = g.entries_per_sector();
     Sat_Table table;
     table.source = "content";
     const uint64_t needed = std::max<uint64_t>(1, (static_cast<uint64_t>(g.count) + per - 1) / per);
-    // A cut file's SAT covers more than is left of it; allow as many positions again.
-    const uint64_t limit = needed * 2 + 1;
+    // Places past those the file's sectors need describe sectors the file does not have (a
+    // cut file's SAT runs on past its end): no chain inside the file reads them, while a
+    // MiniSAT sector whose links guess such a place would be taken for a SAT sector.
+    const uint64_t limit = needed;
+    // Positions 109 on, as the DISAT found by content lists them, are evidence of their own.
+    std::vector<uint8_t> placed(g.count, 0);
+    const std::vector<sid_t> disat = content_disat(data, classes);
+    for (std::size_t d = 0; d < disat.size(); ++d) {
+        placed[disat[d]] = 1;
+        const uint8_t* sector = data + g.offset(disat[d]);
+        for (uint32_t i = 0; i + 1 < per; ++i) {
+            const sid_t v = read_u32_le(sector + 4 * i);
+            if (v == FREESECT) break;
+            const std::size_t position = kHeaderDisatEntries + d * (per - 1) + i;
+            if (table.sat_sectors.size() <= position) {
+                table.sat_sectors.resize(position + 1, FREESECT);
+                table.fixed.resize(position + 1, 0);
+            }
+            table.sat_sectors[position] = v;
+            table.fixed[position] = 1;
+            placed[v] = 1;
+        }
+    }
+    // A sector without sequential links that marks its own id FATSECT covers itself, when no
+    // other such sector claims that place: the last SAT sector of a table written at the
+    // end of the file is one, holding only the marks of its neighbours.
+    std::vector<int32_t> position = classes.sat_position;
+    auto marks_itself = [&](sid_t s) {
+        return (classes.flags[s] & kTableLike) != 0 && position[s] < 0 &&
+               read_u32_le(data + g.offset(s) + 4 * (s % per)) == FATSECT;
+    };
+    std::vector<uint32_t> self_claims(needed, 0);
+    for (sid_t s = 0; s < g.whole_count; ++s) {
+        if (marks_itself(s)) ++self_claims[s / per];
+    }
+    for (sid_t s = 0; s < g.whole_count; ++s) {
+        if (marks_itself(s) && self_claims[s / per] == 1)
+            position[s] = static_cast<int32_t>(s / per);
+    }
     // A SAT sector placed by its links marks the SAT sectors it covers FATSECT. A MiniSAT
     // sector, whose mini chains look just as sequential, never carries that mark.
     std::vector<uint8_t> marked(g.count, 0);
     for (sid_t s = 0; s < g.whole_count; ++s) {
-        const int32_t p = classes.sat_position[s];
+        const int32_t p = position[s];
         if ((classes.flags[s] & kTableLike) == 0 || p < 0 || static_cast<uint64_t>(p) >= limit)
             continue;
         const uint8_t* sector = data + g.offset(s);
@@ -173,39 +293,29 @@ Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
             if (covered < g.count && read_u32_le(sector + 4 * i) == FATSECT) marked[covered] = 1;
         }
     }
-    std::vector<sid_t> unplaced;
     for (sid_t s = 0; s < g.whole_count; ++s) {
-        if ((classes.flags[s] & kTableLike) == 0) continue;
-        const int32_t p = classes.sat_position[s];
-        if (p < 0 || static_cast<uint64_t>(p) >= limit) {
-            unplaced.push_back(s);
-            continue;
-        }
+        if ((classes.flags[s] & kTableLike) == 0 || placed[s]) continue;
+        const int32_t p = position[s];
+        if (p < 0 || static_cast<uint64_t>(p) >= limit || is_fixed(table, p)) continue;
         if (table.sat_sectors.size() <= static_cast<std::size_t>(p))
             table.sat_sectors.resize(p + 1, FREESECT);
         // Two sectors claiming one place: a marked one beats an unmarked one, else the lower
-        // id stays; the loser joins the unplaced ones.
+        // id stays.
         sid_t& slot = table.sat_sectors[p];
-        if (slot == FREESECT) {
-            slot = s;
-        } else if (marked[s] && !marked[slot]) {
-            unplaced.push_back(slot);
-            slot = s;
-        } else {
-            unplaced.push_back(s);
-        }
+        if (slot == FREESECT || (marked[s] && !marked[slot])) slot = s;
     }
-    std::sort(unplaced.begin(), unplaced.end());
     if (table.sat_sectors.size() < needed) table.sat_sectors.resize(needed, FREESECT);
     assemble(data, classes, table);
     if (table.sat_sectors.size() < needed) table.sat_sectors.resize(needed, FREESECT);
-    // Sectors without sequential links (all markers, or single-sector chains) fill the free
-    // places in ascending order: first those the table marks FATSECT, then the rest.
+    // The table sectors left out (without sequential links, losers of a place, or dropped by
+    // the settling) fill the free places in ascending order: first those the table marks
+    // FATSECT, then those it says nothing about.
     for (int pass = 0; pass < 2; ++pass) {
         std::size_t p = 0;
-        std::vector<uint8_t> placed = placed_map(table, g.count);
-        for (sid_t s : unplaced) {
-            if (placed[s]) continue;
+        placed = placed_map(table, g.count);
+        for (sid_t d : disat) placed[d] = 1;
+        for (sid_t s = 0; s < g.whole_count; ++s) {
+            if ((classes.flags[s] & kTableLike) == 0 || placed[s]) continue;
             const bool marked = table.is_known(s) && table.entries[s] == FATSECT;
             if (pass == 0 ? !marked : (table.is_known(s))) continue;
             while (p < table.sat_sectors.size() && table.sat_sectors[p] != FREESECT) ++p;
