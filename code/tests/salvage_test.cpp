@@ -266,35 +266,51 @@ TEST(SalvageTables, ZeroedSatSectorSparesUntouchedStreams) {
     }
 }
 
-TEST(SalvageTables, DisatInUse) {
-    // More than 109 SAT sectors: about 7 MB of big streams.
+// Tables of a size where DISAT sectors are in use and the MiniSAT outnumbers the SAT (a
+// MiniSAT sector's mini chains look just like SAT links): header zeroed, DISAT array wiped, a
+// DISAT sector zeroed, a SAT sector zeroed (the streams it describes may come back in part).
+class SalvageLargeTables : public testing::TestWithParam<bool> {};
+
+TEST_P(SalvageLargeTables, DamagedTablesLoseNothingElse) {
     Cfb_Fs_Item_DirNode root;
-    for (int i = 0; i < 8; ++i)
-        root.add_stream(u"big" + std::u16string(1, char16_t(u'0' + i)), pattern(900000, i));
-    root.add_stream(u"small", pattern(100, 99));
+    for (int i = 0; i < 2000; ++i)
+        root.add_stream(u"m" + std::u16string(1, char16_t(u'a' + i % 26)) +
+                            std::u16string(1, char16_t(u'a' + i / 26 % 26)) +
+                            std::u16string(1, char16_t(u'a' + i / 676)),
+                        pattern(1 + (i * 7919) % 4000, i));
+    for (int i = 0; i < 6; ++i)
+        root.add_stream(u"big" + std::u16string(1, char16_t(u'0' + i)), pattern(1000000, i));
+    Builder_Options options;
+    options.tables_at_end = GetParam();
     Sample s;
-    s.bytes = build_compound_file(root, {}, &s.layout);
+    s.bytes = build_compound_file(root, options, &s.layout);
     collect(root, u"", s);
     ASSERT_FALSE(s.layout.disat_sids.empty());
-    // The header's DISAT array wiped.
-    std::vector<uint8_t> d = s.bytes;
-    for (int i = 0; i < 109; ++i) test::patch_u32(d, 76 + 4 * i, FREESECT);
-    Outcome o = run(s, d);
-    EXPECT_EQ(o.wrong, 0u);
-    EXPECT_EQ(o.recovered, s.streams.size()) << o.result.reason;
-    // A DISAT sector zeroed.
-    d = s.bytes;
-    test::zero_range(d, s.layout.file_offset_of(s.layout.disat_sids[0]), 512);
-    o = run(s, d);
-    EXPECT_EQ(o.wrong, 0u);
-    EXPECT_EQ(o.recovered, s.streams.size()) << o.result.reason;
-    // One SAT sector zeroed: the streams it describes come back in part.
-    d = s.bytes;
-    test::zero_range(d, s.layout.file_offset_of(s.layout.sat_sids[50]), 512);
-    o = run(s, d);
-    EXPECT_EQ(o.wrong, 0u);
-    EXPECT_GE(o.recovered, 7u) << o.result.reason;
+    ASSERT_GT(s.layout.minisat_sids.size(), s.layout.sat_sids.size());
+    // The SAT sector describing the middle of a big stream.
+    const auto big = std::find_if(s.layout.streams.begin(), s.layout.streams.end(),
+                                  [](const Build_Layout::Stream_Place& p) { return !p.in_mini; });
+    ASSERT_NE(big, s.layout.streams.end());
+    const sid_t middle = big->chain[big->chain.size() / 2];
+    const uint64_t sat_of_big = s.layout.file_offset_of(s.layout.sat_sids[middle / 128]);
+    const struct {
+        uint64_t offset;
+        uint64_t length;
+        std::size_t at_least;
+    } damages[] = {{0, 512, s.streams.size()},
+                   {76, 4 * 109, s.streams.size()},
+                   {s.layout.file_offset_of(s.layout.disat_sids[0]), 512, s.streams.size()},
+                   {sat_of_big, 512, s.streams.size() - 2}};
+    for (const auto& damage : damages) {
+        std::vector<uint8_t> d = s.bytes;
+        test::zero_range(d, damage.offset, damage.length);
+        const Outcome o = run(s, d);
+        EXPECT_EQ(o.wrong, 0u);
+        EXPECT_GE(o.recovered, damage.at_least) << damage.offset << ": " << o.result.reason;
+    }
 }
+
+INSTANTIATE_TEST_SUITE_P(Layouts, SalvageLargeTables, testing::Bool());
 
 // Directory damage.
 TEST(SalvageDirectory, BrokenChainFoundByContent) {

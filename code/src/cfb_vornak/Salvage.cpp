@@ -100,6 +100,10 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
     std::unique_ptr<Dir_Candidate> best_dir;
     sid_t best_minisat = ENDOFCHAIN;
 
+    auto header_verified = [&] {
+        return have_best && best.resolved == best.reached && best_sat->source == "header" &&
+               best_dir->chain_ends;
+    };
     for (uint32_t sector_size : sizes) {
         const Sector_Geometry geometry(sector_size, size);
         if (geometry.whole_count == 0) continue;
@@ -163,13 +167,11 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
                     }
                 }
             }
-            // The header's own layout, verified in full, wins outright.
-            if (from_header && have_best && best.resolved == best.reached &&
-                best_sat->source == "header") {
-                break;
-            }
+            // The header's own layout, verified in full, wins outright; a directory chain
+            // that broke off may have hidden entries, though.
+            if (from_header && header_verified()) break;
         }
-        if (have_best && best.resolved == best.reached && best_sat->source == "header") break;
+        if (header_verified()) break;
     }
 
     Salvage_Result result;

@@ -268,9 +268,17 @@ Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
     // other such sector claims that place: the last SAT sector of a table written at the
     // end of the file is one, holding only the marks of its neighbours.
     std::vector<int32_t> position = classes.sat_position;
+    // Marks for sectors the file does not have would betray a sector of another place.
     auto marks_itself = [&](sid_t s) {
-        return (classes.flags[s] & kTableLike) != 0 && position[s] < 0 &&
-               read_u32_le(data + g.offset(s) + 4 * (s % per)) == FATSECT;
+        if ((classes.flags[s] & kTableLike) == 0 || position[s] >= 0) return false;
+        const uint8_t* sector = data + g.offset(s);
+        if (read_u32_le(sector + 4 * (s % per)) != FATSECT) return false;
+        for (uint64_t covered = std::max<uint64_t>(g.count, s - s % per);
+             covered < static_cast<uint64_t>(s - s % per) + per; ++covered) {
+            const uint32_t v = read_u32_le(sector + 4 * (covered % per));
+            if (v == FATSECT || v == DIFSECT) return false;
+        }
+        return true;
     };
     std::vector<uint32_t> self_claims(needed, 0);
     for (sid_t s = 0; s < g.whole_count; ++s) {
@@ -305,6 +313,28 @@ Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
         if (slot == FREESECT || (marked[s] && !marked[slot])) slot = s;
     }
     if (table.sat_sectors.size() < needed) table.sat_sectors.resize(needed, FREESECT);
+    // Writers put the SAT down as runs of consecutive sectors: between two marked sectors whose
+    // ids lie as far apart as their places, the sectors in between take the places in between
+    // (unless their own links say otherwise), over any unmarked sector there.
+    {
+        sid_t prev = FREESECT;
+        std::size_t prev_place = 0;
+        for (std::size_t p = 0; p < table.sat_sectors.size(); ++p) {
+            const sid_t s = table.sat_sectors[p];
+            if (s >= g.count || !marked[s]) continue;
+            if (prev != FREESECT && s > prev && s - prev == p - prev_place) {
+                for (std::size_t q = prev_place + 1; q < p; ++q) {
+                    const sid_t between = prev + static_cast<sid_t>(q - prev_place);
+                    const bool fits =
+                        (classes.flags[between] & kTableRange) != 0 &&
+                        (position[between] < 0 || static_cast<std::size_t>(position[between]) == q);
+                    if (fits && !is_fixed(table, q)) table.sat_sectors[q] = between;
+                }
+            }
+            prev = s;
+            prev_place = p;
+        }
+    }
     assemble(data, classes, table);
     if (table.sat_sectors.size() < needed) table.sat_sectors.resize(needed, FREESECT);
     // The table sectors left out (without sequential links, losers of a place, or dropped by
@@ -318,6 +348,16 @@ Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
             if ((classes.flags[s] & kTableLike) == 0 || placed[s]) continue;
             const bool marked = table.is_known(s) && table.entries[s] == FATSECT;
             if (pass == 0 ? !marked : (table.is_known(s))) continue;
+            // A sector whose links name its place goes nowhere else.
+            const int32_t own = position[s];
+            if (own >= 0) {
+                if (static_cast<std::size_t>(own) < table.sat_sectors.size() &&
+                    table.sat_sectors[own] == FREESECT) {
+                    table.sat_sectors[own] = s;
+                    placed[s] = 1;
+                }
+                continue;
+            }
             while (p < table.sat_sectors.size() && table.sat_sectors[p] != FREESECT) ++p;
             if (p >= table.sat_sectors.size()) break;
             table.sat_sectors[p] = s;
@@ -408,6 +448,7 @@ std::vector<Dir_Candidate> directory_candidates(const Sector_Classes& classes, c
     for (const auto& [start, why] : starts) {
         Dir_Candidate chain;
         const bool complete = walk_directory(classes, sat, start, chain.sectors);
+        chain.chain_ends = complete;
         chain.source =
             why + (complete ? ", chain through the SAT" : ", chain through the SAT (broken)");
         out.push_back(chain);

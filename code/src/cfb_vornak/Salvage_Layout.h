@@ -39,6 +39,7 @@ Sat_Table mixed_sat(const uint8_t* data, const Sector_Classes& classes, const Sa
 struct Dir_Candidate {
     std::string source;          // how the sectors were found
     std::vector<sid_t> sectors;  // in directory order
+    bool chain_ends = false;     // the walk through the SAT ended on ENDOFCHAIN
 };
 
 // Directory chains from the header's first directory sector and from every sector that starts
