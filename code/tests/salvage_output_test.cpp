@@ -20,6 +20,7 @@
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"
+#include "support/test_folders.h"
 
 namespace vrk {
 namespace {
@@ -100,44 +101,96 @@ TEST(SalvageExtract, NothingLeavesTheFolder) {
     }
 }
 
-TEST(SalvageExtract, PartialStreamsOnlyOnRequestAndLostChains) {
+// Runs the built tool (beside this test's executable) with `args` after "salvage", its
+// standard output to `out`; gives the exit status.
+int run_salvage_command(const std::string& args, const fs::path& out) {
+    const fs::path here = fs::current_path();
+    const fs::path tool =
+        here / ".." / ".." / "bin" / (platform::kWindows ? "cfbvornak.exe" : "cfbvornak");
+    const fs::path state = here / "tool_state";
+    std::string cmd = "\"" + tool.string() + "\" --log-dir \"" + (state / "logs").string() +
+                      "\" --config-dir \"" + (state / "config").string() + "\" --work-dir \"" +
+                      (state / "work").string() + "\" salvage " + args + " > \"" + out.string() +
+                      "\"";
+    // cmd.exe takes off one pair of outer quotes.
+    if (platform::kWindows) cmd = "\"" + cmd + "\"";
+    const int status = std::system(cmd.c_str());
+    // POSIX keeps the exit status in the second byte.
+    return platform::kWindows ? status : (status >> 8) & 0xFF;
+}
+
+std::string quoted(const fs::path& p) {
+    return "\"" + p.string() + "\"";
+}
+
+// The command end to end: exit statuses, the JSON report, --extract with and without
+// --keep-partial (the unclaimed tail under lost), --out.
+TEST(SalvageCommand, StatusReportExtractAndOut) {
     Cfb_Fs_Item_DirNode root;
     root.add_stream(u"whole", pattern(6000, 1));
     root.add_stream(u"broken", pattern(9000, 2));
     Build_Layout layout;
     std::vector<uint8_t> file = build_compound_file(root, {}, &layout);
+    const fs::path base = fresh_folder("command");
+    const fs::path sound = base / "sound.cfb";
+    test::write_file(sound, std::string(file.begin(), file.end()));
     // Cut the link after the broken stream's second sector: its tail becomes an unclaimed chain.
-    const Build_Layout::Stream_Place* broken = nullptr;
-    for (const auto& s : layout.streams) {
-        if (s.path == u"broken") broken = &s;
-    }
-    ASSERT_NE(broken, nullptr);
-    const sid_t second = broken->chain[1];
+    const sid_t second = test::stream_place(layout, u"broken").chain[1];
     write_u32_le(file.data() + layout.file_offset_of(layout.sat_sids[0]) + 4 * second, FREESECT);
-    const Salvage_Result r = salvage_bytes(file.data(), file.size());
-    EXPECT_EQ(r.count(Salvage_State::recovered), 1u);
-    EXPECT_EQ(r.count(Salvage_State::partial), 1u);
-    EXPECT_NE(
-        salvage_report_text(r).find("partial\tbroken\t9000 bytes, 7976 bytes missing at 1024-8999"),
-        std::string::npos)
-        << salvage_report_text(r);
-    EXPECT_NE(salvage_report_json(r).find("\"missing\":[{\"offset\":1024,\"length\":7976}]"),
-              std::string::npos)
-        << salvage_report_json(r);
+    const fs::path damaged = base / "damaged.cfb";
+    test::write_file(damaged, std::string(file.begin(), file.end()));
+    test::write_file(base / "junk.bin", std::string(3000, 'x'));
 
-    const fs::path base = fresh_folder("extract_partial");
-    std::string error;
-    ASSERT_TRUE(salvage_extract(file.data(), file.size(), r, platform::from_path(base / "a"), false,
-                                error));
-    EXPECT_TRUE(fs::exists(base / "a" / "whole"));
-    EXPECT_FALSE(fs::exists(base / "a" / "broken"));
-    EXPECT_FALSE(fs::is_empty(base / "a" / "lost"));
-    ASSERT_TRUE(
-        salvage_extract(file.data(), file.size(), r, platform::from_path(base / "b"), true, error));
-    const std::vector<uint8_t> part = read_all(base / "b" / "broken");
+    EXPECT_EQ(
+        run_salvage_command(quoted(sound) + " --out " + quoted(base / "out.cfb"), base / "a.txt"),
+        0);
+    EXPECT_EQ(run_salvage_command(quoted(base / "junk.bin"), base / "b.txt"), 1);
+    EXPECT_EQ(run_salvage_command("", base / "c.txt"), 2);
+    EXPECT_EQ(run_salvage_command(quoted(damaged) + " --json --extract " + quoted(base / "x"),
+                                  base / "report.json"),
+              1);
+    EXPECT_EQ(
+        run_salvage_command(quoted(damaged) + " --keep-partial --extract " + quoted(base / "y"),
+                            base / "report.txt"),
+        1);
+
+    const std::string json = test::read_file(base / "report.json");
+    EXPECT_NE(
+        json.find("\"path\":\"broken\",\"size\":9000,\"state\":\"partial\",\"recovered_bytes\":"
+                  "1024,\"missing\":[{\"offset\":1024,\"length\":7976}]"),
+        std::string::npos)
+        << json;
+    EXPECT_NE(json.find("\"path\":\"whole\",\"size\":6000,\"state\":\"recovered\""),
+              std::string::npos);
+    EXPECT_NE(json.find("\"unclaimed_chains\":[{\"name\":\"lost/sector_"), std::string::npos);
+    const std::string text = test::read_file(base / "report.txt");
+    EXPECT_NE(text.find("partial\tbroken\t9000 bytes, 7976 bytes missing at 1024-8999"),
+              std::string::npos)
+        << text;
+    EXPECT_NE(text.find("1 recovered, 1 partial, 0 lost; 1 unclaimed chains"), std::string::npos);
+    if (!platform::kWindows && fs::exists("/usr/bin/python3")) {
+        EXPECT_EQ(std::system(("/usr/bin/python3 -m json.tool " + quoted(base / "report.json") +
+                               " > /dev/null")
+                                  .c_str()),
+                  0);
+    }
+
+    EXPECT_EQ(read_all(base / "x" / "whole"), pattern(6000, 1));
+    EXPECT_FALSE(fs::exists(base / "x" / "broken"));
+    ASSERT_TRUE(fs::is_directory(base / "x" / "lost"));
+    const fs::path tail = fs::directory_iterator(base / "x" / "lost")->path();
     const std::vector<uint8_t> original = pattern(9000, 2);
+    const std::vector<uint8_t> lost = read_all(tail);
+    ASSERT_GE(lost.size(), 7976u);
+    EXPECT_TRUE(std::equal(original.begin() + 1024, original.end(), lost.begin()));
+    const std::vector<uint8_t> part = read_all(base / "y" / "broken");
     ASSERT_EQ(part.size(), 1024u);
     EXPECT_TRUE(std::equal(part.begin(), part.end(), original.begin()));
+
+    const std::vector<uint8_t> out = read_all(base / "out.cfb");
+    const Salvage_Result again = salvage_bytes(out.data(), out.size());
+    EXPECT_EQ(again.layout, "header");
+    EXPECT_EQ(again.count(Salvage_State::recovered), 2u);
 }
 
 // The rebuilt file carries the tree, the data and the metadata, and is itself sound.
@@ -157,8 +210,10 @@ TEST(SalvageOut, RebuiltFileRoundTrips) {
     std::memset(file.data(), 0, 512);
     const Salvage_Result r = salvage_bytes(file.data(), file.size());
     ASSERT_EQ(r.count(Salvage_State::recovered), 3u) << salvage_report_text(r);
-    const auto tree = salvage_tree(file.data(), file.size(), r, false);
-    const std::vector<uint8_t> rebuilt = build_compound_file(*tree);
+    const fs::path out = fresh_folder("round_trip") / "out.cfb";
+    std::string error;
+    ASSERT_TRUE(salvage_write(file.data(), file.size(), r, platform::from_path(out), false, error));
+    const std::vector<uint8_t> rebuilt = read_all(out);
     EXPECT_EQ(read_u16_le(rebuilt.data() + 26), 3);
     const Salvage_Result again = salvage_bytes(rebuilt.data(), rebuilt.size());
     EXPECT_EQ(again.layout, "header");
@@ -253,7 +308,6 @@ TEST(SalvageCorpus, HeaderZeroedFilesComeBackThroughOlefile) {
         GTEST_SKIP() << "needs python3-olefile and gsf (native only)";
     }
     const fs::path base = fresh_folder("corpus");
-    const char* layout_names[] = {"default", "at_end", "last_sat", "minor3b", "chain", "v4"};
     std::vector<Original> originals;
     for (int i = 0; i < 240; ++i) {
         std::mt19937 rng(static_cast<uint32_t>(500 + i));
@@ -281,14 +335,14 @@ TEST(SalvageCorpus, HeaderZeroedFilesComeBackThroughOlefile) {
             opt.sibling_chain = which == 4;
             if (which == 5) opt.major_version = 4;
             file = build_compound_file(root, opt);
-            (void)layout_names;
         }
         ASSERT_GE(file.size(), 512u);
         std::memset(file.data(), 0, 512);
         const Salvage_Result r = salvage_bytes(file.data(), file.size());
-        const auto tree = salvage_tree(file.data(), file.size(), r, false);
         o.file = (base / ("out" + std::to_string(i) + ".cfb")).string();
-        ASSERT_TRUE(write_compound_file(platform::from_path(o.file), *tree));
+        std::string error;
+        ASSERT_TRUE(
+            salvage_write(file.data(), file.size(), r, platform::widen(o.file), false, error));
         originals.push_back(std::move(o));
     }
     const fs::path script = base / "dump.py";

@@ -126,7 +126,9 @@ class File_Sink final : public Sink {
 
 class Builder {
   public:
-    Builder(const Cfb_Fs_Item_DirNode& root, const Builder_Options& options) : m_options(options) {
+    Builder(const Cfb_Fs_Item_DirNode& root, const Builder_Options& options,
+            const Stream_Source* source = nullptr)
+        : m_options(options), m_source(source) {
         if (options.major_version != 3 && options.major_version != 4) {
             throw std::invalid_argument("build_compound_file: major version must be 3 or 4");
         }
@@ -155,11 +157,17 @@ class Builder {
     void emit_container(Sink& sink) const;
     void emit_streams(Sink& sink) const;
     void emit_table(Sink& sink, const std::vector<uint32_t>& entries, uint32_t sectors) const;
-    static const std::vector<uint8_t>& data_of(const Flat_Entry& e) {
-        return static_cast<const Cfb_Fs_Item_FileNode*>(e.node)->data;
+    void emit_data(Sink& sink, const Flat_Entry& e) const {
+        const auto& item = static_cast<const Cfb_Fs_Item_FileNode&>(*e.node);
+        if (m_source == nullptr) {
+            sink.write(item.data.data(), item.data.size());
+            return;
+        }
+        m_source->write(item, [&sink](const uint8_t* p, std::size_t n) { sink.write(p, n); });
     }
 
     Builder_Options m_options;
+    const Stream_Source* m_source = nullptr;
     Plan m_plan;
     std::vector<Flat_Entry> m_entries;
     std::vector<Sibling_Links> m_links;
@@ -215,12 +223,13 @@ uint32_t Builder::add_children(const Cfb_Fs_Item_DirNode& storage, const std::u1
             entry.type = kTypeStorage;
             entry.start = 0;
         } else {
-            const auto& data = static_cast<const Cfb_Fs_Item_FileNode*>(kid)->data;
-            if (data.size() > std::numeric_limits<uint32_t>::max()) {
+            const auto& item = static_cast<const Cfb_Fs_Item_FileNode&>(*kid);
+            const uint64_t size = m_source != nullptr ? m_source->size(item) : item.data.size();
+            if (size > std::numeric_limits<uint32_t>::max()) {
                 throw std::invalid_argument("build_compound_file: a stream of 4 GiB or more");
             }
             entry.type = kTypeStream;
-            entry.size = static_cast<uint32_t>(data.size());
+            entry.size = static_cast<uint32_t>(size);
             entry.in_mini = entry.size < kMiniStreamCutoff;
         }
         sorted.push_back(static_cast<uint32_t>(m_entries.size()));
@@ -457,8 +466,7 @@ void Builder::emit_container(Sink& sink) const {
     uint64_t written = 0;
     for (const Flat_Entry& e : m_entries) {
         if (e.type != kTypeStream || !e.in_mini || e.size == 0) continue;
-        const auto& data = data_of(e);
-        sink.write(data.data(), data.size());
+        emit_data(sink, e);
         const uint64_t padded = ceil_div(e.size, kMiniSectorSize) * kMiniSectorSize;
         sink.write_zeros(static_cast<std::size_t>(padded - e.size));
         written += padded;
@@ -470,8 +478,7 @@ void Builder::emit_container(Sink& sink) const {
 void Builder::emit_streams(Sink& sink) const {
     for (const Flat_Entry& e : m_entries) {
         if (e.type != kTypeStream || e.in_mini || e.size == 0) continue;
-        const auto& data = data_of(e);
-        sink.write(data.data(), data.size());
+        emit_data(sink, e);
         const uint64_t padded = ceil_div(e.size, m_plan.sector_size) * m_plan.sector_size;
         sink.write_zeros(static_cast<std::size_t>(padded - e.size));
     }
@@ -549,9 +556,9 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
     return bytes;
 }
 
-bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
-                         const Builder_Options& options, Build_Layout* layout) {
-    const Builder builder(root, options);
+namespace {
+
+bool write_built(const std::wstring& path, const Builder& builder, Build_Layout* layout) {
     std::ofstream out;
     std::vector<char> buffer(1 << 20);
     out.rdbuf()->pubsetbuf(buffer.data(), static_cast<std::streamsize>(buffer.size()));
@@ -563,6 +570,18 @@ bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& ro
     if (!out) return false;
     if (layout != nullptr) builder.describe(*layout);
     return true;
+}
+
+}  // namespace
+
+bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                         const Builder_Options& options, Build_Layout* layout) {
+    return write_built(path, Builder(root, options), layout);
+}
+
+bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                         const Stream_Source& source, const Builder_Options& options) {
+    return write_built(path, Builder(root, options, &source), nullptr);
 }
 
 }  // namespace vrk

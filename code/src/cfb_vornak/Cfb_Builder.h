@@ -20,6 +20,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,5 +66,20 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
 // the file in memory); false when the file cannot be opened or written.
 bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
                          const Builder_Options& options = {}, Build_Layout* layout = nullptr);
+
+// Streams whose bytes live elsewhere (a mapped input, say): each stream's size, and its bytes
+// handed to `out` in file order, in as many pieces as suit the source.
+class Stream_Source {
+  public:
+    virtual ~Stream_Source() = default;
+    virtual uint64_t size(const Cfb_Fs_Item_FileNode& item) const = 0;
+    virtual void write(const Cfb_Fs_Item_FileNode& item,
+                       const std::function<void(const uint8_t*, std::size_t)>& out) const = 0;
+};
+
+// As above, every stream's size and bytes taken from `source` instead of the items' data, so
+// that the file is written without holding its streams in memory.
+bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                         const Stream_Source& source, const Builder_Options& options = {});
 
 }  // namespace vrk

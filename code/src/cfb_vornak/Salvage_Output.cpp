@@ -1,15 +1,19 @@
 #include "cfb_vornak/Salvage_Output.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cwctype>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <system_error>
 #include <vector>
 
+#include "cfb_vornak/Cfb_Builder.h"
 #include "cfb_vornak/Safe_Name.h"
 #include "cfb_vornak/Sibling_Tree_Layout.h"
+#include "common/byte_order.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -106,6 +110,17 @@ bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& b
     return true;
 }
 
+// Where --extract puts an unclaimed chain, relative to its folder.
+std::string lost_name(const Salvage_Lost_Chain& c) {
+    return "lost/sector_" + std::to_string(c.first_sector) + ".bin";
+}
+
+uint64_t chain_bytes(const Salvage_Lost_Chain& c) {
+    uint64_t n = 0;
+    for (const Salvage_Piece& p : c.pieces) n += p.length;
+    return n;
+}
+
 bool wanted(const Salvaged_Entry& e, bool keep_partial) {
     return e.state == Salvage_State::recovered ||
            (keep_partial && e.state == Salvage_State::partial);
@@ -117,7 +132,8 @@ std::string salvage_summary(const Salvage_Result& result) {
     return std::to_string(result.stream_count()) +
            " streams: " + std::to_string(result.count(Salvage_State::recovered)) + " recovered, " +
            std::to_string(result.count(Salvage_State::partial)) + " partial, " +
-           std::to_string(result.count(Salvage_State::lost)) + " lost";
+           std::to_string(result.count(Salvage_State::lost)) + " lost; " +
+           std::to_string(result.lost_chains.size()) + " unclaimed chains";
 }
 
 std::string salvage_report_text(const Salvage_Result& result) {
@@ -137,10 +153,10 @@ std::string salvage_report_text(const Salvage_Result& result) {
         out += "\t(" + e.evidence + ")\n";
     }
     for (const Salvage_Lost_Chain& c : result.lost_chains) {
-        uint64_t n = 0;
-        for (const Salvage_Piece& p : c.pieces) n += p.length;
-        out += "unclaimed chain from sector " + std::to_string(c.first_sector) + ": " +
-               std::to_string(n) + " bytes\n";
+        out += "unclaimed\t" + lost_name(c) + "\t" + std::to_string(chain_bytes(c)) +
+               " bytes\t(chain from sector " + std::to_string(c.first_sector) + " at file offset " +
+               std::to_string(c.pieces.front().file_offset) + ", " +
+               std::to_string(c.pieces.size()) + " runs)\n";
     }
     out += "summary: " + salvage_summary(result) + "\n";
     return out;
@@ -177,16 +193,17 @@ std::string salvage_report_json(const Salvage_Result& result) {
     }
     out += "],\"unclaimed_chains\":[";
     for (std::size_t k = 0; k < result.lost_chains.size(); ++k) {
-        uint64_t n = 0;
-        for (const Salvage_Piece& p : result.lost_chains[k].pieces) n += p.length;
-        out += (k ? ",{" : "{") + std::string("\"first_sector\":") +
-               std::to_string(result.lost_chains[k].first_sector) +
-               ",\"bytes\":" + std::to_string(n) + "}";
+        const Salvage_Lost_Chain& c = result.lost_chains[k];
+        out += (k ? ",{" : "{") + std::string("\"name\":") + json_string(lost_name(c)) +
+               ",\"first_sector\":" + std::to_string(c.first_sector) +
+               ",\"file_offset\":" + std::to_string(c.pieces.front().file_offset) +
+               ",\"bytes\":" + std::to_string(chain_bytes(c)) + "}";
     }
     out += "],\"summary\":{\"streams\":" + std::to_string(result.stream_count()) +
            ",\"recovered\":" + std::to_string(result.count(Salvage_State::recovered)) +
            ",\"partial\":" + std::to_string(result.count(Salvage_State::partial)) +
-           ",\"lost\":" + std::to_string(result.count(Salvage_State::lost)) + "}}\n";
+           ",\"lost\":" + std::to_string(result.count(Salvage_State::lost)) +
+           ",\"unclaimed_chains\":" + std::to_string(result.lost_chains.size()) + "}}\n";
     return out;
 }
 
@@ -259,7 +276,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
             return false;
         }
         for (const Salvage_Lost_Chain& c : result.lost_chains) {
-            const fs::path file = lost / ("sector_" + std::to_string(c.first_sector) + ".bin");
+            const fs::path file = root / lost_name(c);
             if (platform::is_link(file)) continue;
             if (!write_file(file, salvaged_bytes(data, size, c.pieces), error)) return false;
         }
@@ -267,8 +284,13 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
     return true;
 }
 
-std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
-                                                  const Salvage_Result& result, bool keep_partial) {
+namespace {
+
+// The recovered tree as builder items; with `streams`, stream items get no bytes of their own
+// and `streams` pairs each with its entry instead.
+std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
+    const uint8_t* data, uint64_t size, const Salvage_Result& result, bool keep_partial,
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*>* streams) {
     auto root = std::make_unique<Cfb_Fs_Item_DirNode>();
     if (result.entries.empty()) return root;
     auto copy_meta = [](const Salvaged_Entry& e, Cfb_Fs_Item_AbstractNode& item) {
@@ -306,6 +328,10 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
             Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
             copy_meta(e, d);
             dirs[i] = &d;
+        } else if (streams != nullptr) {
+            Cfb_Fs_Item_FileNode& f = parent->add_stream(name, {});
+            copy_meta(e, f);
+            (*streams)[&f] = &e;
         } else {
             Cfb_Fs_Item_FileNode& f =
                 parent->add_stream(name, salvaged_bytes(data, size, e.pieces));
@@ -313,6 +339,75 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
         }
     }
     return root;
+}
+
+// Streams straight from the input's verified pieces; missing ranges before the last piece
+// read as zeros, as salvaged_bytes gives them.
+class Pieces_Source final : public Stream_Source {
+  public:
+    Pieces_Source(const uint8_t* data, uint64_t size,
+                  std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams)
+        : m_data(data), m_size(size), m_streams(std::move(streams)) {}
+
+    uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
+        uint64_t end = 0;
+        for (const Salvage_Piece& p : pieces(item)) end = std::max(end, p.stream_offset + p.length);
+        return end;
+    }
+
+    void write(const Cfb_Fs_Item_FileNode& item,
+               const std::function<void(const uint8_t*, std::size_t)>& out) const override {
+        static const uint8_t zeros[4096] = {};
+        uint64_t at = 0;
+        for (const Salvage_Piece& p : pieces(item)) {
+            // Pieces come in ascending stream order; zeros fill a missing range.
+            for (uint64_t gap = p.stream_offset - std::min(at, p.stream_offset); gap > 0;) {
+                const auto n = static_cast<std::size_t>(std::min<uint64_t>(gap, sizeof zeros));
+                out(zeros, n);
+                gap -= n;
+            }
+            out(m_data + p.file_offset, static_cast<std::size_t>(p.length));
+            at = p.stream_offset + p.length;
+        }
+    }
+
+  private:
+    const std::vector<Salvage_Piece>& pieces(const Cfb_Fs_Item_FileNode& item) const {
+        static const std::vector<Salvage_Piece> none;
+        const auto found = m_streams.find(&item);
+        if (found == m_streams.end()) return none;
+        // Only pieces inside the input: salvaged_bytes refuses the others the same way.
+        for (const Salvage_Piece& p : found->second->pieces) {
+            if (!range_inside(p.file_offset, p.length, m_size)) return none;
+        }
+        return found->second->pieces;
+    }
+
+    const uint8_t* m_data;
+    uint64_t m_size;
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> m_streams;
+};
+
+}  // namespace
+
+std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
+                                                  const Salvage_Result& result, bool keep_partial) {
+    return tree_of(data, size, result, keep_partial, nullptr);
+}
+
+bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                   const std::wstring& path, bool keep_partial, std::string& error) {
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams;
+    const auto tree = tree_of(data, size, result, keep_partial, &streams);
+    const Pieces_Source source(data, size, std::move(streams));
+    try {
+        if (write_compound_file(path, *tree, source)) return true;
+    } catch (const std::exception& e) {
+        error = e.what();
+        return false;
+    }
+    error = "cannot write " + platform::to_utf8(path);
+    return false;
 }
 
 }  // namespace vrk

@@ -12,10 +12,11 @@
 namespace vrk {
 
 // One line per stream ("recovered", "partial" with the missing ranges, "lost"), the evidence
-// used, the chosen layout and why, the unclaimed chains, then the summary line.
+// used, the chosen layout and why, one line per unclaimed chain (its name under --extract,
+// first sector and file offset), then the summary line.
 std::string salvage_report_text(const Salvage_Result& result);
 std::string salvage_report_json(const Salvage_Result& result);
-// "N streams: R recovered, P partial, L lost"
+// "N streams: R recovered, P partial, L lost; U unclaimed chains"
 std::string salvage_summary(const Salvage_Result& result);
 
 // A name that is safe as one component under a folder: separators, NUL and characters the
@@ -33,5 +34,11 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
 // The recovered tree as builder items (root's class id, state bits and times included).
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
                                                   const Salvage_Result& result, bool keep_partial);
+
+// Writes the recovered tree to `path` as a fresh compound file through the builder, the
+// streams' bytes read from the input as the file is written (never all held in memory).
+// Partial streams only with `keep_partial`, as salvage_tree gives them. False with a reason.
+bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                   const std::wstring& path, bool keep_partial, std::string& error);
 
 }  // namespace vrk

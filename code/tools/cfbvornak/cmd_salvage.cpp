@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Salvage.h"
 #include "cfb_vornak/Salvage_Output.h"
@@ -90,15 +89,8 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     }
     if (result.is_compound_file && parsed.options.count("--out") != 0) {
         const std::string out = user_path(parsed.options["--out"]);
-        const auto tree = salvage_tree(data, size, result, keep_partial);
-        bool written = false;
-        try {
-            written = write_compound_file(platform::widen(out), *tree);
-        } catch (const std::exception& e) {
-            error = e.what();
-        }
-        if (!written) {
-            print_error("cannot write " + out + (error.empty() ? "" : ": " + error));
+        if (!salvage_write(data, size, result, platform::widen(out), keep_partial, error)) {
+            print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }
     }
