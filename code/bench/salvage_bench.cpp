@@ -2,20 +2,26 @@
 //
 // Setup (outside the timings): a compound file of about the argument in MB, with big streams of
 // a few MB and a thousand small ones, random contents, written once as built and once with its
-// header zeroed. Timed: mapping the file, salvaging it and extracting every recovered stream
-// into a fresh folder; and copying the file. Everything lives under ./salvage_bench_data and is
-// removed at exit.
+// header zeroed, under the scratch folder. Every iteration removes the outputs, reads the input
+// once (warm page cache) and times `cp --reflink=never` of it; then reads it again and times
+// mapping it, salvaging it and writing what came back: every recovered stream into a fresh
+// folder (--extract) or a fresh compound file (--out). The salvage's time is the reported one;
+// the copy's, their ratio, the streams recovered and the highest RssAnon above the one before
+// the salvage (the mapped file is not anonymous memory) are counters.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <random>
 #include <string>
-#include <system_error>
 #include <vector>
 
+#include "bench_support.h"
 #include "cfb_vornak/Cfb_Builder.h"
 #include "cfb_vornak/Cfb_Fs_Item.h"
 #include "cfb_vornak/Salvage.h"
@@ -25,124 +31,123 @@
 namespace {
 
 namespace stdfs = std::filesystem;
+using vrk::bench::seconds_since;
+using vrk::bench::warm;
 
-const stdfs::path& data_root() {
-    static const stdfs::path root = stdfs::absolute(stdfs::current_path() / "salvage_bench_data");
-    return root;
-}
+struct Sample {
+    stdfs::path sound;
+    stdfs::path zeroed;
+};
 
-// Touches the folder name first, so that it outlives this object at exit.
-struct Cleanup {
-    Cleanup() { data_root(); }
-    ~Cleanup() {
-        std::error_code ec;
-        stdfs::remove_all(data_root(), ec);
-    }
-} g_cleanup;
-
-std::vector<uint8_t> random_bytes(std::size_t n, std::mt19937_64& random) {
-    std::vector<uint8_t> out(n);
-    for (std::size_t i = 0; i + 8 <= n; i += 8) {
-        const uint64_t v = random();
-        for (int k = 0; k < 8; ++k) out[i + k] = static_cast<uint8_t>(v >> (8 * k));
-    }
-    return out;
+std::u16string letters(const char16_t* prefix, uint64_t i, char16_t first) {
+    return prefix + std::u16string(1, char16_t(first + i % 26)) +
+           std::u16string(1, char16_t(first + i / 26 % 26)) +
+           std::u16string(1, char16_t(first + i / 676 % 26));
 }
 
 // The sound file and its header-zeroed copy for `megabytes`, made once per size.
-struct Sample {
-    std::wstring sound;
-    std::wstring zeroed;
-};
-
-const Sample& sample(int64_t megabytes) {
-    static std::vector<std::pair<int64_t, Sample>> made;
-    for (const auto& [size, made_sample] : made) {
-        if (size == megabytes) return made_sample;
-    }
-    stdfs::create_directories(data_root());
-    std::mt19937_64 random(static_cast<uint64_t>(megabytes));
-    vrk::Cfb_Fs_Item_DirNode root;
-    for (int i = 0; i < 1000; ++i)
-        root.add_stream(u"m" + std::u16string(1, char16_t(u'a' + i % 26)) +
-                            std::u16string(1, char16_t(u'a' + i / 26 % 26)) +
-                            std::u16string(1, char16_t(u'a' + i / 676)),
-                        random_bytes(1 + random() % 4000, random));
-    const uint64_t big = static_cast<uint64_t>(megabytes) << 20;
-    for (uint64_t done = 0, i = 0; done < big; ++i) {
-        const std::size_t size =
-            static_cast<std::size_t>(std::min<uint64_t>(big - done, 4096 + random() % (8 << 20)));
-        root.add_stream(u"big" + std::u16string(1, char16_t(u'A' + i % 26)) +
-                            std::u16string(1, char16_t(u'A' + i / 26 % 26)),
-                        random_bytes(size, random));
-        done += size;
-    }
+const Sample& sample(uint64_t megabytes) {
+    static std::map<uint64_t, Sample> made;
+    const auto found = made.find(megabytes);
+    if (found != made.end()) return found->second;
+    std::mt19937_64 random(megabytes);
     Sample result;
-    result.sound =
-        vrk::platform::from_path(data_root() / ("sound_" + std::to_string(megabytes) + ".cfb"));
-    result.zeroed =
-        vrk::platform::from_path(data_root() / ("zeroed_" + std::to_string(megabytes) + ".cfb"));
-    if (!vrk::write_compound_file(result.sound, root)) std::abort();
-    stdfs::copy_file(vrk::platform::to_path(result.sound), vrk::platform::to_path(result.zeroed),
-                     stdfs::copy_options::overwrite_existing);
-    std::fstream patch(vrk::platform::to_path(result.zeroed),
-                       std::ios::binary | std::ios::in | std::ios::out);
+    {
+        vrk::Cfb_Fs_Item_DirNode root;
+        for (uint64_t i = 0; i < 1000; ++i)
+            root.add_stream(letters(u"m", i, u'a'),
+                            vrk::bench::random_bytes(1 + random() % 4000, random));
+        const uint64_t big = megabytes * vrk::bench::kMiB;
+        for (uint64_t done = 0, i = 0; done < big; ++i) {
+            const auto size = static_cast<std::size_t>(
+                std::min<uint64_t>(big - done, 4096 + random() % (8 << 20)));
+            root.add_stream(letters(u"big", i, u'A'), vrk::bench::random_bytes(size, random));
+            done += size;
+        }
+        const std::string name = std::to_string(megabytes) + ".cfb";
+        result.sound = vrk::bench::scratch_folder() / ("sound_" + name);
+        result.zeroed = vrk::bench::scratch_folder() / ("zeroed_" + name);
+        if (!vrk::write_compound_file(vrk::platform::from_path(result.sound), root)) std::abort();
+    }
+    stdfs::copy_file(result.sound, result.zeroed, stdfs::copy_options::overwrite_existing);
+    std::fstream patch(result.zeroed, std::ios::binary | std::ios::in | std::ios::out);
     const std::string zeros(512, '\0');
     patch.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
-    made.emplace_back(megabytes, result);
-    return made.back().second;
+    return made.emplace(megabytes, result).first->second;
 }
 
-void salvage_into(benchmark::State& state, const std::wstring& file) {
-    const stdfs::path out = data_root() / "salvage_out";
-    std::size_t recovered = 0;
+// Maps `input`, salvages it and writes the result to `output` (a folder, or a compound file
+// when `to_file`); the streams recovered, or -1 on a failure.
+int64_t salvage_once(const stdfs::path& input, const stdfs::path& output, bool to_file) {
+    vrk::platform::Mapped_File mapped;
+    if (vrk::platform::map_file(vrk::platform::from_path(input), mapped) !=
+        vrk::platform::Map_Step::ok)
+        return -1;
+    const vrk::Salvage_Result result = vrk::salvage_bytes(mapped.data, mapped.size);
+    std::string error;
+    const std::wstring out = vrk::platform::from_path(output);
+    const bool written =
+        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, false, error)
+                : vrk::salvage_extract(mapped.data, mapped.size, result, out, false, error);
+    vrk::platform::unmap_file(mapped);
+    return written ? static_cast<int64_t>(result.count(vrk::Salvage_State::recovered)) : -1;
+}
+
+void salvage_vs_copy(benchmark::State& state, bool zeroed, bool to_file) {
+    const Sample& made = sample(static_cast<uint64_t>(state.range(0)));
+    const stdfs::path& input = zeroed ? made.zeroed : made.sound;
+    const stdfs::path copy = vrk::bench::scratch_folder() / "copy_out.cfb";
+    const stdfs::path output = vrk::bench::scratch_folder() / "salvage_out";
+    const std::string copy_command =
+        "cp --reflink=never '" + input.string() + "' '" + copy.string() + "'";
+    double copy_seconds = 0;
+    double salvage_seconds = 0;
+    uint64_t above_kib = 0;
+    int64_t recovered = 0;
     for (auto _ : state) {
-        state.PauseTiming();
-        stdfs::remove_all(out);
-        state.ResumeTiming();
-        vrk::platform::Mapped_File mapped;
-        if (vrk::platform::map_file(file, mapped) != vrk::platform::Map_Step::ok) {
-            state.SkipWithError("cannot map the sample");
+        stdfs::remove(copy);
+        stdfs::remove_all(output);
+        warm(input);
+        auto start = std::chrono::steady_clock::now();
+        if (std::system(copy_command.c_str()) != 0) {
+            state.SkipWithError("cp failed");
             break;
         }
-        const vrk::Salvage_Result result = vrk::salvage_bytes(mapped.data, mapped.size);
-        std::string error;
-        if (!vrk::salvage_extract(mapped.data, mapped.size, result, vrk::platform::from_path(out),
-                                  false, error)) {
-            state.SkipWithError(error.c_str());
+        copy_seconds += seconds_since(start);
+        stdfs::remove(copy);
+
+        warm(input);
+        const uint64_t base_kib = vrk::bench::rss_anon_kib();
+        vrk::bench::Rss_Sampler sampler;
+        start = std::chrono::steady_clock::now();
+        recovered = salvage_once(input, output, to_file);
+        const double salvage_time = seconds_since(start);
+        const uint64_t peak_kib = sampler.stop();
+        if (recovered < 0) {
+            state.SkipWithError("salvage failed");
+            break;
         }
-        recovered = result.count(vrk::Salvage_State::recovered);
-        vrk::platform::unmap_file(mapped);
+        above_kib = std::max(above_kib, peak_kib - std::min(peak_kib, base_kib));
+        state.SetIterationTime(salvage_time);
+        salvage_seconds += salvage_time;
     }
+    stdfs::remove_all(output);
+    const auto runs = static_cast<double>(state.iterations());
+    state.counters["copy_ms"] = 1000.0 * copy_seconds / runs;
+    state.counters["salvage_per_copy"] = copy_seconds > 0 ? salvage_seconds / copy_seconds : 0.0;
+    state.counters["rss_anon_above_mb"] = static_cast<double>(above_kib) / 1024.0;
     state.counters["recovered"] = static_cast<double>(recovered);
-    state.SetBytesProcessed(state.iterations() * (state.range(0) << 20));
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * stdfs::file_size(input)));
 }
 
-void BM_Salvage(benchmark::State& state) {
-    salvage_into(state, sample(state.range(0)).sound);
+void sizes(benchmark::internal::Benchmark* b) {
+    b->Arg(100)->Arg(1024)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(3);
 }
 
-void BM_SalvageHeaderZeroed(benchmark::State& state) {
-    salvage_into(state, sample(state.range(0)).zeroed);
-}
-
-void BM_CopyFile(benchmark::State& state) {
-    const Sample& input = sample(state.range(0));
-    const stdfs::path out = data_root() / "copy_out.cfb";
-    for (auto _ : state) {
-        stdfs::copy_file(vrk::platform::to_path(input.sound), out,
-                         stdfs::copy_options::overwrite_existing);
-    }
-    state.SetBytesProcessed(state.iterations() * (state.range(0) << 20));
-}
-
-BENCHMARK(BM_Salvage)->Arg(100)->Arg(1024)->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_SalvageHeaderZeroed)
-    ->Arg(100)
-    ->Arg(1024)
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(3);
-BENCHMARK(BM_CopyFile)->Arg(100)->Arg(1024)->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK_CAPTURE(salvage_vs_copy, extract, false, false)->Apply(sizes);
+BENCHMARK_CAPTURE(salvage_vs_copy, extract_header_zeroed, true, false)->Apply(sizes);
+BENCHMARK_CAPTURE(salvage_vs_copy, out, false, true)->Apply(sizes);
+BENCHMARK_CAPTURE(salvage_vs_copy, out_header_zeroed, true, true)->Apply(sizes);
 
 }  // namespace
 
