@@ -171,7 +171,12 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
             // that broke off may have hidden entries, though.
             if (from_header && header_verified()) break;
         }
-        if (header_verified()) break;
+        // A layout that resolves every entry of a directory whose chain ends on ENDOFCHAIN
+        // leaves nothing for the other sector size to find; reading the file again as such
+        // would cost a whole pass.
+        if (header_verified() || (have_best && best.reached > 1 && best.resolved == best.reached &&
+                                  best_dir->chain_ends))
+            break;
     }
 
     Salvage_Result result;
