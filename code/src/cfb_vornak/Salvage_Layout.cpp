@@ -328,7 +328,8 @@ Sat_Table content_sat(const uint8_t* data, const Sector_Classes& classes) {
                     const bool fits =
                         (classes.flags[between] & kTableRange) != 0 &&
                         (position[between] < 0 || static_cast<std::size_t>(position[between]) == q);
-                    if (fits && !is_fixed(table, q)) table.sat_sectors[q] = between;
+                    if (fits && !placed[between] && !is_fixed(table, q))
+                        table.sat_sectors[q] = between;
                 }
             }
             prev = s;
