@@ -310,6 +310,24 @@ TEST(SalvageDirectory, BrokenChainFoundByContent) {
     }
 }
 
+// Compound files kept as streams before the directory bring root records of their own.
+TEST(SalvageDirectory, EmbeddedCompoundFilesDoNotHideTheRoot) {
+    Cfb_Fs_Item_DirNode inner;
+    inner.add_stream(u"x", pattern(3000, 1));
+    Cfb_Fs_Item_DirNode root;
+    for (int i = 0; i < 12; ++i)
+        root.add_stream(u"obj" + std::u16string(1, char16_t(u'a' + i)), build_compound_file(inner));
+    Builder_Options options;
+    options.tables_at_end = true;
+    Sample s;
+    s.bytes = build_compound_file(root, options, &s.layout);
+    collect(root, u"", s);
+    test::zero_range(s.bytes, 0, 512);
+    const Outcome o = run(s, s.bytes);
+    EXPECT_EQ(o.wrong, 0u);
+    EXPECT_EQ(o.recovered, s.streams.size()) << o.result.reason;
+}
+
 // Rings.
 TEST(SalvageRings, StreamDirectoryAndMiniSatRings) {
     const Sample s = make_sample(41, {}, 30);

@@ -432,12 +432,20 @@ std::vector<Dir_Candidate> directory_candidates(const Sector_Classes& classes, c
         (classes.flags[header.first_dir_sid] & kRootFirst)) {
         starts.emplace_back(header.first_dir_sid, "header's first directory sector");
     }
+    // Compound files kept as stream data (embedded objects, attachments) bring root records of
+    // their own. A writer puts the directory before the data or after it, so the first and
+    // the last root records found are tried.
     constexpr std::size_t kMaxRoots = 8;
-    for (sid_t s = 0; s < g.whole_count && starts.size() < kMaxRoots; ++s) {
+    std::vector<sid_t> roots;
+    for (sid_t s = 0; s < g.whole_count; ++s) {
         if ((classes.flags[s] & kRootFirst) == 0) continue;
         if (!starts.empty() && starts.front().first == s) continue;
-        starts.emplace_back(s, "root record found in sector " + std::to_string(s));
+        roots.push_back(s);
     }
+    if (roots.size() > kMaxRoots)
+        roots.erase(roots.begin() + kMaxRoots / 2, roots.end() - kMaxRoots / 2);
+    for (sid_t s : roots)
+        starts.emplace_back(s, "root record found in sector " + std::to_string(s));
     // Directory-like sectors that no table marks as its own, in ascending order.
     std::vector<sid_t> found;
     for (sid_t s = 0; s < g.whole_count; ++s) {
