@@ -70,9 +70,9 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     const uint64_t size = step == platform::Map_Step::ok ? mapped.size : 0;
 
     const Salvage_Result result = salvage_bytes(data, size);
+    const std::string prefix = "salvage " + input + ": ";
     for (const std::string& line : result.log) {
-        Cfb_Logger::write_unfiltered("salvage " + input + ": " + line, __FILE__, __LINE__,
-                                     Cfb_Logger::kInfo);
+        Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
     }
     std::cout << (json ? salvage_report_json(result) : salvage_report_text(result));
 
