@@ -121,40 +121,33 @@ TEST_F(File_Layer, CacheKeepsTheMostRecentBlocksAndReloadsEvictedOnes) {
     EXPECT_EQ(cache.get_char_in_offset(0), bytes[0] ^ 0xFF);
 }
 
-TEST_F(File_Layer, CacheReadsTheLastByteOfAnOddSizedFileAndNothingPast) {
+TEST_F(File_Layer, CacheEdges) {
+    // The last byte of an odd-sized file reads, the next one fails.
     const std::vector<uint8_t> bytes = pattern(1500);
-    File_Block_Cache cache(write_file("odd.bin", bytes), 10, 4);
+    const std::wstring path = write_file("odd.bin", bytes);
+    File_Block_Cache cache(path, 10, 4);
     EXPECT_EQ(cache.get_char_in_offset(1499), bytes[1499]);
-    EXPECT_EQ(cache.get_char_in_offset(1024), bytes[1024]);
     expect_failure([&] { cache.get_char_in_offset(1500); },
                    failure_text(252, "get_char_in_offset", out_of_range("File_Block_Cache", 1500)));
     EXPECT_EQ(cached_offsets(cache), std::vector<uint64_t>{1024});
-}
 
-TEST_F(File_Layer, CacheOfAnEmptyFileAcceptsEveryOffset) {
-    File_Block_Cache cache(write_file("empty.bin", {}), 10, 2);
+    // An empty file reads as zeros at every offset.
+    File_Block_Cache empty(write_file("empty.bin", {}), 10, 2);
     for (const uint64_t offset : {uint64_t{0}, uint64_t{5000}, ~uint64_t{0}}) {
-        EXPECT_EQ(cache.get_char_in_offset(offset), 0);
+        EXPECT_EQ(empty.get_char_in_offset(offset), 0);
     }
-}
-
-TEST_F(File_Layer, CacheBlockShapeAndCapacityEdges) {
-    const std::vector<uint8_t> bytes = pattern(3000);
-    const std::wstring path = write_file("shape.bin", bytes);
 
     // The shift is taken mod 64; a block far larger than the file holds only the file's bytes.
     File_Block_Cache wrapped(path, 64 + 10, 2);
-    EXPECT_EQ(wrapped.block_size(), 1024u);
     EXPECT_EQ(wrapped.block_mask(), ~uint64_t{1023});
     File_Block_Cache huge(path, 40, 2);
-    EXPECT_EQ(huge.get_char_in_offset(2999), bytes[2999]);
-    EXPECT_EQ(huge.blocks().head()->next->length, 3000u);
+    EXPECT_EQ(huge.get_char_in_offset(1499), bytes[1499]);
+    EXPECT_EQ(huge.blocks().head()->next->length, 1500u);
 
     // With no capacity every read is served and nothing stays cached.
     File_Block_Cache none(path, 10, 0);
-    for (const uint64_t offset : {0, 1500, 0}) {
+    for (const uint64_t offset : {0, 1200, 0})
         EXPECT_EQ(none.get_char_in_offset(offset), bytes[offset]);
-    }
     EXPECT_EQ(none.blocks().size(), 0u);
 }
 
