@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "common/platform.h"
-#include "common/unicode.h"
 
 namespace vrk::platform {
 
@@ -78,18 +77,6 @@ std::wstring widen(const std::string& narrow) {
 
 std::string narrow(const std::wstring& wide) {
     return wide_to_multibyte(CP_ACP, wide);
-}
-
-std::string to_utf8(const std::wstring& wide) {
-    return unicode::wide_to_utf8(wide);
-}
-
-std::wstring from_utf8(const std::string& utf8) {
-    return unicode::utf8_to_wide(utf8);
-}
-
-std::wstring from_utf16(const char16_t* units, std::size_t count) {
-    return unicode::utf16_to_wide(units, count);
 }
 
 stdfs::path to_path(const std::wstring& wide) {

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "common/platform.h"
+
 namespace vrk::unicode {
 
 namespace {
@@ -134,3 +136,21 @@ std::wstring utf8_to_wide(const std::string& utf8) {
 }
 
 }  // namespace vrk::unicode
+
+// The platform layer's UTF-8 and UTF-16 conversions need no system call: one definition serves
+// every system.
+namespace vrk::platform {
+
+std::string to_utf8(const std::wstring& wide) {
+    return unicode::wide_to_utf8(wide);
+}
+
+std::wstring from_utf8(const std::string& utf8) {
+    return unicode::utf8_to_wide(utf8);
+}
+
+std::wstring from_utf16(const char16_t* units, std::size_t count) {
+    return unicode::utf16_to_wide(units, count);
+}
+
+}  // namespace vrk::platform
