@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -242,6 +244,74 @@ TEST(ReleaseChain, EndsAtMarkersRingsTableEndAndLimit) {
     }
     EXPECT_EQ(release_chain(long_table, 0, kNormalChainLimit).size(), 100001u);
     EXPECT_EQ(release_chain(long_table, 0, kMiniChainLimit).size(), 10001u);
+}
+
+// The bytes the release takes for a chain, collected one id at a time into a buffer.
+bool collect_literally(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                       uint64_t last_id, const std::vector<uint8_t>& source,
+                       std::vector<uint8_t>& collected) {
+    uint64_t remaining = size;
+    uint64_t taken = 0;
+    for (const sid_t id : chain) {
+        if (id == ENDOFCHAIN) {
+            break;
+        }
+        if (id > 0xFFFFFFFBu || id > last_id) {
+            return false;
+        }
+        const uint64_t offset = (id + first_unit) * unit;
+        for (uint64_t i = 0; i < std::min(remaining, unit) && offset + i < source.size(); ++i) {
+            collected.push_back(source[offset + i]);
+        }
+        remaining = size - std::min<uint64_t>(size, collected.size());
+        if (++taken >= size) {
+            break;
+        }
+    }
+    return true;
+}
+
+// Random chains (runs in order, jumps, markers, ids past the table) over random sources.
+TEST(StreamRuns, JoinedRunsHoldTheBytesCollectedIdById) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 3000; ++round) {
+        const uint64_t unit = uint64_t{1} << (random() % 10);
+        const uint64_t first_unit = random() % 2;
+        const std::vector<uint8_t> source = test::random_bytes(random() % (unit * 40), round);
+        const uint64_t last_id = random() % 45;
+        sids_list chain;
+        const std::size_t length = random() % 30;
+        for (sid_t next = random() % 40; chain.size() < length;) {
+            chain.push_back(next);
+            const uint32_t pick = random() % 20;
+            next = pick < 14    ? next + 1
+                   : pick < 18  ? random() % 48
+                   : pick == 18 ? FREESECT
+                                : ENDOFCHAIN;
+        }
+        chain.push_back(ENDOFCHAIN);
+        const auto size = static_cast<uint32_t>(random() % (unit * 32 + 2));
+
+        std::vector<uint8_t> expected;
+        const bool literal_ok =
+            collect_literally(chain, size, unit, first_unit, last_id, source, expected);
+        std::vector<Byte_Run> runs;
+        ASSERT_EQ(stream_runs(chain, size, unit, first_unit, last_id, source.size(), runs),
+                  literal_ok);
+        if (!literal_ok) {
+            continue;
+        }
+        std::vector<uint8_t> joined;
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            EXPECT_NE(runs[i].length, 0u);
+            if (i > 0) {
+                EXPECT_NE(runs[i - 1].offset + runs[i - 1].length, runs[i].offset);
+            }
+            joined.insert(joined.end(), source.begin() + runs[i].offset,
+                          source.begin() + runs[i].offset + runs[i].length);
+        }
+        ASSERT_EQ(joined, expected) << "round " << round;
+    }
 }
 
 TEST(ReleaseNames, UnitsUpToTheFirstZeroWithUnpairedSurrogatesReplaced) {

@@ -1,7 +1,6 @@
 #include "cfb_vornak/Tree_Release.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 #include <vector>
 
@@ -18,34 +17,36 @@ namespace vrk {
 
 namespace {
 
-// Copies up to `length` bytes of the input file at `offset`, never past its end; the number
-// of bytes appended.
-uint64_t append_file_bytes(Cfb_File& file, uint64_t offset, uint64_t length,
-                           std::vector<uint8_t>& buffer) {
-    const uint64_t size = file.door().file_size();
-    if (offset >= size) {
-        return 0;
+// Writes the runs of the input file to `out` straight from the mapping, or through a bounded
+// buffer when the file is not mapped.
+bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs, std::ostream& out) {
+    constexpr uint64_t kBlock = uint64_t{1} << 20;
+    const uint8_t* mapped = file.door().mapped_data();
+    std::vector<uint8_t> block;
+    for (const Byte_Run& run : runs) {
+        if (mapped != nullptr) {
+            out.write(reinterpret_cast<const char*>(mapped + run.offset),
+                      static_cast<std::streamsize>(run.length));
+            continue;
+        }
+        for (uint64_t done = 0; done < run.length;) {
+            const uint64_t n = std::min(kBlock, run.length - done);
+            block.resize(n);
+            file.door().copy_data_to_mem(run.offset + done, n, block.data());
+            out.write(reinterpret_cast<const char*>(block.data()), static_cast<std::streamsize>(n));
+            done += n;
+        }
     }
-    const uint64_t n = std::min(length, size - offset);
-    const std::size_t old_size = buffer.size();
-    buffer.resize(old_size + n);
-    if (const uint8_t* mapped = file.door().mapped_data()) {
-        std::memcpy(buffer.data() + old_size, mapped + offset, n);
-    } else {
-        file.door().copy_data_to_mem(offset, n, buffer.data() + old_size);
-    }
-    return n;
+    return static_cast<bool>(out);
 }
 
-uint64_t append_container_bytes(const std::vector<uint8_t>& container, uint64_t offset,
-                                uint64_t length, std::vector<uint8_t>& buffer) {
-    if (offset >= container.size()) {
-        return 0;
+bool write_container_runs(const std::vector<uint8_t>& container, const std::vector<Byte_Run>& runs,
+                          std::ostream& out) {
+    for (const Byte_Run& run : runs) {
+        out.write(reinterpret_cast<const char*>(container.data() + run.offset),
+                  static_cast<std::streamsize>(run.length));
     }
-    const uint64_t n = std::min<uint64_t>(length, container.size() - offset);
-    const auto* begin = container.data() + offset;
-    buffer.insert(buffer.end(), begin, begin + n);
-    return n;
+    return static_cast<bool>(out);
 }
 
 // Makes a folder and its parents (or the folder holding a file); a refusal of the file system
@@ -88,6 +89,37 @@ File_Description path_record(const std::wstring& path) {
 std::wstring entry_file_name(const Directory_Entry& entry) {
     const std::u16string units = entry.name_units();
     return platform::from_utf16(units.data(), std::min<std::size_t>(units.size(), 32));
+}
+
+bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                 uint64_t last_id, uint64_t source_size, std::vector<Byte_Run>& runs) {
+    runs.clear();
+    uint64_t remaining = size;
+    uint64_t taken = 0;
+    // The chain is finite (closed by the walk's bound) and every id in it is distinct, so
+    // the pieces are disjoint and their sum cannot pass the source size.
+    for (const sid_t id : chain) {
+        if (id == ENDOFCHAIN) {
+            break;
+        }
+        if (is_special(id) || id > last_id) {
+            return false;
+        }
+        const uint64_t offset = (static_cast<uint64_t>(id) + first_unit) * unit;
+        if (offset < source_size && remaining > 0) {
+            const uint64_t n = std::min({remaining, unit, source_size - offset});
+            if (!runs.empty() && runs.back().offset + runs.back().length == offset) {
+                runs.back().length += n;
+            } else {
+                runs.push_back(Byte_Run{offset, n});
+            }
+            remaining -= n;
+        }
+        if (++taken >= size) {
+            break;
+        }
+    }
+    return true;
 }
 
 sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
@@ -140,28 +172,11 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
     // Shifts come from the file: reduced mod 32 on an unsigned 32-bit value.
     const uint32_t shift = normal ? file.header.sector_shift : file.header.mini_sector_shift;
     const uint64_t unit = uint32_t{1} << (shift % 32u);
-    std::vector<uint8_t> buffer;
-    uint64_t remaining = size;
-    uint64_t taken = 0;
-    // The chain is finite and every id is visited once; the sum of the reads cannot pass the
-    // file (or container) size, because distinct ids name disjoint ranges.
-    for (const sid_t id : chain) {
-        if (id == ENDOFCHAIN) {
-            break;
-        }
-        if (is_special(id) || id > last_id) {
-            return false;
-        }
-        const uint64_t n = std::min(remaining, unit);
-        if (normal) {
-            remaining -= append_file_bytes(file, (static_cast<uint64_t>(id) + 1) * unit, n, buffer);
-        } else {
-            remaining -= append_container_bytes(file.short_stream_container,
-                                                static_cast<uint64_t>(id) * unit, n, buffer);
-        }
-        if (++taken >= size) {
-            break;
-        }
+    const uint64_t source_size =
+        normal ? file.door().file_size() : file.short_stream_container.size();
+    std::vector<Byte_Run> runs;
+    if (!stream_runs(chain, size, unit, normal ? 1 : 0, last_id, source_size, runs)) {
+        return false;
     }
 
     try_create_folder(target.path_wstr, true);
@@ -169,9 +184,8 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
     if (!out.is_open()) {
         return false;
     }
-    out.write(reinterpret_cast<const char*>(buffer.data()),
-              static_cast<std::streamsize>(buffer.size()));
-    return static_cast<bool>(out);
+    return normal ? write_file_runs(file, runs, out)
+                  : write_container_runs(file.short_stream_container, runs, out);
 }
 
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,

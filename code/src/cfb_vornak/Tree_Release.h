@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cfb_vornak/Directory_Entry.h"
 #include "cfb_vornak/cfb_types.h"
@@ -34,6 +35,25 @@ std::wstring entry_file_name(const Directory_Entry& entry);
 // ENDOFCHAIN, a repeated id, an id past the table or `limit` ids after start; always closed
 // with ENDOFCHAIN.
 sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit);
+
+// `length` bytes at `offset` of a stream's source: the input file for a normal stream, the
+// short-stream container for a mini stream.
+struct Byte_Run {
+    uint64_t offset = 0;
+    uint64_t length = 0;
+    bool operator==(const Byte_Run& other) const {
+        return offset == other.offset && length == other.length;
+    }
+};
+
+// Where the bytes of a stream of `size` bytes lie when taken along `chain`: for each id before
+// ENDOFCHAIN, at most `size` ids, the smaller of the bytes still missing and `unit` bytes at
+// (id + `first_unit`) * unit, cut at `source_size`. Pieces that follow each other in the
+// source are joined into one run, so that a stream stored in order is copied in one piece.
+// False (and no file may be written) when an id before ENDOFCHAIN is another marker or lies
+// past `last_id`.
+bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                 uint64_t last_id, uint64_t source_size, std::vector<Byte_Run>& runs);
 
 // Builds the release folder and releases the root's children into it; the number of stream
 // files written.
