@@ -131,7 +131,7 @@ int32_t analysis_entry(const char* input, const char* out_dir) {
     file.reset();
 
     CFB_LOG_INFO("clearFolder~");
-    clear_scratch_folder(folders.raw_data_folder);
+    clear_scratch_folder(folders, folders.raw_data_folder);
 
     CFB_LOG_INFO("my inner error code" + std::to_string(last_error_code(store)));
     return last_error_code(store);

@@ -7,6 +7,7 @@
 #include "cfb_vornak/Entries.h"
 #include "cfb_vornak/Library_State.h"
 #include "cfb_vornak/Repair_Output_Path.h"
+#include "cfb_vornak/Scratch_Folders.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -42,25 +43,6 @@ int32_t set_password_entry(const char* password) {
 namespace {
 
 constexpr const char* kVersionLine = "cfb vornak git info:[1, 0, 0, 172-m-1ebe190c]";
-
-// The scratch folder `name` below `folder`, absolute, with a separator at the end.
-std::wstring scratch_folder(const std::wstring& folder, const wchar_t* name) {
-    std::wstring path = folder;
-    if (path.empty() || path.back() != platform::kSeparator) path += platform::kSeparator;
-    return fs::make_absolute(path + name + platform::kSeparator);
-}
-
-// Empties both scratch folders; a failure is logged and the repair goes on.
-void clear_scratch_folders(const std::wstring& release_folder, const std::wstring& raw_folder) {
-    CFB_LOG_INFO("clearFolder~");
-    for (const std::wstring* folder : {&release_folder, &raw_folder}) {
-        try {
-            fs::clear_folder(*folder);
-        } catch (const std::exception& e) {
-            CFB_LOG_ERROR(std::string("clearFolder failed! error info is:") + e.what());
-        }
-    }
-}
 
 // The folder of the output file, as the last resort for the scratch folders.
 std::wstring output_folder_of(const std::wstring& output_path) {
@@ -155,27 +137,11 @@ int32_t general_repair_entry(const char* input, const char* output) {
     }
     const std::wstring output_prefix = repair_output_prefix(output_wstr);
 
-    std::wstring work_folder;
-    if (!access_work_folder(kSlotRead, nullptr, &work_folder)) {
-        std::string temp_error;
-        if (!fs::get_temp_folder(work_folder, temp_error)) {
-            CFB_LOG_ERROR("get_tmp_dir_in_windows failed! error info is:" + temp_error);
-            work_folder = output_folder_of(output_wstr);
-            CFB_LOG_ERROR(L"hence we will use the output dir " + work_folder);
-        }
-    }
-    uint64_t available_bytes = 0;
-    if (!fs::get_available_space(work_folder, available_bytes)) {
-        VRK_PUSH_ERROR(ec::kInternalError);
-        CFB_LOG_ERROR("get the_available_space_in_this_disk  failed !");
+    Scratch_Folders folders;
+    folders.make_before_clearing = false;
+    if (!prepare_scratch_folders(output_folder_of(output_wstr), folders)) {
         return last_error_code(store);
     }
-    const std::wstring release_folder =
-        scratch_folder(work_folder, L"tmp_release_dir_for_fixing_cfb");
-    const std::wstring raw_folder = scratch_folder(work_folder, L"lib_cfb_tmp");
-    CFB_LOG_INFO(L"tmp_release_dir_for_fixing_cfb is:" + release_folder);
-    CFB_LOG_INFO(L"tmp_dir_for_raw_data_when_fixing_cfb is:" + raw_folder);
-    clear_scratch_folders(release_folder, raw_folder);
 
     std::wstring password;
     access_password(kSlotRead, nullptr, &password);
@@ -188,8 +154,8 @@ int32_t general_repair_entry(const char* input, const char* output) {
                                                   platform::to_utf8(cfb_output)};
         auto file = std::make_unique<Cfb_File>(input_description, output_description);
         file->set_password(password);
-        file->set_tmp_dir_for_raw_data(raw_folder);
-        file->set_output_file_dir(release_folder);
+        file->set_tmp_dir_for_raw_data(folders.raw_data_folder);
+        file->set_output_file_dir(folders.release_folder);
         const Error_Code result = file->cfb_file_head_changing(output_description, true);
         if (result != ec::kSuccess) {
             CFB_LOG_ERROR("my_cfb_ptr->cfb_file_head_changing failed !");
@@ -202,15 +168,15 @@ int32_t general_repair_entry(const char* input, const char* output) {
     } catch (const std::exception& e) {
         CFB_LOG_ERROR(std::string("When fixing cfb exception :") + e.what() + "!");
         VRK_PUSH_ERROR(ec::kInternalError);
-        clear_scratch_folders(release_folder, raw_folder);
+        clear_scratch_folders(folders);
         return last_error_code(store);
     } catch (...) {
         CFB_LOG_ERROR("When fixing cfb unkown exception!");
         VRK_PUSH_ERROR(ec::kInternalError);
-        clear_scratch_folders(release_folder, raw_folder);
+        clear_scratch_folders(folders);
         return last_error_code(store);
     }
-    clear_scratch_folders(release_folder, raw_folder);
+    clear_scratch_folders(folders);
     CFB_LOG_INFO("my inner error code" + std::to_string(last_error_code(store)));
     return last_error_code(store);
 }

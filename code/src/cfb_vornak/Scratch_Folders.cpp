@@ -13,28 +13,32 @@ namespace vrk {
 
 namespace {
 
+// The scratch folder `name` below `work_folder`, absolute, with a separator at the end.
 std::wstring scratch_folder(const std::wstring& work_folder, const wchar_t* name) {
-    std::wstring folder = fs::collapse_separators(work_folder + platform::kSeparator + name);
-    folder = fs::make_absolute(folder);
-    if (folder.empty() || folder.back() != platform::kSeparator) {
-        folder.push_back(platform::kSeparator);
+    std::wstring path = work_folder;
+    if (path.empty() || path.back() != platform::kSeparator) {
+        path.push_back(platform::kSeparator);
     }
-    return folder;
-}
-
-void create_and_clear(const std::wstring& folder) {
-    fs::create_directories(folder);
-    fs::clear_folder(folder);
+    return fs::make_absolute(path + name + platform::kSeparator);
 }
 
 }  // namespace
 
-void clear_scratch_folder(const std::wstring& folder) {
+void clear_scratch_folder(const Scratch_Folders& folders, const std::wstring& folder) {
     try {
-        create_and_clear(folder);
+        if (folders.make_before_clearing) {
+            fs::create_directories(folder);
+        }
+        fs::clear_folder(folder);
     } catch (const std::exception& error) {
         CFB_LOG_ERROR(std::string("clearFolder failed! error info is:") + error.what());
     }
+}
+
+void clear_scratch_folders(const Scratch_Folders& folders) {
+    CFB_LOG_INFO("clearFolder~");
+    clear_scratch_folder(folders, folders.release_folder);
+    clear_scratch_folder(folders, folders.raw_data_folder);
 }
 
 bool prepare_scratch_folders(const std::wstring& fallback_folder, Scratch_Folders& folders) {
@@ -56,9 +60,7 @@ bool prepare_scratch_folders(const std::wstring& fallback_folder, Scratch_Folder
     folders.raw_data_folder = scratch_folder(folders.work_folder, L"lib_cfb_tmp");
     CFB_LOG_INFO(L"tmp_release_dir_for_fixing_cfb is:" + folders.release_folder);
     CFB_LOG_INFO(L"tmp_dir_for_raw_data_when_fixing_cfb is:" + folders.raw_data_folder);
-    CFB_LOG_INFO("clearFolder~");
-    clear_scratch_folder(folders.release_folder);
-    clear_scratch_folder(folders.raw_data_folder);
+    clear_scratch_folders(folders);
     return true;
 }
 
