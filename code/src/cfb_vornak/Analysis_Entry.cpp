@@ -9,6 +9,7 @@
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Entries.h"
+#include "cfb_vornak/Entry_Steps.h"
 #include "cfb_vornak/Scratch_Folders.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
@@ -39,48 +40,12 @@ int32_t analysis_entry(const char* input, const char* out_dir) {
     CFB_LOG_INFO(std::string("input_file_path = ") + (input == nullptr ? "" : input));
     CFB_LOG_INFO(std::string("out_dir_path = ") + (out_dir == nullptr ? "" : out_dir));
 
-    if (!Cfb_Logger::is_init()) {
-        CFB_LOG_ERROR("Cfb_Logger::is_init == false ");
-        VRK_PUSH_ERROR(ec::kObjectInitFailed);
+    if (!check_logger_started()) {
         return last_error_code(store);
     }
-    std::string log_dir;
-    if (!Cfb_Logger::get_log_dir(log_dir)) {
-        CFB_LOG_ERROR("Cfb_Logger::get_log_dir == false ");
-        VRK_PUSH_ERROR(ec::kObjectInitFailed);
-        return last_error_code(store);
-    }
-    CFB_LOG_INFO("log_dir = " + log_dir);
-
     const std::wstring input_wstr = widen_argument(input);
-    if (input_wstr.empty()) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path is illegel!");
-        return last_error_code(store);
-    }
-    if (fs::is_folder(input_wstr)) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path is illegel!Due to the path is a dir not a file ");
-        return last_error_code(store);
-    }
-    std::string error_text;
-    if (fs::get_file_size(input_wstr, error_text) == -1) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path get size failed! error info is:" + error_text);
-        return last_error_code(store);
-    }
-
-    // The input itself is the working file: it is only ever read.
     File_Description working;
-    try {
-        working = File_Description{input_wstr, input_wstr, platform::to_utf8(input_wstr)};
-    } catch (const std::exception& error) {
-        CFB_LOG_ERROR(std::string("copy origin file failed ! exception") + error.what());
-        VRK_PUSH_ERROR(ec::kOpenFileFailed);
-        return last_error_code(store);
-    } catch (...) {
-        CFB_LOG_ERROR("copy origin file failed ! unknown exception");
-        VRK_PUSH_ERROR(ec::kOpenFileFailed);
+    if (!check_input_file(input_wstr) || !take_working_file(input_wstr, working)) {
         return last_error_code(store);
     }
 
@@ -98,16 +63,7 @@ int32_t analysis_entry(const char* input, const char* out_dir) {
         CFB_LOG_ERROR("the output file path is illegel!Due to the path is a dir not a file ");
         return last_error_code(store);
     }
-    try {
-        fs::create_directories(out_dir_wstr);
-    } catch (const std::exception& error) {
-        CFB_LOG_ERROR(std::string("make dir for the output file failed ! exception") +
-                      error.what());
-        VRK_PUSH_ERROR(ec::kMakeDirFailed);
-        return last_error_code(store);
-    } catch (...) {
-        CFB_LOG_ERROR("make dir for the output file failed ! unknown exception");
-        VRK_PUSH_ERROR(ec::kMakeDirFailed);
+    if (!make_output_folder(out_dir_wstr, false)) {
         return last_error_code(store);
     }
 

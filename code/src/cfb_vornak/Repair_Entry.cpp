@@ -5,6 +5,7 @@
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Entries.h"
+#include "cfb_vornak/Entry_Steps.h"
 #include "cfb_vornak/Library_State.h"
 #include "cfb_vornak/Repair_Output_Path.h"
 #include "cfb_vornak/Scratch_Folders.h"
@@ -69,47 +70,12 @@ int32_t general_repair_entry(const char* input, const char* output) {
         CFB_LOG_ERROR("out_file_path = " + output_text);
     }
 
-    if (!Cfb_Logger::is_init()) {
-        CFB_LOG_ERROR("Cfb_Logger::is_init == false ");
-        VRK_PUSH_ERROR(ec::kObjectInitFailed);
+    if (!check_logger_started()) {
         return last_error_code(store);
     }
-    std::string log_dir;
-    if (!Cfb_Logger::get_log_dir(log_dir)) {
-        CFB_LOG_ERROR("Cfb_Logger::get_log_dir == false ");
-        VRK_PUSH_ERROR(ec::kObjectInitFailed);
-        return last_error_code(store);
-    }
-    CFB_LOG_INFO("log_dir = " + log_dir);
-
     const std::wstring input_wstr = platform::widen(input_text);
-    if (input_wstr.empty()) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path is illegel!");
-        return last_error_code(store);
-    }
-    if (fs::is_folder(input_wstr)) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path is illegel!Due to the path is a dir not a file ");
-        return last_error_code(store);
-    }
-    std::string error_text;
-    if (fs::get_file_size(input_wstr, error_text) == -1) {
-        VRK_PUSH_ERROR(ec::kInvalidArgument);
-        CFB_LOG_ERROR("the input file path get size failed! error info is:" + error_text);
-        return last_error_code(store);
-    }
-    // The repair reads the input in place: it never writes to it, so no copy is taken.
-    std::wstring working_wstr;
-    try {
-        working_wstr = input_wstr;
-    } catch (const std::exception& e) {
-        CFB_LOG_ERROR(std::string("copy origin file failed ! exception") + e.what());
-        VRK_PUSH_ERROR(ec::kOpenFileFailed);
-        return last_error_code(store);
-    } catch (...) {
-        CFB_LOG_ERROR("copy origin file failed ! unknown exception");
-        VRK_PUSH_ERROR(ec::kOpenFileFailed);
+    File_Description working;
+    if (!check_input_file(input_wstr) || !take_working_file(input_wstr, working)) {
         return last_error_code(store);
     }
 
@@ -124,15 +90,7 @@ int32_t general_repair_entry(const char* input, const char* output) {
         CFB_LOG_ERROR("the output file path is illegel!Due to the path is a dir not a file ");
         return last_error_code(store);
     }
-    try {
-        fs::make_parent_folder(output_wstr);
-    } catch (const std::exception& e) {
-        CFB_LOG_ERROR(std::string("make dir for the output file failed ! exception") + e.what());
-        VRK_PUSH_ERROR(ec::kMakeDirFailed);
-        return last_error_code(store);
-    } catch (...) {
-        CFB_LOG_ERROR("make dir for the output file failed ! unknown exception");
-        VRK_PUSH_ERROR(ec::kMakeDirFailed);
+    if (!make_output_folder(output_wstr, true)) {
         return last_error_code(store);
     }
     const std::wstring output_prefix = repair_output_prefix(output_wstr);
@@ -148,11 +106,9 @@ int32_t general_repair_entry(const char* input, const char* output) {
 
     const std::wstring cfb_output = repair_cfb_output_path(output_prefix);
     try {
-        const File_Description input_description{input_wstr, working_wstr,
-                                                 platform::to_utf8(input_wstr)};
         const File_Description output_description{cfb_output, cfb_output,
                                                   platform::to_utf8(cfb_output)};
-        auto file = std::make_unique<Cfb_File>(input_description, output_description);
+        auto file = std::make_unique<Cfb_File>(working, output_description);
         file->set_password(password);
         file->set_tmp_dir_for_raw_data(folders.raw_data_folder);
         file->set_output_file_dir(folders.release_folder);
