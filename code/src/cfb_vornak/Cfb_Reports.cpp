@@ -2,9 +2,11 @@
 
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <string_view>
 #include <system_error>
 #include <vector>
 
@@ -18,41 +20,89 @@ namespace vrk {
 
 namespace {
 
-constexpr std::size_t kFlushAt = 1u << 16;
-constexpr std::size_t kFileBuffer = 1u << 20;
+constexpr std::size_t kTextBuffer = std::size_t{1} << 18;
+constexpr std::size_t kFileBuffer = std::size_t{1} << 20;
 
-void append_decimal(std::string& text, uint64_t value) {
-    std::array<char, 24> digits{};
-    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), value);
-    text.append(digits.data(), result.ptr);
-}
+// Report text gathered in a buffer of its own and handed to the stream in large writes;
+// numbers are formatted in place. Whatever is left is written when the object goes.
+class Report_Text {
+  public:
+    explicit Report_Text(std::ostream& out) : m_out(out), m_buffer(kTextBuffer) {}
+    ~Report_Text() { flush(); }
+    Report_Text(const Report_Text&) = delete;
+    Report_Text& operator=(const Report_Text&) = delete;
 
-// Right-aligned in a field of ten characters, padded with blanks.
-void append_width10(std::string& text, uint64_t value) {
-    std::array<char, 24> digits{};
-    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), value);
-    const auto length = static_cast<std::size_t>(result.ptr - digits.data());
-    if (length < 10) {
-        text.append(10 - length, ' ');
+    void add(std::string_view text) {
+        if (text.size() > m_buffer.size() - m_used) {
+            flush();
+            if (text.size() > m_buffer.size()) {
+                m_out.write(text.data(), static_cast<std::streamsize>(text.size()));
+                return;
+            }
+        }
+        std::memcpy(m_buffer.data() + m_used, text.data(), text.size());
+        m_used += text.size();
     }
-    text.append(digits.data(), length);
-}
+    void add(char c) {
+        make_room(1);
+        m_buffer[m_used++] = c;
+    }
+    void decimal(uint64_t value) {
+        make_room(kNumberRoom);
+        char* const at = m_buffer.data() + m_used;
+        m_used += static_cast<std::size_t>(std::to_chars(at, at + kNumberRoom, value).ptr - at);
+    }
+    // Right-aligned in a field of ten characters, padded with blanks.
+    void width10(uint64_t value) {
+        std::array<char, 20> digits{};
+        char* const end = digits.data() + digits.size();
+        char* first = end;
+        do {
+            *--first = static_cast<char>('0' + value % 10);
+            value /= 10;
+        } while (value != 0);
+        const auto length = static_cast<std::size_t>(end - first);
+        make_room(kNumberRoom);
+        if (length < 10) {
+            std::memset(m_buffer.data() + m_used, ' ', 10 - length);
+            m_used += 10 - length;
+        }
+        std::memcpy(m_buffer.data() + m_used, first, length);
+        m_used += length;
+    }
+    void hex(uint64_t value) {
+        make_room(kNumberRoom);
+        char* const at = m_buffer.data() + m_used;
+        m_used += static_cast<std::size_t>(std::to_chars(at, at + kNumberRoom, value, 16).ptr - at);
+    }
+    void flush() {
+        m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_used));
+        m_used = 0;
+    }
 
-void append_hex(std::string& text, uint64_t value) {
-    std::array<char, 24> digits{};
-    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), value, 16);
-    text.append(digits.data(), result.ptr);
-}
+  private:
+    static constexpr std::size_t kNumberRoom = 24;  // any 64-bit number, width 10 included
+
+    void make_room(std::size_t n) {
+        if (m_buffer.size() - m_used < n) {
+            flush();
+        }
+    }
+
+    std::ostream& m_out;
+    std::vector<char> m_buffer;
+    std::size_t m_used = 0;
+};
 
 // Each byte in lower-case hexadecimal, two wide, padded with a blank, followed by a blank.
 template <std::size_t N>
-void append_field_bytes(std::string& text, const std::array<uint8_t, N>& bytes) {
+void add_field_bytes(Report_Text& text, const std::array<uint8_t, N>& bytes) {
     for (const uint8_t byte : bytes) {
         if (byte < 16) {
-            text.push_back(' ');
+            text.add(' ');
         }
-        append_hex(text, byte);
-        text.push_back(' ');
+        text.hex(byte);
+        text.add(' ');
     }
 }
 
@@ -67,26 +117,14 @@ std::array<uint8_t, sizeof(T)> le_bytes(T value) {
 
 // "d0 , cf , 11 }": each byte in hexadecimal and a blank, bytes separated by ", ".
 template <std::size_t N>
-void append_entry_bytes(std::string& text, const std::array<uint8_t, N>& bytes) {
+void add_entry_bytes(Report_Text& text, const std::array<uint8_t, N>& bytes) {
     for (std::size_t i = 0; i < N; ++i) {
         if (i != 0) {
-            text.append(", ");
+            text.add(", ");
         }
-        append_hex(text, bytes[i]);
-        text.push_back(' ');
+        text.hex(bytes[i]);
+        text.add(' ');
     }
-}
-
-void flush_if_full(std::ostream& out, std::string& text) {
-    if (text.size() >= kFlushAt) {
-        out.write(text.data(), static_cast<std::streamsize>(text.size()));
-        text.clear();
-    }
-}
-
-void flush(std::ostream& out, std::string& text) {
-    out.write(text.data(), static_cast<std::streamsize>(text.size()));
-    text.clear();
 }
 
 // A report file opened for binary writing with a large buffer; not open when the file system
@@ -105,11 +143,52 @@ class Report_File {
     std::ofstream m_out;
 };
 
-void write_chain_tail(std::string& text, const sids_list& chain) {
-    for (std::size_t i = 0; i < chain.size(); ++i) {
-        append_decimal(text, chain[i]);
-        text.append(i + 1 < chain.size() ? "->" : " ]\n");
+void add_table_rows(Report_Text& text, const sids_array& entries) {
+    for (std::size_t j = 0; j < entries.size(); ++j) {
+        if (j % 16 == 0) {
+            text.add('\n');
+            text.width10(j);
+            text.add(" - ");
+            text.width10(15 + 16 * static_cast<uint64_t>(j));
+            text.add(" : ");
+        }
+        text.width10(entries[j]);
+        text.add(j + 1 < entries.size() ? ", " : ". ");
     }
+    if (!entries.empty()) {
+        text.add('\n');
+    }
+}
+
+void add_directory_entry(Report_Text& text, const Directory_Entry& entry) {
+    const std::u16string units = entry.name_units();
+    text.add("------------------------print_a_directory_entry\nname[");
+    text.add(platform::to_utf8(platform::from_utf16(units.data(), units.size())));
+    text.add("]\nname_valid_size[");
+    text.decimal(entry.name_valid_size);
+    text.add("]\nobject_type[");
+    text.add(object_type_text(entry.object_type));
+    text.add("]\ncolor_flag[");
+    text.add(color_flag_text(entry.color_flag));
+    text.add("]\nleft_sibling_id[");
+    text.decimal(entry.left_sibling_id);
+    text.add("]\nright_sibling_id[");
+    text.decimal(entry.right_sibling_id);
+    text.add("]\nchild_id[");
+    text.decimal(entry.child_id);
+    text.add("]\nclsid{");
+    add_entry_bytes(text, entry.clsid);
+    text.add("}\nstate_bits{");
+    add_entry_bytes(text, entry.state_bits);
+    text.add("}\ncreation_time{");
+    add_entry_bytes(text, entry.creation_time);
+    text.add("}\nmodified_time{");
+    add_entry_bytes(text, entry.modified_time);
+    text.add("}\nstart_sid[");
+    text.decimal(entry.start_sid);
+    text.add("]\nstream_size[");
+    text.decimal(entry.stream_size);
+    text.add("]\n");
 }
 
 struct Table_Texts {
@@ -123,31 +202,32 @@ struct Table_Texts {
 void write_allocation_table(std::ostream& out, const Table_Texts& texts,
                             const std::map<sid_t, sids_array>& dicts, const sids_array& big,
                             const std::vector<sids_list>& chains) {
-    std::string text = texts.title;
-    text.append(texts.dicts_heading);
+    Report_Text text(out);
+    text.add(texts.title);
+    text.add(texts.dicts_heading);
     for (const auto& [sid, entries] : dicts) {
-        text.append(texts.dict_key_prefix);
-        append_decimal(text, sid);
-        text.append("]：");
-        flush(out, text);
-        write_table_rows(out, entries);
+        text.add(texts.dict_key_prefix);
+        text.decimal(sid);
+        text.add("]：");
+        add_table_rows(text, entries);
     }
-    text.append(texts.big_array_heading);
-    append_decimal(text, big.size());
-    text.append("]项)：\n");
-    flush(out, text);
-    write_table_rows(out, big);
-    text.append(texts.chains_heading);
-    append_decimal(text, chains.size());
-    text.append("]条)：\n");
+    text.add(texts.big_array_heading);
+    text.decimal(big.size());
+    text.add("]项)：\n");
+    add_table_rows(text, big);
+    text.add(texts.chains_heading);
+    text.decimal(chains.size());
+    text.add("]条)：\n");
     for (std::size_t i = 0; i < chains.size(); ++i) {
-        text.append("----------第[");
-        append_width10(text, i);
-        text.append("]条的信息：");
-        write_chain_tail(text, chains[i]);
-        flush_if_full(out, text);
+        text.add("----------第[");
+        text.width10(i);
+        text.add("]条的信息：");
+        const sids_list& chain = chains[i];
+        for (std::size_t k = 0; k < chain.size(); ++k) {
+            text.decimal(chain[k]);
+            text.add(k + 1 < chain.size() ? "->" : " ]\n");
+        }
     }
-    flush(out, text);
 }
 
 std::wstring utf8_to_wide(const char* text) {
@@ -205,56 +285,13 @@ std::wstring report_path(const Cfb_File& file, const char* folder, const char* f
 }
 
 void write_table_rows(std::ostream& out, const sids_array& entries) {
-    std::string text;
-    text.reserve(kFlushAt + 256);
-    for (std::size_t j = 0; j < entries.size(); ++j) {
-        if (j % 16 == 0) {
-            text.push_back('\n');
-            append_width10(text, j);
-            text.append(" - ");
-            append_width10(text, 15 + 16 * static_cast<uint64_t>(j));
-            text.append(" : ");
-            flush_if_full(out, text);
-        }
-        append_width10(text, entries[j]);
-        text.append(j + 1 < entries.size() ? ", " : ". ");
-    }
-    if (!entries.empty()) {
-        text.push_back('\n');
-    }
-    flush(out, text);
+    Report_Text text(out);
+    add_table_rows(text, entries);
 }
 
 void print_a_directory_entry(std::ostream& out, const Directory_Entry& entry) {
-    const std::u16string units = entry.name_units();
-    std::string text = "------------------------print_a_directory_entry\nname[";
-    text.append(platform::to_utf8(platform::from_utf16(units.data(), units.size())));
-    text.append("]\nname_valid_size[");
-    append_decimal(text, entry.name_valid_size);
-    text.append("]\nobject_type[");
-    text.append(object_type_text(entry.object_type));
-    text.append("]\ncolor_flag[");
-    text.append(color_flag_text(entry.color_flag));
-    text.append("]\nleft_sibling_id[");
-    append_decimal(text, entry.left_sibling_id);
-    text.append("]\nright_sibling_id[");
-    append_decimal(text, entry.right_sibling_id);
-    text.append("]\nchild_id[");
-    append_decimal(text, entry.child_id);
-    text.append("]\nclsid{");
-    append_entry_bytes(text, entry.clsid);
-    text.append("}\nstate_bits{");
-    append_entry_bytes(text, entry.state_bits);
-    text.append("}\ncreation_time{");
-    append_entry_bytes(text, entry.creation_time);
-    text.append("}\nmodified_time{");
-    append_entry_bytes(text, entry.modified_time);
-    text.append("}\nstart_sid[");
-    append_decimal(text, entry.start_sid);
-    text.append("]\nstream_size[");
-    append_decimal(text, entry.stream_size);
-    text.append("]\n");
-    flush(out, text);
+    Report_Text text(out);
+    add_directory_entry(text, entry);
 }
 
 int dump_header(const Cfb_Header& header, const std::wstring& path) {
@@ -262,54 +299,54 @@ int dump_header(const Cfb_Header& header, const std::wstring& path) {
     if (!file.is_open()) {
         return 0;
     }
-    std::string text = "------------------------cfb头部信息------------------------\n";
-    text.append("魔数头[magic]:");
-    append_field_bytes(text, le_bytes(header.magic));
-    text.append("\n文件id[file_id]:");
-    append_field_bytes(text, header.file_id);
-    text.append("\n次版本号[minor_version]:");
-    append_field_bytes(text, header.minor_version);
-    text.append("\n主版本号[major_version]:");
-    append_field_bytes(text, header.major_version);
-    text.append("\n大小端[endian]:");
-    append_field_bytes(text, header.endian);
+    Report_Text text(file.stream());
+    text.add("------------------------cfb头部信息------------------------\n");
+    text.add("魔数头[magic]:");
+    add_field_bytes(text, le_bytes(header.magic));
+    text.add("\n文件id[file_id]:");
+    add_field_bytes(text, header.file_id);
+    text.add("\n次版本号[minor_version]:");
+    add_field_bytes(text, header.minor_version);
+    text.add("\n主版本号[major_version]:");
+    add_field_bytes(text, header.major_version);
+    text.add("\n大小端[endian]:");
+    add_field_bytes(text, header.endian);
     if (header.endian[0] == 0xFE && header.endian[1] == 0xFF) {
-        text.append("是[小端]   ");
+        text.add("是[小端]   ");
     } else if (header.endian[0] == 0xFF && header.endian[1] == 0xFE) {
-        text.append("是[大端]   ");
+        text.add("是[大端]   ");
     } else {
-        text.append("出错了~   ");
+        text.add("出错了~   ");
     }
     // The shifts come from the file: reduce them so that any value gives a defined size.
-    text.append("\n扇区大小[sector_shift]:");
-    append_decimal(text, uint32_t{1} << (header.sector_shift % 32u));
-    text.append(" \n小扇区大小[mini_sector_shift]:");
-    append_decimal(text, uint32_t{1} << (header.mini_sector_shift % 32u));
-    text.append(" \n保留字[reserved_word]:");
-    append_field_bytes(text, le_bytes(header.reserved_word));
-    text.append("\n保留双字[reserved_dword]:");
-    append_field_bytes(text, header.reserved_dword);
-    text.append("\n目录流扇区有数[num_of_dir_secs]:   目录流扇区有");
-    append_decimal(text, header.num_of_dir_secs);
-    text.append("个，注意主版本号为3时这里必是0，因为此时这个字段无效~\n");
-    text.append("sat表的扇区数[num_of_sat_secs]:   存放sat的扇区有");
-    append_decimal(text, header.num_of_sat_secs);
-    text.append("个\n第一个存放dir的扇区id[first_dir_sid]:   [");
-    append_decimal(text, header.first_dir_sid);
-    text.append("] \n事务签名数（这个没什么卵用）[transaction_sign_num]:");
-    append_field_bytes(text, header.transaction_sign_num);
-    text.append("\n小流阈值[mini_stream_cutoff_size]:");
-    append_decimal(text, header.mini_stream_cutoff_size);
-    text.append(" \n第一个存放minisat的扇区id[first_minisat_sid]:   [");
-    append_decimal(text, header.first_minisat_sid);
-    text.append("] \n用来存放minisat的扇区数[num_of_minisat_secs]:   [");
-    append_decimal(text, header.num_of_minisat_secs);
-    text.append("]个 \n第一个存放disat的扇区id[first_disat_sid]:   [");
-    append_decimal(text, header.first_disat_sid);
-    text.append("] \n用来存放disat的扇区数[num_of_disat_secs]:   [");
-    append_decimal(text, header.num_of_disat_secs);
-    text.append("]个 \n");
-    flush(file.stream(), text);
+    text.add("\n扇区大小[sector_shift]:");
+    text.decimal(uint32_t{1} << (header.sector_shift % 32u));
+    text.add(" \n小扇区大小[mini_sector_shift]:");
+    text.decimal(uint32_t{1} << (header.mini_sector_shift % 32u));
+    text.add(" \n保留字[reserved_word]:");
+    add_field_bytes(text, le_bytes(header.reserved_word));
+    text.add("\n保留双字[reserved_dword]:");
+    add_field_bytes(text, header.reserved_dword);
+    text.add("\n目录流扇区有数[num_of_dir_secs]:   目录流扇区有");
+    text.decimal(header.num_of_dir_secs);
+    text.add("个，注意主版本号为3时这里必是0，因为此时这个字段无效~\n");
+    text.add("sat表的扇区数[num_of_sat_secs]:   存放sat的扇区有");
+    text.decimal(header.num_of_sat_secs);
+    text.add("个\n第一个存放dir的扇区id[first_dir_sid]:   [");
+    text.decimal(header.first_dir_sid);
+    text.add("] \n事务签名数（这个没什么卵用）[transaction_sign_num]:");
+    add_field_bytes(text, header.transaction_sign_num);
+    text.add("\n小流阈值[mini_stream_cutoff_size]:");
+    text.decimal(header.mini_stream_cutoff_size);
+    text.add(" \n第一个存放minisat的扇区id[first_minisat_sid]:   [");
+    text.decimal(header.first_minisat_sid);
+    text.add("] \n用来存放minisat的扇区数[num_of_minisat_secs]:   [");
+    text.decimal(header.num_of_minisat_secs);
+    text.add("]个 \n第一个存放disat的扇区id[first_disat_sid]:   [");
+    text.decimal(header.first_disat_sid);
+    text.add("] \n用来存放disat的扇区数[num_of_disat_secs]:   [");
+    text.decimal(header.num_of_disat_secs);
+    text.add("]个 \n");
     return 0;
 }
 
@@ -318,36 +355,33 @@ int dump_disat(const Cfb_File& cfb, const std::wstring& path) {
     if (!file.is_open()) {
         return 0;
     }
-    std::ostream& out = file.stream();
-    std::string text =
+    Report_Text text(file.stream());
+    text.add(
         "------------------------disat信息(这是一个数组存放着哪一些sid对应的扇区上放着SAT)"
         "------------------------\n"
-        "------------------------放在header中的disat信息：\n";
+        "------------------------放在header中的disat信息：\n");
     uint64_t k = 0;
+    const auto add_entry = [&](sid_t sid) {
+        text.add("DISAT_sids[");
+        text.decimal(k++);
+        text.add("]:");
+        text.decimal(sid);
+        text.add('\n');
+    };
     for (const sid_t sid : cfb.header_disat) {
-        text.append("DISAT_sids[");
-        append_decimal(text, k++);
-        text.append("]:");
-        append_decimal(text, sid);
-        text.push_back('\n');
+        add_entry(sid);
     }
-    text.append("------------------------放在扇区中的disat信息：\n");
+    text.add("------------------------放在扇区中的disat信息：\n");
     for (std::size_t i = 0; i < cfb.disat_sids.size(); ++i) {
-        text.append("----------扇区[");
-        append_decimal(text, cfb.disat_sids[i]);
-        text.append("]中的disat信息：\n");
+        text.add("----------扇区[");
+        text.decimal(cfb.disat_sids[i]);
+        text.add("]中的disat信息：\n");
         if (i < cfb.disat_sector_entries.size()) {
             for (const sid_t sid : cfb.disat_sector_entries[i]) {
-                text.append("DISAT_sids[");
-                append_decimal(text, k++);
-                text.append("]:");
-                append_decimal(text, sid);
-                text.push_back('\n');
+                add_entry(sid);
             }
         }
-        flush_if_full(out, text);
     }
-    flush(out, text);
     return 0;
 }
 
@@ -389,36 +423,33 @@ int dump_directory_entry_layout(const Cfb_File& cfb, const std::wstring& path) {
     if (!file.is_open()) {
         return 0;
     }
-    std::ostream& out = file.stream();
-    std::string text =
+    Report_Text text(file.stream());
+    text.add(
         "------------------------directory_entrys信息(directory_entrys物理上是一个数组结构，"
         "记录文件中仓库和流的信息)------------------------\n\n"
-        "------------------------directory_entrys_sids_list信息(目录项存放的扇区链)：\n";
-    text.append(print_sids_list(cfb.directory_entrys_sids_list));
-    text.append("\n------------------------directory_entry_layout_dicts信息(目录项分布字典)：\n");
+        "------------------------directory_entrys_sids_list信息(目录项存放的扇区链)：\n");
+    text.add(print_sids_list(cfb.directory_entrys_sids_list));
+    text.add("\n------------------------directory_entry_layout_dicts信息(目录项分布字典)：\n");
     for (const auto& [sid, records] : cfb.directory_entry_layout_dicts) {
-        text.append("扇区sid[");
-        append_decimal(text, sid);
-        text.append("]存放的目录项(DID)是：{ ");
+        text.add("扇区sid[");
+        text.decimal(sid);
+        text.add("]存放的目录项(DID)是：{ ");
         for (std::size_t i = 0; i < records.size(); ++i) {
-            append_decimal(text, records[i].did);
-            text.push_back(' ');
+            text.decimal(records[i].did);
+            text.add(' ');
             if (i + 1 < records.size()) {
-                text.append(", ");
+                text.add(", ");
             }
         }
-        text.append("}\n");
-        flush_if_full(out, text);
+        text.add("}\n");
     }
-    text.append("------------------------directory_entrys信息(directory_entry数组)：\n");
-    flush(out, text);
+    text.add("------------------------directory_entrys信息(directory_entry数组)：\n");
     for (std::size_t i = 0; i < cfb.directory_entrys.size(); ++i) {
-        text.append("directory_entrys[");
-        append_decimal(text, i);
-        text.append("]:\n");
-        flush(out, text);
-        print_a_directory_entry(out, cfb.directory_entrys[i]);
-        out.write("\n\n", 2);
+        text.add("directory_entrys[");
+        text.decimal(i);
+        text.add("]:\n");
+        add_directory_entry(text, cfb.directory_entrys[i]);
+        text.add("\n\n");
     }
     return 0;
 }
