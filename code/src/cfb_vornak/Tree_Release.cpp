@@ -1,7 +1,6 @@
 #include "cfb_vornak/Tree_Release.h"
 
 #include <algorithm>
-#include <fstream>
 #include <vector>
 
 #include "cfb_vornak/Cfb_Directory_Tree.h"
@@ -17,36 +16,38 @@ namespace vrk {
 
 namespace {
 
-// Writes the runs of the input file to `out` straight from the mapping, or through a bounded
-// buffer when the file is not mapped.
-bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs, std::ostream& out) {
+// Appends the runs of the input file to `out`, copied file to file by the system; whatever it
+// does not copy (the input cannot be opened a second time, or a copy stops short) is read
+// through the door in bounded blocks.
+bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs,
+                     platform::Output_File& out) {
     constexpr uint64_t kBlock = uint64_t{1} << 20;
-    const uint8_t* mapped = file.door().mapped_data();
+    platform::Input_File input;
+    input.open(file.door().path());
     std::vector<uint8_t> block;
     for (const Byte_Run& run : runs) {
-        if (mapped != nullptr) {
-            out.write(reinterpret_cast<const char*>(mapped + run.offset),
-                      static_cast<std::streamsize>(run.length));
-            continue;
-        }
-        for (uint64_t done = 0; done < run.length;) {
+        uint64_t done = input.is_open() ? out.append_range(input, run.offset, run.length) : 0;
+        while (done < run.length) {
             const uint64_t n = std::min(kBlock, run.length - done);
-            block.resize(n);
+            block.resize(static_cast<std::size_t>(n));
             file.door().copy_data_to_mem(run.offset + done, n, block.data());
-            out.write(reinterpret_cast<const char*>(block.data()), static_cast<std::streamsize>(n));
+            if (!out.write(block.data(), block.size())) {
+                return false;
+            }
             done += n;
         }
     }
-    return static_cast<bool>(out);
+    return true;
 }
 
 bool write_container_runs(const std::vector<uint8_t>& container, const std::vector<Byte_Run>& runs,
-                          std::ostream& out) {
+                          platform::Output_File& out) {
     for (const Byte_Run& run : runs) {
-        out.write(reinterpret_cast<const char*>(container.data() + run.offset),
-                  static_cast<std::streamsize>(run.length));
+        if (!out.write(container.data() + run.offset, static_cast<std::size_t>(run.length))) {
+            return false;
+        }
     }
-    return static_cast<bool>(out);
+    return true;
 }
 
 // Makes a folder and its parents (or the folder holding a file); a refusal of the file system
@@ -180,12 +181,13 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
     }
 
     try_create_folder(target.path_wstr, true);
-    std::ofstream out(platform::to_path(target.path_wstr), std::ios::binary | std::ios::trunc);
-    if (!out.is_open()) {
+    platform::Output_File out;
+    if (!out.create(target.path_wstr)) {
         return false;
     }
-    return normal ? write_file_runs(file, runs, out)
-                  : write_container_runs(file.short_stream_container, runs, out);
+    const bool written = normal ? write_file_runs(file, runs, out)
+                                : write_container_runs(file.short_stream_container, runs, out);
+    return out.close() && written;
 }
 
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,
