@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -56,7 +57,7 @@ class ReportsTest : public ::testing::Test {
     std::unique_ptr<Cfb_File> file;
 };
 
-TEST(TableRows, AllFreeSectorGivesEightRowsOfSixteen) {
+TEST(TableRows, EightRowsOfSixteenAndLabelsPerArray) {
     std::ostringstream out;
     write_table_rows(out, sids_array(128, FREESECT));
     const char* labels[] = {
@@ -73,10 +74,9 @@ TEST(TableRows, AllFreeSectorGivesEightRowsOfSixteen) {
     expected.replace(expected.size() - 2, 2, ". ");
     expected += "\n";
     EXPECT_EQ(out.str(), expected);
-}
 
-TEST(TableRows, LabelsRestartForEveryArrayAndEmptyArrayWritesNothing) {
-    std::ostringstream out;
+    // Labels restart for every array; an empty array writes nothing.
+    out.str("");
     sids_array seventeen(17, 7);
     seventeen[16] = ENDOFCHAIN;
     write_table_rows(out, seventeen);
@@ -89,6 +89,23 @@ TEST(TableRows, LabelsRestartForEveryArrayAndEmptyArrayWritesNothing) {
     }
     first += "\n        16 -        271 : 4294967294. \n";
     EXPECT_EQ(out.str(), first + "\n         0 -         15 : 4294967293. \n");
+
+    // Far longer than the report's text buffer.
+    out.str("");
+    sids_array many(50000);
+    std::string long_expected;
+    char cell[32];
+    for (std::size_t j = 0; j < many.size(); ++j) {
+        many[j] = static_cast<sid_t>(j * 2654435761u);
+        if (j % 16 == 0) {
+            std::snprintf(cell, sizeof cell, "\n%10zu - %10zu : ", j, 15 + 16 * j);
+            long_expected += cell;
+        }
+        std::snprintf(cell, sizeof cell, "%10u%s", many[j], j + 1 < many.size() ? ", " : ". ");
+        long_expected += cell;
+    }
+    write_table_rows(out, many);
+    EXPECT_EQ(out.str(), long_expected + "\n");
 }
 
 TEST(EntryText, EveryFieldInItsForm) {
