@@ -16,14 +16,63 @@ namespace vrk {
 
 namespace {
 
+// What the release of many streams shares: the visit marks of the chain walks, one per table
+// (sized once, left all false after every walk, so that a walk costs what its chain costs),
+// and the input file opened once for the range copies.
+struct Release_Scratch {
+    std::vector<bool> normal_seen;
+    std::vector<bool> mini_seen;
+    platform::Input_File input;
+    bool input_tried = false;
+};
+
+// The chain walk of release_chain with `seen` as its marks: all false for ids up to the
+// table's length on entry, and again on return.
+sids_list walk_release_chain(const sids_array& table, sid_t start, uint32_t limit,
+                             std::vector<bool>& seen) {
+    // Ids up to the table's length can be revisited; any larger id ends the walk next round.
+    if (seen.size() != table.size() + 1) {
+        seen.assign(table.size() + 1, false);
+    }
+    sids_list chain{start};
+    if (start <= table.size()) {
+        seen[start] = true;
+    }
+    for (uint32_t added = 0;; ++added) {
+        const sid_t current = chain.back();
+        // An id equal to the table's length has no entry to read: the walk ends there too.
+        if (current >= table.size() || added == limit) {
+            break;
+        }
+        const sid_t next = table[current];
+        if (next == ENDOFCHAIN || (next <= table.size() && seen[next])) {
+            break;
+        }
+        chain.push_back(next);
+        if (next <= table.size()) {
+            seen[next] = true;
+        }
+    }
+    for (const sid_t id : chain) {
+        if (id <= table.size()) {
+            seen[id] = false;
+        }
+    }
+    chain.push_back(ENDOFCHAIN);
+    return chain;
+}
+
 // Appends the runs of the input file to `out`, copied file to file by the system; whatever it
 // does not copy (the input cannot be opened a second time, or a copy stops short) is read
 // through the door in bounded blocks.
-bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs,
-                     platform::Output_File& out) {
+bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs, platform::Output_File& out,
+                     Release_Scratch& scratch) {
     constexpr uint64_t kBlock = uint64_t{1} << 20;
-    platform::Input_File input;
-    input.open(file.door().path());
+    if (!scratch.input_tried) {
+        scratch.input_tried = true;
+        scratch.input.open(file.door().path());
+    }
+    const platform::Input_File& input = scratch.input;
     std::vector<uint8_t> block;
     for (const Byte_Run& run : runs) {
         uint64_t done = input.is_open() ? out.append_range(input, run.offset, run.length) : 0;
@@ -124,33 +173,14 @@ bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t 
 }
 
 sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
-    sids_list chain{start};
-    // Ids up to the table's length can be revisited; any larger id ends the walk next round.
-    std::vector<bool> seen(table.size() + 1, false);
-    if (start <= table.size()) {
-        seen[start] = true;
-    }
-    for (uint32_t added = 0;; ++added) {
-        const sid_t current = chain.back();
-        // An id equal to the table's length has no entry to read: the walk ends there too.
-        if (current >= table.size() || added == limit) {
-            break;
-        }
-        const sid_t next = table[current];
-        if (next == ENDOFCHAIN || (next <= table.size() && seen[next])) {
-            break;
-        }
-        chain.push_back(next);
-        if (next <= table.size()) {
-            seen[next] = true;
-        }
-    }
-    chain.push_back(ENDOFCHAIN);
-    return chain;
+    std::vector<bool> seen;
+    return walk_release_chain(table, start, limit, seen);
 }
 
-bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
-                                         const File_Description& target) {
+namespace {
+
+bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Description& target,
+                  Release_Scratch& scratch) {
     const sid_t start = record.start_sid;
     const uint32_t size = record.stream_size;
     const uint32_t cutoff = file.header.mini_stream_cutoff_size;
@@ -162,10 +192,12 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
     sids_list chain;
     if (normal) {
         CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in normal file!");
-        chain = release_chain(file.big_sids_array, start, kNormalChainLimit);
+        chain =
+            walk_release_chain(file.big_sids_array, start, kNormalChainLimit, scratch.normal_seen);
     } else {
         CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in mini file!");
-        chain = release_chain(file.minisat_big_sids_array, start, kMiniChainLimit);
+        chain = walk_release_chain(file.minisat_big_sids_array, start, kMiniChainLimit,
+                                   scratch.mini_seen);
     }
     CFB_LOG_INFO("file sids_list as follow: ");
     CFB_LOG_INFO(print_sids_list(chain));
@@ -185,9 +217,17 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
     if (!out.create(target.path_wstr)) {
         return false;
     }
-    const bool written = normal ? write_file_runs(file, runs, out)
+    const bool written = normal ? write_file_runs(file, runs, out, scratch)
                                 : write_container_runs(file.short_stream_container, runs, out);
     return out.close() && written;
+}
+
+}  // namespace
+
+bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
+                                         const File_Description& target) {
+    Release_Scratch scratch;
+    return write_stream(file, record, target, scratch);
 }
 
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,
@@ -197,6 +237,7 @@ int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractN
     if (root == nullptr) {
         return 0;
     }
+    Release_Scratch scratch;
     for (const Cfb_Directory_Entry_AbstractNode* child : root->children) {
         if (child == nullptr || child->index >= file.directory_entrys.size()) {
             continue;
@@ -209,7 +250,7 @@ int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractN
         const File_Description child_path = path_record(folder.path_wstr + name);
         if (child->is_dir()) {
             try_create_folder(child_path.path_wstr);
-        } else if (write_cfb_directory_entry_to_a_file(file, record, child_path)) {
+        } else if (write_stream(file, record, child_path, scratch)) {
             ++released;
         }
     }
