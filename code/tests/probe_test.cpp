@@ -272,27 +272,6 @@ TEST_F(Probe, ShortFilesFailAtTheFirstByteBeyondTheEnd) {
     }
 }
 
-TEST_F(Probe, HigherSectorRootWinsAndStrayNameBytesMakeASlotImplausible) {
-    Sample_File sample = build_sample(Sample_Kind::word);
-    ASSERT_GE(sample.layout.directory_sids.size(), 2u);
-    const uint32_t late = 4 * static_cast<uint32_t>(sample.layout.directory_sids.size() - 1);
-    const uint64_t late_entry = test::directory_entry_offset(sample.layout, late);
-    sample.bytes[late_entry + 66] = 5;
-    patch_u32(sample.bytes, late_entry + 120, 630);
-    Cfb_File file(describe(save(sample)));
-    ASSERT_EQ(file.find_root_entry_by_scan(), 0u);
-    EXPECT_EQ(file.root_entry.did, 4 * sample.layout.directory_sids.back());  // slot index
-    EXPECT_EQ(file.mini_sector_count, 10u);
-
-    Sample_File stray = build_sample(Sample_Kind::word);
-    stray.bytes[test::directory_entry_offset(stray.layout, 0) + 40] = 0x58;
-    Cfb_File implausible(describe(save(stray, "stray.doc")));
-    EXPECT_EQ(implausible.find_root_entry_by_scan(), 0xFFFFFFFFu);
-    EXPECT_TRUE(implausible.scanned_directory_layout.empty());
-    EXPECT_EQ(Cfb_File::get_cfb_file_damaged_type(describe(save(stray, "again.doc"))),
-              ec::kRootLost);
-}
-
 TEST_F(Probe, CoreStreamRules) {
     // A small stream starting past the container's estimated mini sectors is left out; exactly
     // 4096 bytes counts as large.
