@@ -1,4 +1,5 @@
 // The DISAT and the SAT: which sectors hold the SAT, the SAT itself, and its chains.
+#include <algorithm>
 #include <string>
 
 #include "cfb_vornak/Cfb_File.h"
@@ -56,6 +57,19 @@ void Cfb_File::parse_sat_form_disat() {
     const uint64_t limit = 2 * (max_sid + 1) + Cfb_Header::kHeaderDisatCount;
     uint64_t sectors_read = 0;
     bool cut = false;
+    // Room for the sectors the DISAT names, but never for more sectors than the file holds:
+    // a table that names ids again grows as it is read.
+    uint64_t named = 0;
+    for (const sid_t sid : header_disat) {
+        named += is_special(sid) ? 0 : 1;
+    }
+    for (const sids_array& entries : disat_sector_entries) {
+        for (const sid_t sid : entries) {
+            named += is_special(sid) ? 0 : 1;
+        }
+    }
+    big_sids_array.reserve(
+        static_cast<std::size_t>(std::min({named, limit, max_sid + 1}) * kEntriesPerSector));
     // SAT sector ids are not checked against max_sid: one past the end of the file makes the
     // read fail, which ends the parse.
     auto read_sat_sector = [&](sid_t sid) {
@@ -69,16 +83,18 @@ void Cfb_File::parse_sat_form_disat() {
             return;
         }
         ++sectors_read;
-        // The sector's key appears with its first entry read, as an entry-wise append makes it.
         const uint32_t base = sector_offset(sid);
-        const sid_t first = in.u32(base);
-        sids_array& entries = sat_sector_dicts[sid];
-        entries.push_back(first);
-        big_sids_array.push_back(first);
-        for (uint32_t i = 1; i < kEntriesPerSector; ++i) {
-            const sid_t value = in.u32(uint64_t{base} + 4 * i);
-            entries.push_back(value);
-            big_sids_array.push_back(value);
+        sid_t values[kEntriesPerSector];
+        const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
+        // The sector's key appears with its first entry read, as an entry-wise append makes it;
+        // a sector cut by the end of the file keeps the entries before the failing one.
+        if (inside > 0) {
+            sids_array& entries = sat_sector_dicts[sid];
+            entries.insert(entries.end(), values, values + inside);
+            big_sids_array.insert(big_sids_array.end(), values, values + inside);
+        }
+        if (inside < kEntriesPerSector) {
+            in.fail_past_end(uint64_t{base} + 4 * inside);
         }
     };
     for (const sid_t sid : header_disat) {

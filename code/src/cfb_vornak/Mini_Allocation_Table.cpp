@@ -31,14 +31,20 @@ void Cfb_File::parse_minisat() {
     // ends at the last whole sector of the file.
     Sector_Reader in(*m_door);
     const uint64_t count = header.num_of_minisat_secs;
-    for (uint64_t i = 0; i < count && first + i <= max_sid; ++i) {
+    // The run never passes the file's last sector, which bounds the room set aside.
+    const uint64_t run = std::min(count, max_sid + 1 - first);
+    minisat_big_sids_array.reserve(static_cast<std::size_t>(run * kEntriesPerSector));
+    for (uint64_t i = 0; i < run; ++i) {
         const sid_t sid = static_cast<sid_t>(first + i);
         sids_array& entries = minisat_sector_dicts[sid];
         const uint32_t base = sector_offset(sid);
-        for (uint32_t j = 0; j < kEntriesPerSector; ++j) {
-            const sid_t value = in.u32(uint64_t{base} + 4 * j);
-            entries.push_back(value);
-            minisat_big_sids_array.push_back(value);
+        sid_t values[kEntriesPerSector];
+        const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
+        // A sector cut by the end of the file keeps the entries before the failing one.
+        entries.assign(values, values + inside);
+        minisat_big_sids_array.insert(minisat_big_sids_array.end(), values, values + inside);
+        if (inside < kEntriesPerSector) {
+            in.fail_past_end(uint64_t{base} + 4 * inside);
         }
     }
 

@@ -28,17 +28,22 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
         return chains;
     }
 
-    // A head is an id that no entry names as its successor.
+    // A head is an id that no entry names as its successor; each head gives at most a chain.
     Id_Bitmap linked(size);
+    std::size_t heads = size;
     for (const sid_t value : table) {
-        if (value < size) {
+        if (value < size && !linked.test(value)) {
             linked.set(value);
+            --heads;
         }
     }
+    chains.reserve(heads);
 
-    // Each head's walk has its own visited set: ids stamped with the walk's generation.
+    // Each head's walk has its own visited set: ids stamped with the walk's generation. The
+    // walk collects into one reused buffer, so that a kept chain is allocated once, at size.
     std::vector<uint32_t> visited(size, 0);
     uint32_t generation = 0;
+    sids_list chain;
     for (std::size_t head = 0; head < size; ++head) {
         if (linked.test(head)) {
             continue;
@@ -47,7 +52,7 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
             std::fill(visited.begin(), visited.end(), 0);
             generation = 1;
         }
-        sids_list chain;
+        chain.clear();
         sid_t cur = static_cast<sid_t>(head);
         enum class End { open, kept, ring } end = End::open;
         while (end == End::open && chain.size() <= kMaxExtractedChainIds) {
@@ -68,7 +73,7 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
             }
         }
         if (end == End::kept) {
-            chains.push_back(std::move(chain));
+            chains.emplace_back(chain.begin(), chain.end());
         } else if (end == End::ring) {
             on_event(Chain_Event::ring);
         }

@@ -48,4 +48,19 @@ uint32_t Sector_Reader::u32(uint64_t offset) const {
     return read_u32_le(bytes);
 }
 
+uint32_t Sector_Reader::u32_run(uint64_t offset, uint32_t count, uint32_t* out) const {
+    const auto inside = static_cast<uint32_t>(available(offset, uint64_t{count} * 4) / 4);
+    if (m_data == nullptr) {
+        for (uint32_t i = 0; i < inside; ++i) {
+            out[i] = u32(offset + 4 * i);
+        }
+        return inside;
+    }
+    const uint8_t* bytes = m_data + offset;
+    for (uint32_t i = 0; i < inside; ++i) {
+        out[i] = read_u32_le(bytes + 4 * i);
+    }
+    return inside;
+}
+
 }  // namespace vrk

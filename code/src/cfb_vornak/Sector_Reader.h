@@ -16,6 +16,9 @@ class Sector_Reader {
 
     // The little-endian 32-bit entry at `offset`.
     [[nodiscard]] uint32_t u32(uint64_t offset) const;
+    // Decodes up to `count` entries from `offset` into `out`, those that lie wholly inside the
+    // file; returns how many that is. The caller fails at the first missing one.
+    [[nodiscard]] uint32_t u32_run(uint64_t offset, uint32_t count, uint32_t* out) const;
     // How many of the `length` bytes from `offset` lie inside the file.
     [[nodiscard]] uint64_t available(uint64_t offset, uint64_t length) const;
     // Copies `length` bytes that the caller knows to lie inside the file.
