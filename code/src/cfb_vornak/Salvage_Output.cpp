@@ -110,6 +110,40 @@ bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& b
     return true;
 }
 
+// Writes the bytes of `pieces` to `path`. Pieces that follow each other in the stream without
+// gaps are written straight from the mapped input, joined where they also follow each other in
+// the file; a stream with gaps, or one split into many small runs, goes through one gathered
+// copy instead, which yields the same bytes.
+bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64_t size,
+                  const std::vector<Salvage_Piece>& pieces, std::string& error) {
+    constexpr uint64_t kSmallRun = 64 * 1024;
+    uint64_t next = 0;
+    uint64_t runs = 0;
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const Salvage_Piece& p = pieces[i];
+        if (p.stream_offset != next || p.file_offset > size || p.length > size - p.file_offset) {
+            return write_file(path, salvaged_bytes(data, size, pieces), error);
+        }
+        if (i == 0 || pieces[i - 1].file_offset + pieces[i - 1].length != p.file_offset) ++runs;
+        next += p.length;
+    }
+    if (runs > 1 + next / kSmallRun)
+        return write_file(path, salvaged_bytes(data, size, pieces), error);
+    platform::Output_File out;
+    bool ok = out.create(platform::from_path(path));
+    for (std::size_t i = 0; ok && i < pieces.size();) {
+        const uint64_t start = pieces[i].file_offset;
+        uint64_t length = 0;
+        for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
+            length += pieces[i].length;
+        }
+        ok = out.write(data + start, static_cast<std::size_t>(length));
+    }
+    ok = out.close() && ok;
+    if (!ok) error = "cannot write " + platform::to_utf8(platform::from_path(path));
+    return ok;
+}
+
 // Where --extract puts an unclaimed chain, relative to its folder.
 std::string lost_name(const Salvage_Lost_Chain& c) {
     return "lost/sector_" + std::to_string(c.first_sector) + ".bin";
@@ -266,7 +300,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
             paths[i] = target;
             continue;
         }
-        if (!write_file(target, salvaged_bytes(data, size, e.pieces), error)) return false;
+        if (!write_pieces(target, data, size, e.pieces, error)) return false;
     }
     if (!result.lost_chains.empty()) {
         const fs::path lost = root / "lost";
@@ -278,7 +312,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
         for (const Salvage_Lost_Chain& c : result.lost_chains) {
             const fs::path file = root / lost_name(c);
             if (platform::is_link(file)) continue;
-            if (!write_file(file, salvaged_bytes(data, size, c.pieces), error)) return false;
+            if (!write_pieces(file, data, size, c.pieces, error)) return false;
         }
     }
     return true;
