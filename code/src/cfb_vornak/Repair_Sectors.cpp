@@ -14,48 +14,62 @@ namespace vrk {
 
 namespace {
 
+// The hash of every value of one sector, written by Sector_Summary for Repeat_Finder.
+using Sector_Hashes = std::array<uint32_t, kValuesPerSector>;
+
 // True when an ordinary value (below DIFSECT) stands twice among a sector's 128; markers may
 // repeat. Each sector stamps the entries of a small table (it stays in the first-level cache)
-// picked by a hash of its values: a repeat always finds its entry stamped, and so, now and
-// then, does a different value with the same hash. Only then are the earlier values searched.
-// Markers share entry 0, which no ordinary value uses, so that the common path carries no
-// test for them.
+// picked by the hashes of its values: a repeat always finds its entry stamped, and so, now and
+// then, does a different value with the same hash, or a marker. Only then are the earlier
+// values searched. The stamps are tested four values at a time, so that the common path takes
+// one branch per four values.
 class Repeat_Finder {
   public:
+    static constexpr uint32_t kEntries = uint32_t{1} << 14;
+
     Repeat_Finder() : m_stamps(kEntries, 0) {}
 
-    bool has_repeat(const uint8_t* bytes) {
+    bool has_repeat(const uint8_t* bytes, const Sector_Hashes& hashes) {
         if (++m_stamp == 0) {
             std::fill(m_stamps.begin(), m_stamps.end(), 0);
             m_stamp = 1;
         }
-        std::array<uint16_t, kValuesPerSector> entries;
-        for (std::size_t i = 0; i < kValuesPerSector; ++i) {
-            const uint32_t value = read_u32_le(bytes + 4 * i);
-            const auto hash = static_cast<uint16_t>((value ^ (value >> 16)) & (kEntries - 1));
-            entries[i] = value >= DIFSECT ? 0 : (hash == 0 ? 1 : hash);
-        }
         // Local copies: stores through the byte table could otherwise alias the members.
         const uint8_t current = m_stamp;
         uint8_t* const table = m_stamps.data();
-        for (std::size_t i = 0; i < kValuesPerSector; ++i) {
-            uint8_t& stamp = table[entries[i]];
-            if (stamp == current && entries[i] != 0 && occurs_before(bytes, i)) return true;
-            stamp = current;
+        constexpr std::size_t kGroup = 4;
+        static_assert(kValuesPerSector % kGroup == 0);
+        for (std::size_t i = 0; i < kValuesPerSector; i += kGroup) {
+            // In order, store after load: a value meeting its twin within the group finds the
+            // twin's stamp.
+            uint32_t stamped = 0;
+            for (std::size_t j = 0; j < kGroup; ++j) {
+                uint8_t& stamp = table[hashes[i + j]];
+                stamped |= (stamp == current ? 1u : 0u) << j;
+                stamp = current;
+            }
+            if (stamped != 0 && repeat_among(bytes, i, stamped)) return true;
         }
         return false;
     }
 
   private:
-    // Whether value i stands among values 0 .. i - 1.
-    static bool occurs_before(const uint8_t* bytes, std::size_t i) {
-        const uint32_t value = read_u32_le(bytes + 4 * i);
-        uint32_t found = 0;
-        for (std::size_t j = 0; j < i; ++j) found |= read_u32_le(bytes + 4 * j) == value ? 1 : 0;
-        return found != 0;
+    // Whether an ordinary value among those at from + j, for the bits j set in `which`, also
+    // stands before it.
+    static bool repeat_among(const uint8_t* bytes, std::size_t from, uint32_t which) {
+        for (std::size_t i = from; which != 0; ++i, which >>= 1) {
+            if ((which & 1u) == 0) continue;
+            const uint32_t value = read_u32_le(bytes + 4 * i);
+            if (value >= DIFSECT) continue;
+            uint32_t found = 0;
+            for (std::size_t j = 0; j < i; ++j) {
+                found |= read_u32_le(bytes + 4 * j) == value ? 1 : 0;
+            }
+            if (found != 0) return true;
+        }
+        return false;
     }
 
-    static constexpr uint32_t kEntries = uint32_t{1} << 14;
     std::vector<uint8_t> m_stamps;
     uint8_t m_stamp = 0;
 };
@@ -68,16 +82,21 @@ struct Sector_Facts {
     bool past_mini_range = false;  // an ordinary value above the highest mini sector id
 };
 
-// Sector_Facts by comparisons against limits fixed for the whole file, branch-free and signed
-// after flipping the top bit, so that the compiler keeps the loop in vector registers.
+// Sector_Facts and the values' hashes, by comparisons against limits fixed for the whole file:
+// branch-free and signed after flipping the top bit, so that the compiler keeps the loop in
+// vector registers. Adding 4 before the flip turns the four markers into the lowest values,
+// so that one comparison asks both "ordinary" and "above the limit".
 class Sector_Summary {
   public:
     Sector_Summary(uint64_t max_sid, uint64_t highest_mini_sid)
-        : m_past_file(biased(max_sid)),
+        : m_past_file(shifted(max_sid)),
           m_at_least_max(biased(max_sid - 1)),
-          m_past_mini(biased(highest_mini_sid)) {}
+          m_past_mini(shifted(highest_mini_sid)) {}
 
-    [[nodiscard]] Sector_Facts summarize(const uint8_t* bytes) const {
+    // Kept out of line: inlined into the sector loop, whose calls clobber every vector
+    // register, GCC keeps the four sums on the stack and the loop runs at half the speed.
+    [[nodiscard]] [[gnu::noinline]] Sector_Facts summarize(const uint8_t* bytes,
+                                                           Sector_Hashes& hashes) const {
         // Each comparison yields 0 or all ones, as the vector compare instructions do.
         int32_t markers = 0;
         int32_t past_file = 0;
@@ -85,25 +104,31 @@ class Sector_Summary {
         int32_t past_mini = 0;
         for (std::size_t slot = 0; slot < kValuesPerSector; ++slot) {
             const uint32_t value = read_u32_le(bytes + 4 * slot);
-            const int32_t v = biased(value);
-            const int32_t ordinary = v < kDifsect ? -1 : 0;
-            // FATSECT and DIFSECT differ in the lowest bit only.
-            markers |= (value | 1u) == FATSECT ? -1 : 0;
-            past_file |= ordinary & (v > m_past_file ? -1 : 0);
+            const auto v = static_cast<int32_t>(value ^ kTopBit);
+            const auto s = static_cast<int32_t>(static_cast<uint32_t>(v) + 4);
+            // FATSECT and DIFSECT become 1 and 0.
+            markers |= s < kShiftedFatsectEnd ? -1 : 0;
+            past_file |= s > m_past_file ? -1 : 0;
             at_least_max |= v > m_at_least_max ? -1 : 0;
-            past_mini |= ordinary & (v > m_past_mini ? -1 : 0);
+            past_mini |= s > m_past_mini ? -1 : 0;
+            hashes[slot] = (value ^ (value >> 16)) & (Repeat_Finder::kEntries - 1);
         }
         return {markers != 0, past_file != 0, at_least_max == 0, past_mini != 0};
     }
 
   private:
+    static constexpr uint32_t kTopBit = 0x80000000u;
+    static constexpr auto kShiftedFatsectEnd = static_cast<int32_t>(2u ^ kTopBit);
+
     // A limit past 32 bits becomes the largest value, which no value exceeds.
     static int32_t biased(uint64_t limit) {
         const auto clamped = static_cast<uint32_t>(std::min<uint64_t>(limit, UINT32_MAX));
-        return static_cast<int32_t>(clamped ^ 0x80000000u);
+        return static_cast<int32_t>(clamped ^ kTopBit);
     }
+    // The limit for "an ordinary value above `limit`": ordinary values reach DIFSECT - 1 at
+    // most, which shifted is UINT32_MAX.
+    static int32_t shifted(uint64_t limit) { return biased(limit + 4); }
 
-    static constexpr int32_t kDifsect = static_cast<int32_t>(DIFSECT ^ 0x80000000u);
     int32_t m_past_file;
     int32_t m_at_least_max;
     int32_t m_past_mini;
@@ -165,14 +190,15 @@ void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
     if (end == 0) return;
     const Sector_Summary summary(max_sid, mini_sector_count == 0 ? 0 : mini_sector_count - 1);
     Repeat_Finder repeats;
+    Sector_Hashes hashes;
     std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
     for (uint64_t i = 0; i < end; ++i) {
         const auto sid = static_cast<sid_t>(i);
         const uint8_t* bytes = reader.bytes(sid, buffer);
-        const Sector_Facts facts = summary.summarize(bytes);
+        const Sector_Facts facts = summary.summarize(bytes, hashes);
         // With a marker and a value past the file a sector goes nowhere, repeat or not.
         if (facts.table_marker && facts.past_the_file) continue;
-        if (repeats.has_repeat(bytes)) continue;
+        if (repeats.has_repeat(bytes, hashes)) continue;
         if (facts.table_marker) {
             sets.found_sat_sids.insert(sid);
             continue;
