@@ -92,6 +92,10 @@ TEST(PlatformCopy, AppendsRangesAfterWrittenBytes) {
     EXPECT_EQ(out.append_range(in, 512, UINT64_MAX), source.size() - 512);
     EXPECT_EQ(out.append_range(in, source.size() + 1, 100), 0U);
     EXPECT_TRUE(out.close());
+    std::string read(20, '?');
+    EXPECT_EQ(in.read_at(source.size() - 8, read.data(), read.size()), 8U);
+    EXPECT_EQ(read.substr(0, 8), source.substr(source.size() - 8));
+    EXPECT_EQ(in.read_at(source.size() + 1, read.data(), read.size()), 0U);
     EXPECT_TRUE(test::read_file(folder / "out.bin") ==
                 "head" + source.substr(5, 10) + source.substr(512));
 

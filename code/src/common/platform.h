@@ -90,6 +90,10 @@ class Input_File {
     bool open(const std::wstring& path);
     [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
     void close();
+    // Reads up to `size` bytes from `offset` on into `buffer`; fewer only at the file's end or
+    // on an error. For whole-file passes: on some virtual machines touching every page of a
+    // large mapping costs several times what copying the same bytes out of the cache does.
+    std::size_t read_at(uint64_t offset, void* buffer, std::size_t size) const;
 
   private:
     friend class Output_File;

@@ -222,6 +222,21 @@ void Input_File::close() {
     m_handle = kNoHandle;
 }
 
+std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size) const {
+    const auto largest = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
+    if (!is_open() || offset > largest) return 0;
+    auto* out = static_cast<uint8_t*>(buffer);
+    std::size_t done = 0;
+    while (done < size && offset + done <= largest) {
+        const ssize_t got = ::pread(descriptor(m_handle), out + done, chunk(size - done),
+                                    static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        done += static_cast<std::size_t>(got);
+    }
+    return done;
+}
+
 Output_File::~Output_File() {
     close();
 }

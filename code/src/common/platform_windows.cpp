@@ -254,6 +254,30 @@ void Input_File::close() {
     m_handle = kNoHandle;
 }
 
+std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size) const {
+    if (!is_open()) return 0;
+    auto* out = static_cast<uint8_t*>(buffer);
+    std::size_t done = 0;
+    while (done < size) {
+        const uint64_t at = offset + done;
+        if (at < offset) break;  // past the largest offset
+        // Reads name their offset, so the handle's own position plays no part.
+        OVERLAPPED position{};
+        position.Offset = static_cast<DWORD>(at);
+        position.OffsetHigh = static_cast<DWORD>(at >> 32);
+        const auto want = static_cast<DWORD>(std::min<std::size_t>(size - done, DWORD{1} << 30));
+        DWORD got = 0;
+        if (!::ReadFile(native_handle(m_handle), out + done, want, &got, &position)) {
+            const DWORD error = ::GetLastError();
+            if (error != ERROR_HANDLE_EOF) set_errno_from_last_error(error);
+            break;
+        }
+        if (got == 0) break;
+        done += got;
+    }
+    return done;
+}
+
 Output_File::~Output_File() {
     close();
 }
@@ -276,24 +300,14 @@ bool Output_File::write(const void* data, std::size_t size) {
 
 uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, uint64_t length) {
     if (!is_open() || !source.is_open()) return 0;
-    // Large blocks keep the number of system calls small; reads name their offset, so the
-    // source's own position plays no part.
+    // Large blocks keep the number of system calls small.
     constexpr std::size_t kBlock = std::size_t{8} << 20;
     std::vector<uint8_t> block(static_cast<std::size_t>(std::min<uint64_t>(length, kBlock)));
     uint64_t copied = 0;
     while (copied < length) {
-        const uint64_t at = offset + copied;
-        if (at < offset) break;  // past the largest offset
-        OVERLAPPED position{};
-        position.Offset = static_cast<DWORD>(at);
-        position.OffsetHigh = static_cast<DWORD>(at >> 32);
-        const auto want = static_cast<DWORD>(std::min<uint64_t>(block.size(), length - copied));
-        DWORD got = 0;
-        if (!::ReadFile(native_handle(source.m_handle), block.data(), want, &got, &position)) {
-            const DWORD error = ::GetLastError();
-            if (error != ERROR_HANDLE_EOF) set_errno_from_last_error(error);
-            break;
-        }
+        const auto want =
+            static_cast<std::size_t>(std::min<uint64_t>(block.size(), length - copied));
+        const std::size_t got = source.read_at(offset + copied, block.data(), want);
         if (got == 0 || !write_all(native_handle(m_handle), block.data(), got)) break;
         copied += got;
     }
