@@ -10,7 +10,6 @@
 #include "cfb_vornak/Cfb_Builder.h"
 
 #include <algorithm>
-#include <fstream>
 #include <limits>
 #include <stdexcept>
 
@@ -92,6 +91,10 @@ class Sink {
   public:
     virtual ~Sink() = default;
     virtual void write(const uint8_t* data, std::size_t size) = 0;
+    // Sinks that write a file can have runs of another file copied into it.
+    [[nodiscard]] virtual bool copies_files() const { return false; }
+    virtual void copy(const platform::Input_File& /*file*/, uint64_t /*offset*/,
+                      uint64_t /*length*/) {}
     void write_zeros(std::size_t size) {
         static const uint8_t zeros[4096] = {};
         while (size > 0) {
@@ -113,15 +116,39 @@ class Vector_Sink final : public Sink {
     std::vector<uint8_t>& m_out;
 };
 
+// Small writes gather in a buffer; once one write fails, nothing more is written.
 class File_Sink final : public Sink {
   public:
-    explicit File_Sink(std::ofstream& out) : m_out(out) {}
+    explicit File_Sink(platform::Output_File& out) : m_out(out) { m_buffer.reserve(kBuffer); }
     void write(const uint8_t* data, std::size_t size) override {
-        m_out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+        if (m_buffer.size() + size > kBuffer) flush();
+        if (size >= kBuffer) {
+            m_ok = m_ok && m_out.write(data, size);
+            return;
+        }
+        m_buffer.insert(m_buffer.end(), data, data + size);
+    }
+    [[nodiscard]] bool copies_files() const override { return true; }
+    void copy(const platform::Input_File& file, uint64_t offset, uint64_t length) override {
+        flush();
+        m_ok = m_ok && m_out.append_range(file, offset, length) == length;
+    }
+    // Writes what is still buffered; false when any write failed.
+    bool finish() {
+        flush();
+        return m_ok;
     }
 
   private:
-    std::ofstream& m_out;
+    void flush() {
+        if (!m_buffer.empty()) m_ok = m_ok && m_out.write(m_buffer.data(), m_buffer.size());
+        m_buffer.clear();
+    }
+
+    static constexpr std::size_t kBuffer = std::size_t{1} << 20;
+    platform::Output_File& m_out;
+    std::vector<uint8_t> m_buffer;
+    bool m_ok = true;
 };
 
 class Builder {
@@ -163,7 +190,15 @@ class Builder {
             sink.write(item.data.data(), item.data.size());
             return;
         }
-        m_source->write(item, [&sink](const uint8_t* p, std::size_t n) { sink.write(p, n); });
+        const auto out = [&sink](const uint8_t* p, std::size_t n) { sink.write(p, n); };
+        const platform::Input_File* file = m_source->input_file();
+        if (file == nullptr || !sink.copies_files()) {
+            m_source->write(item, out);
+            return;
+        }
+        m_source->write_or_copy(item, out, [&sink, file](uint64_t offset, uint64_t length) {
+            sink.copy(*file, offset, length);
+        });
     }
 
     Builder_Options m_options;
@@ -559,15 +594,12 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
 namespace {
 
 bool write_built(const std::wstring& path, const Builder& builder, Build_Layout* layout) {
-    std::ofstream out;
-    std::vector<char> buffer(1 << 20);
-    out.rdbuf()->pubsetbuf(buffer.data(), static_cast<std::streamsize>(buffer.size()));
-    out.open(platform::to_path(path), std::ios::binary | std::ios::trunc);
-    if (!out) return false;
+    platform::Output_File out;
+    if (!out.create(path)) return false;
     File_Sink sink(out);
     builder.emit(sink);
-    out.close();
-    if (!out) return false;
+    const bool written = sink.finish();
+    if (!out.close() || !written) return false;
     if (layout != nullptr) builder.describe(*layout);
     return true;
 }

@@ -29,12 +29,16 @@
 
 namespace vrk {
 
+namespace platform {
+class Input_File;
+}
+
 struct Builder_Options {
-    uint16_t major_version = 3;      // 3: 512-byte sectors; 4: 4096-byte sectors
+    uint16_t major_version = 3;  // 3: 512-byte sectors; 4: 4096-byte sectors
     uint16_t minor_version = 0x003E;
-    bool sibling_chain = false;      // each storage's children as one long right-sibling chain
-    bool tables_at_end = false;      // directory, MiniSAT, SAT and DISAT after the stream data
-    bool sat_in_last_sector = false; // a SAT sector is the file's last sector (fails the checks)
+    bool sibling_chain = false;       // each storage's children as one long right-sibling chain
+    bool tables_at_end = false;       // directory, MiniSAT, SAT and DISAT after the stream data
+    bool sat_in_last_sector = false;  // a SAT sector is the file's last sector (fails the checks)
 };
 
 // Where the builder put everything, so tests can damage exactly one structure.
@@ -53,8 +57,10 @@ struct Build_Layout {
         uint32_t size = 0;
     };
     std::vector<Stream_Place> streams;
-    std::vector<std::u16string> storages;   // paths of the storages, root excluded
-    uint64_t file_offset_of(sid_t sid) const { return (static_cast<uint64_t>(sid) + 1) * sector_size; }
+    std::vector<std::u16string> storages;  // paths of the storages, root excluded
+    uint64_t file_offset_of(sid_t sid) const {
+        return (static_cast<uint64_t>(sid) + 1) * sector_size;
+    }
 };
 
 // The whole file in memory. `root` is the root storage (its name is ignored: "Root Entry").
@@ -71,10 +77,22 @@ bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& ro
 // handed to `out` in file order, in as many pieces as suit the source.
 class Stream_Source {
   public:
+    using Bytes_Out = std::function<void(const uint8_t*, std::size_t)>;
+    // A run of `length` bytes of input_file() from `offset` on.
+    using Range_Out = std::function<void(uint64_t, uint64_t)>;
+
     virtual ~Stream_Source() = default;
     virtual uint64_t size(const Cfb_Fs_Item_FileNode& item) const = 0;
-    virtual void write(const Cfb_Fs_Item_FileNode& item,
-                       const std::function<void(const uint8_t*, std::size_t)>& out) const = 0;
+    virtual void write(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out) const = 0;
+
+    // A source whose bytes lie in a file it has open names that file, and hands the runs of it
+    // to `copy` (the rest to `out`), so that the builder has the system copy them between the
+    // files without passing them through memory.
+    [[nodiscard]] virtual const platform::Input_File* input_file() const { return nullptr; }
+    virtual void write_or_copy(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out,
+                               const Range_Out& /*copy*/) const {
+        write(item, out);
+    }
 };
 
 // As above, every stream's size and bytes taken from `source` instead of the items' data, so
