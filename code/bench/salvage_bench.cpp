@@ -111,12 +111,14 @@ int64_t salvage_once(const stdfs::path& input, const stdfs::path& output, bool t
     if (vrk::platform::map_file(vrk::platform::from_path(input), mapped) !=
         vrk::platform::Map_Step::ok)
         return -1;
-    const vrk::Salvage_Result result = vrk::salvage_bytes(mapped.data, mapped.size);
+    vrk::platform::Input_File file;
+    if (!file.open(vrk::platform::from_path(input))) return -1;
+    const vrk::Salvage_Result result = vrk::salvage_bytes(mapped.data, mapped.size, false, &file);
     std::string error;
     const std::wstring out = vrk::platform::from_path(output);
     const bool written =
-        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, false, error)
-                : vrk::salvage_extract(mapped.data, mapped.size, result, out, false, error);
+        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, false, error, &file)
+                : vrk::salvage_extract(mapped.data, mapped.size, result, out, false, error, &file);
     vrk::platform::unmap_file(mapped);
     return written ? static_cast<int64_t>(result.count(vrk::Salvage_State::recovered)) : -1;
 }

@@ -76,7 +76,8 @@ std::string describe(const Sat_Table& sat, const Dir_Candidate& dir, sid_t minis
 
 }  // namespace
 
-Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only) {
+Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only,
+                             const platform::Input_File* file) {
     const Header_Evidence header = read_header(data, size);
     std::vector<uint32_t> sizes;
     const uint32_t declared = header.declared_sector_size();
@@ -107,7 +108,7 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
     for (uint32_t sector_size : sizes) {
         const Sector_Geometry geometry(sector_size, size);
         if (geometry.whole_count == 0) continue;
-        auto classes = std::make_unique<Sector_Classes>(classify_sectors(data, geometry));
+        auto classes = std::make_unique<Sector_Classes>(classify_sectors(data, geometry, file));
         const bool header_fits = sector_size == declared;
         // Built one at a time: when the header's own layout verifies in full, the others are
         // never made. Reserved, so that references to earlier tables stay valid.

@@ -20,6 +20,10 @@
 
 namespace vrk {
 
+namespace platform {
+class Input_File;
+}
+
 enum class Salvage_State { recovered, partial, lost };
 
 // A run of the input file that holds bytes of a stream, at `stream_offset` in the stream.
@@ -75,8 +79,10 @@ struct Salvage_Result {
 
 // Salvages the `size` bytes at `data` (the whole input file, read only). With
 // `header_layout_only`, only the layout the header describes is tried: what a plain reader of
-// the format would see.
-Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only = false);
+// the format would see. `file`, when given, is the same input open for reading: passes over
+// every sector read it in blocks (the result is the same).
+Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only = false,
+                             const platform::Input_File* file = nullptr);
 
 // Counts the streams of the file at `path` (mapped read-only, found with every kind of
 // evidence) and those that resolve under the header's own layout: the check a repaired file is

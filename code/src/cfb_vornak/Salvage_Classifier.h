@@ -9,6 +9,10 @@
 
 #include "cfb_vornak/cfb_types.h"
 
+namespace vrk::platform {
+class Input_File;
+}
+
 namespace vrk::salvage {
 
 // Sector n of a file with `sector_size`-byte sectors begins at (n + 1) * sector_size.
@@ -45,6 +49,10 @@ struct Sector_Classes {
 bool is_table_like(const uint8_t* sector, uint32_t entries, uint64_t bound,
                    bool allow_twice = false);
 
-Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry);
+// Every whole sector of the `geometry.file_size` bytes at `data`. With `file` (the same bytes,
+// open for reading) the sectors are read from it in large blocks instead: one pass over the
+// cache rather than a touch of every page of the mapping. A short read falls back to `data`.
+Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry,
+                                const platform::Input_File* file = nullptr);
 
 }  // namespace vrk::salvage

@@ -111,11 +111,13 @@ bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& b
 }
 
 // Writes the bytes of `pieces` to `path`. Pieces that follow each other in the stream without
-// gaps are written straight from the mapped input, joined where they also follow each other in
-// the file; a stream with gaps, or one split into many small runs, goes through one gathered
-// copy instead, which yields the same bytes.
+// gaps are written straight from the input (copied by the system from `file` when it is open,
+// else from the mapped bytes), joined where they also follow each other in the file; a stream
+// with gaps, or one split into many small runs, goes through one gathered copy instead, which
+// yields the same bytes.
 bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64_t size,
-                  const std::vector<Salvage_Piece>& pieces, std::string& error) {
+                  const platform::Input_File* file, const std::vector<Salvage_Piece>& pieces,
+                  std::string& error) {
     constexpr uint64_t kSmallRun = 64 * 1024;
     uint64_t next = 0;
     uint64_t runs = 0;
@@ -137,7 +139,8 @@ bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64
         for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
             length += pieces[i].length;
         }
-        ok = out.write(data + start, static_cast<std::size_t>(length));
+        ok = file != nullptr ? out.append_range(*file, start, length) == length
+                             : out.write(data + start, static_cast<std::size_t>(length));
     }
     ok = out.close() && ok;
     if (!ok) error = "cannot write " + platform::to_utf8(platform::from_path(path));
@@ -263,7 +266,8 @@ std::wstring safe_component(const std::wstring& name) {
 }
 
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                     const std::wstring& folder, bool keep_partial, std::string& error) {
+                     const std::wstring& folder, bool keep_partial, std::string& error,
+                     const platform::Input_File* file) {
     namespace fs = std::filesystem;
     std::error_code ec;
     const fs::path root = platform::to_path(folder);
@@ -300,7 +304,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
             paths[i] = target;
             continue;
         }
-        if (!write_pieces(target, data, size, e.pieces, error)) return false;
+        if (!write_pieces(target, data, size, file, e.pieces, error)) return false;
     }
     if (!result.lost_chains.empty()) {
         const fs::path lost = root / "lost";
@@ -310,9 +314,9 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
             return false;
         }
         for (const Salvage_Lost_Chain& c : result.lost_chains) {
-            const fs::path file = root / lost_name(c);
-            if (platform::is_link(file)) continue;
-            if (!write_pieces(file, data, size, c.pieces, error)) return false;
+            const fs::path file_path = root / lost_name(c);
+            if (platform::is_link(file_path)) continue;
+            if (!write_pieces(file_path, data, size, file, c.pieces, error)) return false;
         }
     }
     return true;
@@ -379,9 +383,9 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
 // read as zeros, as salvaged_bytes gives them.
 class Pieces_Source final : public Stream_Source {
   public:
-    Pieces_Source(const uint8_t* data, uint64_t size,
+    Pieces_Source(const uint8_t* data, uint64_t size, const platform::Input_File* file,
                   std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams)
-        : m_data(data), m_size(size), m_streams(std::move(streams)) {}
+        : m_data(data), m_size(size), m_file(file), m_streams(std::move(streams)) {}
 
     uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
         uint64_t end = 0;
@@ -389,8 +393,16 @@ class Pieces_Source final : public Stream_Source {
         return end;
     }
 
-    void write(const Cfb_Fs_Item_FileNode& item,
-               const std::function<void(const uint8_t*, std::size_t)>& out) const override {
+    void write(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out) const override {
+        write_or_copy(item, out, nullptr);
+    }
+
+    [[nodiscard]] const platform::Input_File* input_file() const override { return m_file; }
+
+    // Long runs are copied from the file; short ones (mini streams) come from the map.
+    void write_or_copy(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out,
+                       const Range_Out& copy) const override {
+        constexpr uint64_t kCopiedRun = 64 * 1024;
         static const uint8_t zeros[4096] = {};
         uint64_t at = 0;
         for (const Salvage_Piece& p : pieces(item)) {
@@ -400,7 +412,11 @@ class Pieces_Source final : public Stream_Source {
                 out(zeros, n);
                 gap -= n;
             }
-            out(m_data + p.file_offset, static_cast<std::size_t>(p.length));
+            if (copy && p.length >= kCopiedRun) {
+                copy(p.file_offset, p.length);
+            } else {
+                out(m_data + p.file_offset, static_cast<std::size_t>(p.length));
+            }
             at = p.stream_offset + p.length;
         }
     }
@@ -419,6 +435,7 @@ class Pieces_Source final : public Stream_Source {
 
     const uint8_t* m_data;
     uint64_t m_size;
+    const platform::Input_File* m_file;
     std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> m_streams;
 };
 
@@ -430,10 +447,11 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
 }
 
 bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                   const std::wstring& path, bool keep_partial, std::string& error) {
+                   const std::wstring& path, bool keep_partial, std::string& error,
+                   const platform::Input_File* file) {
     std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams;
     const auto tree = tree_of(data, size, result, keep_partial, &streams);
-    const Pieces_Source source(data, size, std::move(streams));
+    const Pieces_Source source(data, size, file, std::move(streams));
     try {
         if (write_compound_file(path, *tree, source)) return true;
     } catch (const std::exception& e) {

@@ -27,9 +27,11 @@ std::wstring safe_component(const std::wstring& name);
 // Writes the recovered tree under `folder` (created if needed): storages as folders, streams
 // as files, unclaimed chains as lost/sector_N.bin. Partial streams only with `keep_partial`,
 // their missing ranges as zero bytes. Nothing is written outside `folder`. False with a reason
-// on a file-system failure.
+// on a file-system failure. `file`, when given, is the input open for reading: long runs are
+// then copied from it by the system (same bytes).
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                     const std::wstring& folder, bool keep_partial, std::string& error);
+                     const std::wstring& folder, bool keep_partial, std::string& error,
+                     const platform::Input_File* file = nullptr);
 
 // The recovered tree as builder items (root's class id, state bits and times included).
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
@@ -38,7 +40,9 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
 // Writes the recovered tree to `path` as a fresh compound file through the builder, the
 // streams' bytes read from the input as the file is written (never all held in memory).
 // Partial streams only with `keep_partial`, as salvage_tree gives them. False with a reason.
+// `file` as for salvage_extract.
 bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                   const std::wstring& path, bool keep_partial, std::string& error);
+                   const std::wstring& path, bool keep_partial, std::string& error,
+                   const platform::Input_File* file = nullptr);
 
 }  // namespace vrk

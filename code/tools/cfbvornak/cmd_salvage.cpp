@@ -69,7 +69,10 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     const uint8_t* data = step == platform::Map_Step::ok ? mapped.data : nullptr;
     const uint64_t size = step == platform::Map_Step::ok ? mapped.size : 0;
 
-    const Salvage_Result result = salvage_bytes(data, size);
+    // Passes over the whole file and the copies of long runs read through an open file.
+    platform::Input_File file;
+    const platform::Input_File* reader = file.open(platform::widen(input)) ? &file : nullptr;
+    const Salvage_Result result = salvage_bytes(data, size, false, reader);
     const std::string prefix = "salvage " + input + ": ";
     for (const std::string& line : result.log) {
         Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
@@ -82,14 +85,15 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
             : kExitPartial;
     if (result.is_compound_file && parsed.options.count("--extract") != 0) {
         const std::string folder = user_path(parsed.options["--extract"]);
-        if (!salvage_extract(data, size, result, platform::widen(folder), keep_partial, error)) {
+        if (!salvage_extract(data, size, result, platform::widen(folder), keep_partial, error,
+                             reader)) {
             print_error(error);
             status = kExitUsage;
         }
     }
     if (result.is_compound_file && parsed.options.count("--out") != 0) {
         const std::string out = user_path(parsed.options["--out"]);
-        if (!salvage_write(data, size, result, platform::widen(out), keep_partial, error)) {
+        if (!salvage_write(data, size, result, platform::widen(out), keep_partial, error, reader)) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }
