@@ -203,9 +203,12 @@ bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
                              std::size_t& streams) {
     platform::Mapped_File mapped;
     if (platform::map_file(path, mapped) != platform::Map_Step::ok) return false;
+    platform::Input_File file;
+    const platform::Input_File* reader = file.open(path) ? &file : nullptr;
     // The streams the file holds, found with every kind of evidence; those a plain reader gets.
-    streams = salvage_bytes(mapped.data, mapped.size).stream_count();
-    resolved = salvage_bytes(mapped.data, mapped.size, true).count(Salvage_State::recovered);
+    streams = salvage_bytes(mapped.data, mapped.size, false, reader).stream_count();
+    resolved =
+        salvage_bytes(mapped.data, mapped.size, true, reader).count(Salvage_State::recovered);
     platform::unmap_file(mapped);
     return true;
 }
