@@ -88,8 +88,12 @@ bool Cfb_Logger::get_log_dir(std::string& log_dir) {
     return true;
 }
 
+bool Cfb_Logger::writes(int level) {
+    return level >= kLowestLoggedLevel;
+}
+
 void Cfb_Logger::write(const std::string& message, const char* source_file, int line, int level) {
-    if (level < kLowestLoggedLevel) return;
+    if (!writes(level)) return;
     auto& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     if (!s.initialised) return;

@@ -14,6 +14,8 @@ public:
     // Starts once per process; always true. Later calls change nothing.
     static bool start(const std::string& config_dir, const std::string& tag, const std::string& log_dir);
     static bool is_init();
+    // Whether lines of `level` reach the log at all (information lines are dropped).
+    static bool writes(int level);
     // The log folder, copied under the mutex; false when not started.
     static bool get_log_dir(std::string& log_dir);
 

@@ -1,10 +1,13 @@
 #include "cfb_vornak/Cfb_Reports.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -22,6 +25,50 @@ namespace {
 
 constexpr std::size_t kTextBuffer = std::size_t{1} << 18;
 constexpr std::size_t kFileBuffer = std::size_t{1} << 20;
+
+// "00" to "99": numbers are formatted two digits at a time.
+constexpr std::array<char, 200> kDigitPairs = [] {
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}();
+
+// Writes the decimal digits of `value` so that they end just before `end`; returns where
+// they start.
+char* put_digits_before(char* end, uint64_t value) {
+    while (value >= 100) {
+        end -= 2;
+        std::memcpy(end, kDigitPairs.data() + 2 * (value % 100), 2);
+        value /= 100;
+    }
+    if (value >= 10) {
+        end -= 2;
+        std::memcpy(end, kDigitPairs.data() + 2 * value, 2);
+    } else {
+        *--end = static_cast<char>('0' + value);
+    }
+    return end;
+}
+
+// `value` right-aligned in a field of ten characters padded with blanks (wider when it has
+// more digits) at `out`; returns the end. A 32-bit value always takes exactly ten.
+char* put_width10(char* out, uint64_t value) {
+    constexpr std::size_t kWidth = 10;
+    if (value <= std::numeric_limits<uint32_t>::max()) {
+        std::memset(out, ' ', kWidth);
+        put_digits_before(out + kWidth, value);
+        return out + kWidth;
+    }
+    std::array<char, 20> digits{};
+    char* const end = digits.data() + digits.size();
+    const char* const first = put_digits_before(end, value);
+    const auto length = static_cast<std::size_t>(end - first);
+    std::memcpy(out, first, length);
+    return out + length;
+}
 
 // Report text gathered in a buffer of its own and handed to the stream in large writes;
 // numbers are formatted in place. Whatever is left is written when the object goes.
@@ -54,22 +101,16 @@ class Report_Text {
     }
     // Right-aligned in a field of ten characters, padded with blanks.
     void width10(uint64_t value) {
-        std::array<char, 20> digits{};
-        char* const end = digits.data() + digits.size();
-        char* first = end;
-        do {
-            *--first = static_cast<char>('0' + value % 10);
-            value /= 10;
-        } while (value != 0);
-        const auto length = static_cast<std::size_t>(end - first);
         make_room(kNumberRoom);
-        if (length < 10) {
-            std::memset(m_buffer.data() + m_used, ' ', 10 - length);
-            m_used += 10 - length;
-        }
-        std::memcpy(m_buffer.data() + m_used, first, length);
-        m_used += length;
+        m_used += static_cast<std::size_t>(put_width10(m_buffer.data() + m_used, value) -
+                                           (m_buffer.data() + m_used));
     }
+    // Room for `n` more characters, written from the pointer returned; `commit` takes them.
+    char* room(std::size_t n) {
+        make_room(n);
+        return m_buffer.data() + m_used;
+    }
+    void commit(const char* end) { m_used = static_cast<std::size_t>(end - m_buffer.data()); }
     void hex(uint64_t value) {
         make_room(kNumberRoom);
         char* const at = m_buffer.data() + m_used;
@@ -80,9 +121,9 @@ class Report_Text {
         m_used = 0;
     }
 
-  private:
     static constexpr std::size_t kNumberRoom = 24;  // any 64-bit number, width 10 included
 
+  private:
     void make_room(std::size_t n) {
         if (m_buffer.size() - m_used < n) {
             flush();
@@ -144,16 +185,25 @@ class Report_File {
 };
 
 void add_table_rows(Report_Text& text, const sids_array& entries) {
-    for (std::size_t j = 0; j < entries.size(); ++j) {
-        if (j % 16 == 0) {
-            text.add('\n');
-            text.width10(j);
-            text.add(" - ");
-            text.width10(15 + 16 * static_cast<uint64_t>(j));
-            text.add(" : ");
+    constexpr std::size_t kPerRow = 16;
+    constexpr std::size_t kRowRoom = 2 * Report_Text::kNumberRoom + 8 + kPerRow * 12;
+    for (std::size_t row = 0; row < entries.size(); row += kPerRow) {
+        const std::size_t end = std::min(entries.size(), row + kPerRow);
+        char* out = text.room(kRowRoom);
+        *out++ = '\n';
+        out = put_width10(out, row);
+        out = std::copy_n(" - ", 3, out);
+        out = put_width10(out, 15 + 16 * static_cast<uint64_t>(row));
+        out = std::copy_n(" : ", 3, out);
+        for (std::size_t j = row; j < end; ++j) {
+            out = put_width10(out, entries[j]);
+            *out++ = ',';
+            *out++ = ' ';
         }
-        text.width10(entries[j]);
-        text.add(j + 1 < entries.size() ? ", " : ". ");
+        if (end == entries.size()) {
+            out[-2] = '.';
+        }
+        text.commit(out);
     }
     if (!entries.empty()) {
         text.add('\n');
@@ -224,8 +274,10 @@ void write_allocation_table(std::ostream& out, const Table_Texts& texts,
         text.add("]条的信息：");
         const sids_list& chain = chains[i];
         for (std::size_t k = 0; k < chain.size(); ++k) {
-            text.decimal(chain[k]);
-            text.add(k + 1 < chain.size() ? "->" : " ]\n");
+            char* out = text.room(Report_Text::kNumberRoom);
+            out = std::to_chars(out, out + Report_Text::kNumberRoom, chain[k]).ptr;
+            out = k + 1 < chain.size() ? std::copy_n("->", 2, out) : std::copy_n(" ]\n", 3, out);
+            text.commit(out);
         }
     }
 }

@@ -10,6 +10,7 @@ class Id_Bitmap {
   public:
     explicit Id_Bitmap(std::size_t size) : m_words((size + 63) / 64, 0) {}
     void set(std::size_t id) { m_words[id / 64] |= uint64_t{1} << (id % 64); }
+    void reset(std::size_t id) { m_words[id / 64] &= ~(uint64_t{1} << (id % 64)); }
     [[nodiscard]] bool test(std::size_t id) const {
         return ((m_words[id / 64] >> (id % 64)) & 1u) != 0;
     }
@@ -39,18 +40,14 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
     }
     chains.reserve(heads);
 
-    // Each head's walk has its own visited set: ids stamped with the walk's generation. The
-    // walk collects into one reused buffer, so that a kept chain is allocated once, at size.
-    std::vector<uint32_t> visited(size, 0);
-    uint32_t generation = 0;
+    // Each head's walk has its own visited set: one bit per id, set along the walk and cleared
+    // again from the walked ids (all of them are in the chain buffer) before the next head.
+    // The walk collects into one reused buffer, so that a kept chain is allocated once, at size.
+    Id_Bitmap visited(size);
     sids_list chain;
     for (std::size_t head = 0; head < size; ++head) {
         if (linked.test(head)) {
             continue;
-        }
-        if (++generation == 0) {
-            std::fill(visited.begin(), visited.end(), 0);
-            generation = 1;
         }
         chain.clear();
         sid_t cur = static_cast<sid_t>(head);
@@ -61,15 +58,20 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
                 end = End::kept;
                 break;
             }
-            visited[cur] = generation;
+            visited.set(cur);
             const sid_t next = table[cur];
             if (is_special(next)) {
                 chain.push_back(next);
                 end = End::kept;
-            } else if (next < size && visited[next] == generation) {
+            } else if (next < size && visited.test(next)) {
                 end = End::ring;
             } else {
                 cur = next;
+            }
+        }
+        for (const sid_t id : chain) {
+            if (id < size) {
+                visited.reset(id);
             }
         }
         if (end == End::kept) {

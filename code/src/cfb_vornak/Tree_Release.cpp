@@ -200,7 +200,10 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
                                    scratch.mini_seen);
     }
     CFB_LOG_INFO("file sids_list as follow: ");
-    CFB_LOG_INFO(print_sids_list(chain));
+    // The chain text holds every id of the stream: made only when information lines are kept.
+    if (Cfb_Logger::writes(Cfb_Logger::kInfo)) {
+        CFB_LOG_INFO(print_sids_list(chain));
+    }
 
     // Shifts come from the file: reduced mod 32 on an unsigned 32-bit value.
     const uint32_t shift = normal ? file.header.sector_shift : file.header.mini_sector_shift;
@@ -212,10 +215,14 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
         return false;
     }
 
-    try_create_folder(target.path_wstr, true);
+    // The parent folders are made only when the file cannot be created without them: the
+    // release folder made at the start holds every child, so the common case costs no look-ups.
     platform::Output_File out;
     if (!out.create(target.path_wstr)) {
-        return false;
+        try_create_folder(target.path_wstr, true);
+        if (!out.create(target.path_wstr)) {
+            return false;
+        }
     }
     const bool written = normal ? write_file_runs(file, runs, out, scratch)
                                 : write_container_runs(file.short_stream_container, runs, out);
