@@ -134,7 +134,6 @@ class Sector_Summary {
         return {markers != 0, past_file != 0, at_least_max == 0, past_mini != 0};
     }
 
-  private:
     static constexpr uint32_t kTopBit = 0x80000000u;
     static constexpr auto kShiftedFatsectEnd = static_cast<int32_t>(2u ^ kTopBit);
 
