@@ -7,8 +7,9 @@
 // VrkCfbGeneralRepair of it into the same folder; the repair's time is the reported one, the
 // copy's and their ratio are counters, and so is the highest RssAnon seen during the repair.
 // BM_Classification times the probe and the sorting of the sectors (the repair's stages 1 to
-// 3) on a fully parsed file, in wall-clock and in CPU seconds per GB (the latter less
-// disturbed by a busy machine); rebuilding the header and naming the output read no sector.
+// 3, the whole-file passes reading blocks as the repair does) on a fully parsed file, in
+// wall-clock and in CPU seconds per GB (the latter less disturbed by a busy machine);
+// rebuilding the header and naming the output read no sector.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@
 #include "bench_support.h"
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Repair_Sectors.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 
@@ -114,8 +116,9 @@ void BM_Classification(benchmark::State& state) {
         const std::clock_t cpu_start = std::clock();
         vrk::Cfb_File::check_cfb_core(file);
         vrk::Sector_Values_Reader reader(file.door());
+        vrk::Sector_Blocks blocks(file.m_input.open_path_wstr, file.file_size);
         vrk::classify_sectors_by_markers(reader, file.max_sid, file.mini_sector_count,
-                                         file.repair_sector_sets);
+                                         file.repair_sector_sets, &blocks);
         vrk::sort_out_candidate_sectors(reader,
                                         vrk::expected_mini_chains(file.scanned_directory_layout,
                                                                   file.expected_mini_stream_cutoff,

@@ -16,6 +16,7 @@
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Repair_Output_Path.h"
 #include "cfb_vornak/Repair_Sectors.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"
@@ -357,6 +358,7 @@ Sids sorted(const std::set<sid_t>& set) {
 // Random images mixing the shapes that matter: random data, SAT-like runs near max_sid with
 // markers, few distinct values (repeats), MiniSAT-like chains, sectors naming other sectors.
 TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
+    test::Temp_Folder folder("literal");
     std::mt19937 random(11);
     const uint32_t specials[] = {FATSECT, DIFSECT, ENDOFCHAIN, FREESECT, 0, 1};
     std::map<std::string, std::size_t> reached;
@@ -401,6 +403,17 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
         auto reader = reader_of(image);
         Repair_Sector_Sets sets;
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, sets);
+        // Stage 2 again through blocks read from a file: blocks that split sectors, and
+        // blocks too small for any sector (every read falls back to the reader).
+        const std::filesystem::path path = folder / "image.bin";
+        ASSERT_TRUE(test::write_bytes_to_file(platform::from_path(path), image.bytes));
+        Sector_Blocks blocks(platform::from_path(path), image.bytes.size(),
+                             round % 3 == 0 ? 300 : 700 + 512 * (round % 5));
+        Repair_Sector_Sets from_blocks;
+        classify_sectors_by_markers(reader, max_sid, mini_sector_count, from_blocks, &blocks);
+        ASSERT_EQ(from_blocks.candidate_sids.members(), sets.candidate_sids.members()) << round;
+        ASSERT_EQ(from_blocks.found_sat_sids.members(), sets.found_sat_sids.members()) << round;
+        ASSERT_EQ(from_blocks.past_mini_range_sids.members(), sets.past_mini_range_sids.members());
         sort_out_candidate_sectors(reader, chains, sets);
         const Literal_Sets expected = literal_sort(image, mini_sector_count, chains);
         ASSERT_EQ(sets.found_sat_sids.members(), sorted(expected.sat)) << round;

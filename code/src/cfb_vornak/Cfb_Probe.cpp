@@ -4,7 +4,8 @@
 //
 // The directory is not located through the header (which may be the damaged part): every
 // 128-byte slot of every whole sector is tested for a plausible directory entry instead.
-// Both whole-file passes (signature search and slot scan) run over the memory map.
+// The check's two whole-file passes (signature search and slot scan) run over a memory map;
+// the repair's slot scan reads the file in blocks (Sector_Blocks.h).
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -17,6 +18,7 @@
 #include "cfb_vornak/Cfb_File.h"
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Root_Signature_Search.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 
@@ -287,7 +289,7 @@ uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausibl
             continue;
         }
         const uint64_t sector = (offset - file.sector0_offset) / file.fixed_sector_size;
-        file.scanned_directory_layout[sector].push_back(std::move(record));
+        file.scanned_directory_layout[sector].push_back(record);
     }
     return 0;
 }
@@ -336,13 +338,16 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     // plausible, and a directory is small next to its file.
     std::vector<uint64_t> plausible;
     Slot_Reader slots(*this);
+    Sector_Blocks blocks(m_input.open_path_wstr, file_size);
     // max_sid is derived from the file size, so this walks each whole sector once.
     for (uint64_t sector = 0; sector <= max_sid; ++sector) {
         for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
             const uint64_t offset =
                 sector0_offset +
                 uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
-            if (slot_plausible(slots.at(offset), max_items, file_size, max_sid)) {
+            const uint8_t* bytes = blocks.at(offset, kSlotReadSize);
+            if (slot_plausible(bytes != nullptr ? bytes : slots.at(offset), max_items, file_size,
+                               max_sid)) {
                 plausible.push_back(offset);
             }
         }

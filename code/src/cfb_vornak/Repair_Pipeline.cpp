@@ -19,6 +19,7 @@
 #include "cfb_vornak/Cfb_Logger.h"
 #include "cfb_vornak/Repair_Output_Path.h"
 #include "cfb_vornak/Repair_Sectors.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -113,7 +114,11 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     if (!probe_allows_repair(probe, force)) return probe;
 
     Sector_Values_Reader reader(door());
-    classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets);
+    {
+        Sector_Blocks blocks(m_input.open_path_wstr, door().file_size());
+        classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets,
+                                    &blocks);
+    }
     sort_out_candidate_sectors(
         reader,
         expected_mini_chains(scanned_directory_layout, expected_mini_stream_cutoff,

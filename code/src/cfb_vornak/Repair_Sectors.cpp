@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "file_operation/File_Anywhere_Door.h"
 
@@ -201,7 +202,8 @@ void Repair_Sector_Sets::reset(uint64_t sector_bound) {
 }
 
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
-                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets) {
+                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets,
+                                 Sector_Blocks* blocks) {
     sets.reset(max_sid);
     sets.mini_sector_count = mini_sector_count;
     const uint64_t end = sets.bound;
@@ -212,7 +214,10 @@ void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
     std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
     for (uint64_t i = 0; i < end; ++i) {
         const auto sid = static_cast<sid_t>(i);
-        const uint8_t* bytes = reader.bytes(sid, buffer);
+        const uint8_t* bytes = blocks != nullptr
+                                   ? blocks->at(Cfb_File::sector_offset(sid), kRepairSectorSize)
+                                   : nullptr;
+        if (bytes == nullptr) bytes = reader.bytes(sid, buffer);
         const Sector_Facts facts = summary.summarize(bytes, hashes);
         // With a marker and a value past the file a sector goes nowhere, repeat or not.
         if (facts.table_marker && facts.past_the_file) continue;

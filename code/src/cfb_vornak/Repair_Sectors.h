@@ -26,6 +26,7 @@
 namespace vrk {
 
 class File_Anywhere_Door;
+class Sector_Blocks;
 
 inline constexpr std::size_t kValuesPerSector = 128;
 using Sector_Values = std::array<uint32_t, kValuesPerSector>;
@@ -73,9 +74,10 @@ struct Repair_Sector_Sets {
 };
 
 // Stage 2: sectors 0 .. max_sid - 1 (the sector max_sid itself is never looked at), read once
-// each, in ascending order.
+// each, in ascending order: from `blocks` where given and able, through `reader` otherwise.
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
-                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets);
+                                 uint64_t mini_sector_count, Repair_Sector_Sets& sets,
+                                 Sector_Blocks* blocks = nullptr);
 
 // The chain that a small stream starting at mini sector `start` would have if stored
 // contiguously: start, start + 1, ..., start + length - 1, ENDOFCHAIN.
