@@ -68,7 +68,8 @@ TEST(Sat, SectorIdsWrapAt32Bits) {
     image.fill(0, 9);
     image.u32_at(off::kHeaderDisat, 0x00800000);
     Parsed p(image);
-    EXPECT_EQ(p.file.sat_sector_dicts.at(0x00800000), sids_array(128, 9));
+    EXPECT_EQ(p.file.sat_sector_dicts, (std::vector<Table_Sector>{{0x00800000, 128, 0}}));
+    EXPECT_EQ(p.file.big_sids_array, sids_array(128, 9));
 }
 
 TEST(Sat, SectorsPastTheSafetyBoundAreCutAndLogged) {
@@ -108,13 +109,14 @@ sids_array long_chain_table(uint32_t length) {
 TEST(SatChains, ChainOf100001IdsIsKeptOneMoreIsDroppedAndEndsExtraction) {
     std::vector<Chain_Event> events;
     const auto record = [&](Chain_Event e) { events.push_back(e); };
-    const std::vector<sids_list> kept = extract_sector_chains(long_chain_table(100001), record);
+    const std::vector<Chain_Extent> kept =
+        extract_sector_chains(long_chain_table(100001), record);
     EXPECT_TRUE(events.empty());
     ASSERT_EQ(kept.size(), 4u);  // 0, the long one, and the two free ids after it
-    EXPECT_EQ(kept[1].size(), 100002u);
-    const std::vector<sids_list> cut = extract_sector_chains(long_chain_table(100002), record);
+    EXPECT_EQ(kept[1], (Chain_Extent{2, 100002}));
+    const std::vector<Chain_Extent> cut = extract_sector_chains(long_chain_table(100002), record);
     ASSERT_EQ(events, std::vector<Chain_Event>{Chain_Event::too_long});
-    EXPECT_EQ(cut, (std::vector<sids_list>{{0, 1, ENDOFCHAIN}}));
+    EXPECT_EQ(cut, (std::vector<Chain_Extent>{{0, 3}}));
 }
 
 TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
@@ -127,7 +129,7 @@ TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
         ring.link(4, 3);
         const Parsed with_ring(ring);
         EXPECT_EQ(with_ring.only_message(), "parse_sat_form_disat have ring~");
-        for (const sids_list& chain : with_ring.file.sat_sids_lists) EXPECT_NE(chain.front(), 2u);
+        for (const Chain_Extent& chain : with_ring.file.sat_sids_lists) EXPECT_NE(chain.head, 2u);
     }
 
     // 782 SAT sectors (0..781) link every id to the next one: a single chain of

@@ -223,9 +223,9 @@ TEST_F(ReportsTest, DisatReportNumbersSectorEntriesOnFromTheHeader) {
 
 TEST_F(ReportsTest, SatAndMinisatReportsShowDictsArrayAndChains) {
     open(nested_root());
-    file->sat_sector_dicts = {{2, {FATSECT, ENDOFCHAIN, 3, ENDOFCHAIN}}};
+    file->sat_sector_dicts = {{2, 4, 0}};
     file->big_sids_array = {FATSECT, ENDOFCHAIN, 3, ENDOFCHAIN};
-    file->sat_sids_lists = {{1, ENDOFCHAIN}, {2, 3, ENDOFCHAIN}};
+    file->sat_sids_lists = {{1, 2}, {2, 3}};
     EXPECT_EQ(text_of(write_sat_report(*file)),
               "------------------------sat信息(sat物理上是一个数组结构但是实际上是n条扇区链，"
               "记录扇区间的接续关系)------------------------\n"
@@ -239,9 +239,9 @@ TEST_F(ReportsTest, SatAndMinisatReportsShowDictsArrayAndChains) {
               "----------第[         0]条的信息：1->4294967294 ]\n"
               "----------第[         1]条的信息：2->3->4294967294 ]\n");
 
-    file->minisat_sector_dicts = {{9, {1, ENDOFCHAIN}}};
+    file->minisat_sector_dicts = {{9, 2, 0}};
     file->minisat_big_sids_array = {1, ENDOFCHAIN};
-    file->minisat_sids_lists = {{0, 1, ENDOFCHAIN}};
+    file->minisat_sids_lists = {{0, 3}};
     EXPECT_EQ(
         text_of(write_minisat_report(*file)),
         "------------------------minisat信息(minisat物理上是一个超大数组结构但是实际上是n条扇区链，"

@@ -86,11 +86,10 @@ void Cfb_File::parse_sat_form_disat() {
         const uint32_t base = sector_offset(sid);
         sid_t values[kEntriesPerSector];
         const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
-        // The sector's key appears with its first entry read, as an entry-wise append makes it;
-        // a sector cut by the end of the file keeps the entries before the failing one.
+        // The sector's record appears with its first entry read, as an entry-wise append makes
+        // it; a sector cut by the end of the file keeps the entries before the failing one.
         if (inside > 0) {
-            sids_array& entries = sat_sector_dicts[sid];
-            entries.insert(entries.end(), values, values + inside);
+            sat_sector_dicts.push_back(Table_Sector{sid, inside, big_sids_array.size()});
             big_sids_array.insert(big_sids_array.end(), values, values + inside);
         }
         if (inside < kEntriesPerSector) {

@@ -14,6 +14,7 @@
 #include "cfb_vornak/Cfb_Header.h"
 #include "cfb_vornak/Directory_Entry.h"
 #include "cfb_vornak/Repair_Sectors.h"
+#include "cfb_vornak/Sector_Chains.h"
 #include "cfb_vornak/cfb_types.h"
 #include "common/error_codes.h"
 #include "file_operation/File_Anywhere_Door.h"
@@ -96,14 +97,16 @@ public:
     std::array<sid_t, Cfb_Header::kHeaderDisatCount> header_disat{};
     sids_array disat_sids;
     std::vector<sids_array> disat_sector_entries;
-    std::map<sid_t, sids_array> sat_sector_dicts;
+    // Each table sector read (in reading order) and each chain point into the whole table
+    // rather than holding copies of its entries.
+    std::vector<Table_Sector> sat_sector_dicts;
     sids_array big_sids_array;  // the whole SAT, index = sector id
-    std::vector<sids_list> sat_sids_lists;
+    std::vector<Chain_Extent> sat_sids_lists;
 
     // mini allocation table and container
-    std::map<sid_t, sids_array> minisat_sector_dicts;
+    std::vector<Table_Sector> minisat_sector_dicts;
     sids_array minisat_big_sids_array;
-    std::vector<sids_list> minisat_sids_lists;
+    std::vector<Chain_Extent> minisat_sids_lists;
     std::vector<uint8_t> short_stream_container;
     uint64_t mini_sector_count = 0;
 

@@ -9,12 +9,15 @@
 #include <fstream>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "cfb_vornak/Cfb_Directory_Tree.h"
 #include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Sector_Chains.h"
 #include "cfb_vornak/Sids_Text.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -184,11 +187,11 @@ class Report_File {
     std::ofstream m_out;
 };
 
-void add_table_rows(Report_Text& text, const sids_array& entries) {
+void add_table_rows(Report_Text& text, const sid_t* entries, std::size_t count) {
     constexpr std::size_t kPerRow = 16;
     constexpr std::size_t kRowRoom = 2 * Report_Text::kNumberRoom + 8 + kPerRow * 12;
-    for (std::size_t row = 0; row < entries.size(); row += kPerRow) {
-        const std::size_t end = std::min(entries.size(), row + kPerRow);
+    for (std::size_t row = 0; row < count; row += kPerRow) {
+        const std::size_t end = std::min(count, row + kPerRow);
         char* out = text.room(kRowRoom);
         *out++ = '\n';
         out = put_width10(out, row);
@@ -200,12 +203,12 @@ void add_table_rows(Report_Text& text, const sids_array& entries) {
             *out++ = ',';
             *out++ = ' ';
         }
-        if (end == entries.size()) {
+        if (end == count) {
             out[-2] = '.';
         }
         text.commit(out);
     }
-    if (!entries.empty()) {
+    if (count != 0) {
         text.add('\n');
     }
 }
@@ -249,22 +252,76 @@ struct Table_Texts {
     const char* chains_heading;
 };
 
+// The entries of one reading of a table sector: cut to the table, so that a record that does
+// not fit it shows what the table holds.
+std::pair<const sid_t*, std::size_t> sector_entries(const Table_Sector& sector,
+                                                    const sids_array& table) {
+    const std::size_t first = std::min(sector.first, table.size());
+    return {table.data() + first, std::min<std::size_t>(sector.count, table.size() - first)};
+}
+
+// Each sector under its id in ascending order; the readings of a sector read more than once
+// are joined in reading order under one id.
+void add_sector_dicts(Report_Text& text, const char* key_prefix,
+                      const std::vector<Table_Sector>& sectors, const sids_array& table) {
+    std::vector<std::size_t> order(sectors.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return sectors[a].sid < sectors[b].sid; });
+    sids_array joined;
+    for (std::size_t i = 0; i < order.size();) {
+        const sid_t sid = sectors[order[i]].sid;
+        std::size_t end = i + 1;
+        while (end < order.size() && sectors[order[end]].sid == sid) {
+            ++end;
+        }
+        text.add(key_prefix);
+        text.decimal(sid);
+        text.add("]：");
+        if (end == i + 1) {
+            const auto [entries, count] = sector_entries(sectors[order[i]], table);
+            add_table_rows(text, entries, count);
+        } else {
+            joined.clear();
+            for (std::size_t k = i; k < end; ++k) {
+                const auto [entries, count] = sector_entries(sectors[order[k]], table);
+                joined.insert(joined.end(), entries, entries + count);
+            }
+            add_table_rows(text, joined.data(), joined.size());
+        }
+        i = end;
+    }
+}
+
+// Each chain's ids from its head along the table, "->" between them, " ]\n" after the last.
+void add_chain(Report_Text& text, const Chain_Extent& chain, const sids_array& table) {
+    sid_t id = chain.head;
+    for (uint32_t k = 0; k < chain.length; ++k) {
+        char* out = text.room(Report_Text::kNumberRoom);
+        out = std::to_chars(out, out + Report_Text::kNumberRoom, id).ptr;
+        // Only the last id of a chain can lie outside the table; the test keeps the walk in
+        // it whatever the record says.
+        const bool last = k + 1 == chain.length || id >= table.size();
+        out = last ? std::copy_n(" ]\n", 3, out) : std::copy_n("->", 2, out);
+        text.commit(out);
+        if (last) {
+            break;
+        }
+        id = table[id];
+    }
+}
+
 void write_allocation_table(std::ostream& out, const Table_Texts& texts,
-                            const std::map<sid_t, sids_array>& dicts, const sids_array& big,
-                            const std::vector<sids_list>& chains) {
+                            const std::vector<Table_Sector>& sectors, const sids_array& big,
+                            const std::vector<Chain_Extent>& chains) {
     Report_Text text(out);
     text.add(texts.title);
     text.add(texts.dicts_heading);
-    for (const auto& [sid, entries] : dicts) {
-        text.add(texts.dict_key_prefix);
-        text.decimal(sid);
-        text.add("]：");
-        add_table_rows(text, entries);
-    }
+    add_sector_dicts(text, texts.dict_key_prefix, sectors, big);
     text.add(texts.big_array_heading);
     text.decimal(big.size());
     text.add("]项)：\n");
-    add_table_rows(text, big);
+    add_table_rows(text, big.data(), big.size());
     text.add(texts.chains_heading);
     text.decimal(chains.size());
     text.add("]条)：\n");
@@ -272,13 +329,7 @@ void write_allocation_table(std::ostream& out, const Table_Texts& texts,
         text.add("----------第[");
         text.width10(i);
         text.add("]条的信息：");
-        const sids_list& chain = chains[i];
-        for (std::size_t k = 0; k < chain.size(); ++k) {
-            char* out = text.room(Report_Text::kNumberRoom);
-            out = std::to_chars(out, out + Report_Text::kNumberRoom, chain[k]).ptr;
-            out = k + 1 < chain.size() ? std::copy_n("->", 2, out) : std::copy_n(" ]\n", 3, out);
-            text.commit(out);
-        }
+        add_chain(text, chains[i], big);
     }
 }
 
@@ -338,7 +389,7 @@ std::wstring report_path(const Cfb_File& file, const char* folder, const char* f
 
 void write_table_rows(std::ostream& out, const sids_array& entries) {
     Report_Text text(out);
-    add_table_rows(text, entries);
+    add_table_rows(text, entries.data(), entries.size());
 }
 
 void print_a_directory_entry(std::ostream& out, const Directory_Entry& entry) {

@@ -36,12 +36,12 @@ void Cfb_File::parse_minisat() {
     minisat_big_sids_array.reserve(static_cast<std::size_t>(run * kEntriesPerSector));
     for (uint64_t i = 0; i < run; ++i) {
         const sid_t sid = static_cast<sid_t>(first + i);
-        sids_array& entries = minisat_sector_dicts[sid];
         const uint32_t base = sector_offset(sid);
         sid_t values[kEntriesPerSector];
         const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
-        // A sector cut by the end of the file keeps the entries before the failing one.
-        entries.assign(values, values + inside);
+        // Every sector of the run has its record, even one of which no entry could be read; a
+        // sector cut by the end of the file keeps the entries before the failing one.
+        minisat_sector_dicts.push_back(Table_Sector{sid, inside, minisat_big_sids_array.size()});
         minisat_big_sids_array.insert(minisat_big_sids_array.end(), values, values + inside);
         if (inside < kEntriesPerSector) {
             in.fail_past_end(uint64_t{base} + 4 * inside);

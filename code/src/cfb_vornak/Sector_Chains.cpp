@@ -1,7 +1,5 @@
 #include "cfb_vornak/Sector_Chains.h"
 
-#include <algorithm>
-
 namespace vrk {
 namespace {
 
@@ -21,9 +19,9 @@ class Id_Bitmap {
 
 }  // namespace
 
-std::vector<sids_list> extract_sector_chains(const sids_array& table,
-                                             const std::function<void(Chain_Event)>& on_event) {
-    std::vector<sids_list> chains;
+std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
+                                                const std::function<void(Chain_Event)>& on_event) {
+    std::vector<Chain_Extent> chains;
     const std::size_t size = table.size();
     if (size == 0) {
         return chains;
@@ -41,19 +39,17 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
     chains.reserve(heads);
 
     // Each head's walk has its own visited set: one bit per id, set along the walk and cleared
-    // again from the walked ids (all of them are in the chain buffer) before the next head.
-    // The walk collects into one reused buffer, so that a kept chain is allocated once, at size.
+    // again along the same ids (head and its successors) before the next head.
     Id_Bitmap visited(size);
-    sids_list chain;
     for (std::size_t head = 0; head < size; ++head) {
         if (linked.test(head)) {
             continue;
         }
-        chain.clear();
+        uint32_t length = 0;  // ids in the chain so far
         sid_t cur = static_cast<sid_t>(head);
         enum class End { open, kept, ring } end = End::open;
-        while (end == End::open && chain.size() <= kMaxExtractedChainIds) {
-            chain.push_back(cur);
+        while (end == End::open && length <= kMaxExtractedChainIds) {
+            ++length;
             if (is_special(cur) || cur >= size) {
                 end = End::kept;
                 break;
@@ -61,7 +57,7 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
             visited.set(cur);
             const sid_t next = table[cur];
             if (is_special(next)) {
-                chain.push_back(next);
+                ++length;
                 end = End::kept;
             } else if (next < size && visited.test(next)) {
                 end = End::ring;
@@ -69,13 +65,13 @@ std::vector<sids_list> extract_sector_chains(const sids_array& table,
                 cur = next;
             }
         }
-        for (const sid_t id : chain) {
-            if (id < size) {
-                visited.reset(id);
-            }
+        sid_t id = static_cast<sid_t>(head);
+        for (uint32_t k = 0; k < length && id < size; ++k) {
+            visited.reset(id);
+            id = table[id];
         }
         if (end == End::kept) {
-            chains.emplace_back(chain.begin(), chain.end());
+            chains.push_back(Chain_Extent{static_cast<sid_t>(head), length});
         } else if (end == End::ring) {
             on_event(Chain_Event::ring);
         }

@@ -224,6 +224,28 @@ void literal_container(Cfb_File& f, Literal_Parse& r) {
 
 }  // namespace
 
+std::map<sid_t, sids_array> sector_dicts(const std::vector<Table_Sector>& sectors,
+                                         const sids_array& table) {
+    std::map<sid_t, sids_array> dicts;
+    for (const Table_Sector& sector : sectors) {
+        sids_array& entries = dicts[sector.sid];
+        for (std::size_t i = 0; i < sector.count; ++i)
+            entries.push_back(table.at(sector.first + i));
+    }
+    return dicts;
+}
+
+std::vector<sids_list> chain_lists(const std::vector<Chain_Extent>& chains,
+                                   const sids_array& table) {
+    std::vector<sids_list> lists;
+    for (const Chain_Extent& chain : chains) {
+        sids_list ids{chain.head};
+        while (ids.size() < chain.length) ids.push_back(table.at(ids.back()));
+        lists.push_back(ids);
+    }
+    return lists;
+}
+
 std::vector<sids_list> literal_extract_chains(const sids_array& table,
                                               std::vector<std::string>& errors) {
     std::vector<sids_list> chains;

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/Sector_Chains.h"
 
 namespace vrk::test {
 
@@ -40,6 +41,13 @@ Literal_Parse literal_parse(Cfb_File& file);
 // The chains of a table; each dropped chain adds its message to `errors`.
 std::vector<sids_list> literal_extract_chains(const sids_array& table,
                                               std::vector<std::string>& errors);
+// The object's compact tables in the literal form: each sector's entries under its id (the
+// readings of a sector read twice joined), each chain as its ids.
+std::map<sid_t, sids_array> sector_dicts(const std::vector<Table_Sector>& sectors,
+                                         const sids_array& table);
+std::vector<sids_list> chain_lists(const std::vector<Chain_Extent>& chains,
+                                   const sids_array& table);
+
 // The single chain from `start`.
 sids_list literal_walk(const sids_array& table, sid_t start);
 
