@@ -90,13 +90,16 @@ TEST(TableRows, EightRowsOfSixteenAndLabelsPerArray) {
     first += "\n        16 -        271 : 4294967294. \n";
     EXPECT_EQ(out.str(), first + "\n         0 -         15 : 4294967293. \n");
 
-    // Far longer than the report's text buffer.
+    // Far longer than the report's text buffer; runs of ids that follow each other, carries
+    // and the wrap from FREESECT to 0 included.
     out.str("");
     sids_array many(50000);
     std::string long_expected;
     char cell[32];
     for (std::size_t j = 0; j < many.size(); ++j) {
-        many[j] = static_cast<sid_t>(j * 2654435761u);
+        many[j] = j == 100     ? FREESECT
+                  : j % 4 == 0 ? static_cast<sid_t>(j * 2654435761u)
+                               : many[j - 1] + 1;
         if (j % 16 == 0) {
             std::snprintf(cell, sizeof cell, "\n%10zu - %10zu : ", j, 15 + 16 * j);
             long_expected += cell;

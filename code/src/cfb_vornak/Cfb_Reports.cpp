@@ -27,7 +27,7 @@ namespace vrk {
 namespace {
 
 constexpr std::size_t kTextBuffer = std::size_t{1} << 18;
-constexpr std::size_t kFileBuffer = std::size_t{1} << 20;
+constexpr std::size_t kFileBuffer = std::size_t{1} << 16;
 
 // "00" to "99": numbers are formatted two digits at a time.
 constexpr std::array<char, 200> kDigitPairs = [] {
@@ -73,24 +73,79 @@ char* put_width10(char* out, uint64_t value) {
     return out + length;
 }
 
+// Writes the characters of a string literal at `out`; returns the end.
+template <std::size_t N>
+char* put(char* out, const char (&text)[N]) {
+    std::memcpy(out, text, N - 1);
+    return out + N - 1;
+}
+
+// Formats the 32-bit ids of a table, which mostly follow each other: a value one above the
+// last one, whose last digit does not carry, is the last field with its last digit raised.
+// The field itself is rewritten only when a value does not follow: the raise goes to the
+// copy, so that the next copy does not wait for a one-byte store into the field.
+class Id_Field {
+  public:
+    static constexpr std::size_t kWidth = 10;
+
+    // `value` right-aligned in ten characters padded with blanks; returns the end.
+    char* width10(char* out, uint32_t value) {
+        take(value);
+        std::memcpy(out, m_text.data(), kWidth);
+        out[kWidth - 1] = static_cast<char>(out[kWidth - 1] + m_raise);
+        return out + kWidth;
+    }
+    // The digits of `value` alone; ten characters are written, the end of the digits returned.
+    char* decimal(char* out, uint32_t value) {
+        take(value);
+        std::memcpy(out, m_text.data() + m_first, kWidth);
+        const std::size_t length = kWidth - m_first;
+        out[length - 1] = static_cast<char>(out[length - 1] + m_raise);
+        return out + length;
+    }
+
+  private:
+    void take(uint32_t value) {
+        if (m_valid && uint64_t{value} == uint64_t{m_value} + 1 &&
+            m_text[kWidth - 1] + m_raise < '9') {
+            ++m_raise;
+        } else {
+            m_text.fill(' ');
+            m_first = static_cast<std::size_t>(put_digits_before(m_text.data() + kWidth, value) -
+                                               m_text.data());
+            m_raise = 0;
+            m_valid = true;
+        }
+        m_value = value;
+    }
+
+    // The field and ten blanks after it, so that ten characters can be copied from any digit.
+    std::array<char, 2 * kWidth> m_text{};
+    std::size_t m_first = 0;
+    int m_raise = 0;
+    uint32_t m_value = 0;
+    bool m_valid = false;
+};
+
 // Report text gathered in a buffer of its own and handed to the stream in large writes;
 // numbers are formatted in place. Whatever is left is written when the object goes.
 class Report_Text {
   public:
-    explicit Report_Text(std::ostream& out) : m_out(out), m_buffer(kTextBuffer) {}
+    // The buffer is left uninitialised: a short report touches only the pages it fills.
+    explicit Report_Text(std::ostream& out) : m_out(out), m_buffer(new char[kTextBuffer]) {}
     ~Report_Text() { flush(); }
     Report_Text(const Report_Text&) = delete;
     Report_Text& operator=(const Report_Text&) = delete;
 
     void add(std::string_view text) {
-        if (text.size() > m_buffer.size() - m_used) {
+        if (text.size() > kTextBuffer - m_used) {
             flush();
-            if (text.size() > m_buffer.size()) {
+            if (text.size() > kTextBuffer) {
                 m_out.write(text.data(), static_cast<std::streamsize>(text.size()));
                 return;
             }
         }
-        std::memcpy(m_buffer.data() + m_used, text.data(), text.size());
+        std::memcpy(m_buffer.get() + m_used, text.data(), text.size());
         m_used += text.size();
     }
     void add(char c) {
@@ -99,28 +154,28 @@ class Report_Text {
     }
     void decimal(uint64_t value) {
         make_room(kNumberRoom);
-        char* const at = m_buffer.data() + m_used;
+        char* const at = m_buffer.get() + m_used;
         m_used += static_cast<std::size_t>(std::to_chars(at, at + kNumberRoom, value).ptr - at);
     }
     // Right-aligned in a field of ten characters, padded with blanks.
     void width10(uint64_t value) {
         make_room(kNumberRoom);
-        m_used += static_cast<std::size_t>(put_width10(m_buffer.data() + m_used, value) -
-                                           (m_buffer.data() + m_used));
+        m_used += static_cast<std::size_t>(put_width10(m_buffer.get() + m_used, value) -
+                                           (m_buffer.get() + m_used));
     }
     // Room for `n` more characters, written from the pointer returned; `commit` takes them.
     char* room(std::size_t n) {
         make_room(n);
-        return m_buffer.data() + m_used;
+        return m_buffer.get() + m_used;
     }
-    void commit(const char* end) { m_used = static_cast<std::size_t>(end - m_buffer.data()); }
+    void commit(const char* end) { m_used = static_cast<std::size_t>(end - m_buffer.get()); }
     void hex(uint64_t value) {
         make_room(kNumberRoom);
-        char* const at = m_buffer.data() + m_used;
+        char* const at = m_buffer.get() + m_used;
         m_used += static_cast<std::size_t>(std::to_chars(at, at + kNumberRoom, value, 16).ptr - at);
     }
     void flush() {
-        m_out.write(m_buffer.data(), static_cast<std::streamsize>(m_used));
+        m_out.write(m_buffer.get(), static_cast<std::streamsize>(m_used));
         m_used = 0;
     }
 
@@ -128,13 +183,13 @@ class Report_Text {
 
   private:
     void make_room(std::size_t n) {
-        if (m_buffer.size() - m_used < n) {
+        if (kTextBuffer - m_used < n) {
             flush();
         }
     }
 
     std::ostream& m_out;
-    std::vector<char> m_buffer;
+    std::unique_ptr<char[]> m_buffer;
     std::size_t m_used = 0;
 };
 
@@ -190,16 +245,17 @@ class Report_File {
 void add_table_rows(Report_Text& text, const sid_t* entries, std::size_t count) {
     constexpr std::size_t kPerRow = 16;
     constexpr std::size_t kRowRoom = 2 * Report_Text::kNumberRoom + 8 + kPerRow * 12;
+    Id_Field ids;
     for (std::size_t row = 0; row < count; row += kPerRow) {
         const std::size_t end = std::min(count, row + kPerRow);
         char* out = text.room(kRowRoom);
         *out++ = '\n';
         out = put_width10(out, row);
-        out = std::copy_n(" - ", 3, out);
+        out = put(out, " - ");
         out = put_width10(out, 15 + 16 * static_cast<uint64_t>(row));
-        out = std::copy_n(" : ", 3, out);
+        out = put(out, " : ");
         for (std::size_t j = row; j < end; ++j) {
-            out = put_width10(out, entries[j]);
+            out = ids.width10(out, entries[j]);
             *out++ = ',';
             *out++ = ' ';
         }
@@ -294,15 +350,16 @@ void add_sector_dicts(Report_Text& text, const char* key_prefix,
 }
 
 // Each chain's ids from its head along the table, "->" between them, " ]\n" after the last.
-void add_chain(Report_Text& text, const Chain_Extent& chain, const sids_array& table) {
+void add_chain(Report_Text& text, const Chain_Extent& chain, const sids_array& table,
+               Id_Field& ids) {
     sid_t id = chain.head;
     for (uint32_t k = 0; k < chain.length; ++k) {
         char* out = text.room(Report_Text::kNumberRoom);
-        out = std::to_chars(out, out + Report_Text::kNumberRoom, id).ptr;
+        out = ids.decimal(out, id);
         // Only the last id of a chain can lie outside the table; the test keeps the walk in
         // it whatever the record says.
         const bool last = k + 1 == chain.length || id >= table.size();
-        out = last ? std::copy_n(" ]\n", 3, out) : std::copy_n("->", 2, out);
+        out = last ? put(out, " ]\n") : put(out, "->");
         text.commit(out);
         if (last) {
             break;
@@ -325,11 +382,12 @@ void write_allocation_table(std::ostream& out, const Table_Texts& texts,
     text.add(texts.chains_heading);
     text.decimal(chains.size());
     text.add("]条)：\n");
+    Id_Field ids;
     for (std::size_t i = 0; i < chains.size(); ++i) {
         text.add("----------第[");
         text.width10(i);
         text.add("]条的信息：");
-        add_chain(text, chains[i], big);
+        add_chain(text, chains[i], big, ids);
     }
 }
 
