@@ -6,6 +6,7 @@
 #include "cfb_vornak/Cfb_File_Log.h"
 #include "cfb_vornak/Sector_Chains.h"
 #include "cfb_vornak/Sector_Reader.h"
+#include "common/platform.h"
 
 namespace vrk {
 namespace {
@@ -70,6 +71,10 @@ void Cfb_File::parse_sat_form_disat() {
     }
     big_sids_array.reserve(
         static_cast<std::size_t>(std::min({named, limit, max_sid + 1}) * kEntriesPerSector));
+    // Every sector named is read (or the parse ends): the room is filled, so its pages are
+    // taken at once instead of one fault each.
+    platform::populate_for_writing(big_sids_array.data(),
+                                   big_sids_array.capacity() * sizeof(sid_t));
     // SAT sector ids are not checked against max_sid: one past the end of the file makes the
     // read fail, which ends the parse.
     auto read_sat_sector = [&](sid_t sid) {

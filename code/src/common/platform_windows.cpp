@@ -122,6 +122,8 @@ uint32_t current_thread_id() {
     return static_cast<uint32_t>(::GetCurrentThreadId());
 }
 
+void populate_for_writing(void* /*data*/, std::size_t /*size*/) {}
+
 uint32_t current_process_id() {
     return static_cast<uint32_t>(::GetCurrentProcessId());
 }
