@@ -101,6 +101,8 @@ TEST(CfbLogger, StartsOnceFiltersLevelsAndFormatsLines) {
 TEST(TwLogger, WritesErrorsToItsPrivateFileOnly) {
     const stdfs::path file = stdfs::path(".") / "Logs" /
                              (std::to_string(platform::current_process_id()) + "_qtw_private.log");
+    // A file of an earlier run whose process had the same id (Wine reuses them).
+    stdfs::remove(file);
     auto& logger = TW_Logger::instance();
     EXPECT_EQ(logger.minimum_level(), 3);
     logger.write("dropped", "code/src/common/x.cpp", 5, 1);
