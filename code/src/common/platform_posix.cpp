@@ -105,13 +105,13 @@ void remove_link(const stdfs::path& path) {
 }
 
 void populate_for_writing(void* data, std::size_t size) {
-    const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
-    const auto start = reinterpret_cast<uintptr_t>(data);
-    if (page == 0 || size < page || start > UINTPTR_MAX - size) return;
-    const uintptr_t first = (start + page - 1) / page * page;
-    const uintptr_t end = (start + size) / page * page;
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    if (page == 0 || size < page) return;
+    // Whole pages only: from the first page boundary inside the range to the last.
+    const std::size_t lead = (page - reinterpret_cast<uintptr_t>(data) % page) % page;
+    const std::size_t length = (size - lead) / page * page;
     // Kernels before 5.14 refuse the advice; the pages then come on first write as usual.
-    if (first < end) ::madvise(reinterpret_cast<void*>(first), end - first, MADV_POPULATE_WRITE);
+    if (length > 0) ::madvise(static_cast<uint8_t*>(data) + lead, length, MADV_POPULATE_WRITE);
 }
 
 Map_Step map_file(const std::wstring& path, Mapped_File& mapped) {
