@@ -111,10 +111,10 @@ bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& b
 }
 
 // Writes the bytes of `pieces` to `path`. Pieces that follow each other in the stream without
-// gaps are written straight from the input (copied by the system from `file` when it is open,
-// else from the mapped bytes), joined where they also follow each other in the file; a stream
-// with gaps, or one split into many small runs, goes through one gathered copy instead, which
-// yields the same bytes.
+// gaps are written straight from the input (runs of 64 KB or more copied by the system from
+// `file` when it is open, the others from the mapped bytes), joined where they also follow each
+// other in the file; a stream with gaps, or one split into many small runs, goes through one
+// gathered copy instead, which yields the same bytes.
 bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64_t size,
                   const platform::Input_File* file, const std::vector<Salvage_Piece>& pieces,
                   std::string& error) {
@@ -139,8 +139,10 @@ bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64
         for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
             length += pieces[i].length;
         }
-        ok = file != nullptr ? out.append_range(*file, start, length) == length
-                             : out.write(data + start, static_cast<std::size_t>(length));
+        // Short runs cost less as one write than as a copy between the files.
+        ok = file != nullptr && length >= kSmallRun
+                 ? out.append_range(*file, start, length) == length
+                 : out.write(data + start, static_cast<std::size_t>(length));
     }
     ok = out.close() && ok;
     if (!ok) error = "cannot write " + platform::to_utf8(platform::from_path(path));
