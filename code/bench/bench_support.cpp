@@ -1,5 +1,7 @@
 #include "bench_support.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -90,6 +92,11 @@ void write_word_document(const stdfs::path& path, uint64_t megabytes,
                          random_bytes(size, random));
     }
     if (!write_compound_file(vrk::platform::from_path(path), *root, options)) std::abort();
+    settle_page_cache();
+}
+
+void settle_page_cache() {
+    ::sync();
 }
 
 void warm(const stdfs::path& path) {

@@ -34,6 +34,10 @@ std::vector<uint8_t> random_bytes(std::size_t count, std::mt19937_64& random);
 void write_word_document(const std::filesystem::path& path, uint64_t megabytes,
                          const Builder_Options& options = {});
 
+// Writes every dirty page of the system out, so that the write-back of a sample just built
+// does not run during the timings.
+void settle_page_cache();
+
 // Reads the whole file once, so that it is in the page cache.
 void warm(const std::filesystem::path& path);
 

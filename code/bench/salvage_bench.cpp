@@ -101,6 +101,8 @@ const Sample& sample(uint64_t megabytes) {
     std::fstream patch(result.zeroed, std::ios::binary | std::ios::in | std::ios::out);
     const std::string zeros(512, '\0');
     patch.write(zeros.data(), static_cast<std::streamsize>(zeros.size()));
+    patch.close();
+    vrk::bench::settle_page_cache();
     return made.emplace(megabytes, result).first->second;
 }
 
