@@ -37,11 +37,24 @@ cmake --build "$build" -j "$jobs" --target cfbvornak >/dev/null
 # Exit status 1 says that some files are damaged, which is the point here.
 "$build/bin/cfbvornak" --work-dir tool_work check --recursive check_samples || [ $? -eq 1 ]
 
-echo "== salvage: a sample document with its header zeroed and its directory chain broken"
 cmake -S "$root" -B "$build" -DCFB_BUILD_TOOLS=ON >/dev/null
 cmake --build "$build" -j "$jobs" --target cfbvornak >/dev/null
 tool="$build/bin/cfbvornak"
 "$tool" --work-dir tool_work build-sample samples >/dev/null
+
+echo "== repair: the sample whose header says minor version 0x003B, then a check of the copy"
+"$tool" --work-dir tool_work repair samples/wrong-minor-version.doc repaired/sample.doc
+repaired=$(ls repaired/* | head -n 1)
+"$tool" --work-dir tool_work check "$repaired"
+
+echo "== analysing the repaired copy (reports in $run/analysis)"
+"$tool" --work-dir tool_work analyze "$repaired" analysis
+echo "-- first lines of the header report"
+head -n 8 "analysis/头部信息分析/原始头部分析.log"
+echo "-- first lines of the directory tree report"
+head -n 12 "analysis/cfb_directory_tree信息分析/原始cfb_directory_tree分析.log"
+
+echo "== salvage: a sample document with its header zeroed and its directory chain broken"
 # The SAT entry of the first directory sector becomes FREESECT, then the header is zeroed.
 /usr/bin/python3 - samples/sample.doc damaged.doc <<'PY'
 import struct, sys
@@ -64,15 +77,3 @@ for path in streams:
         sys.exit(1)
 print(f"{len(streams)} of {len(streams)} streams intact")
 PY
-
-echo "== repair: the sample whose header says minor version 0x003B, then a check of the copy"
-"$tool" --work-dir tool_work repair samples/wrong-minor-version.doc repaired/sample.doc
-repaired=$(ls repaired/* | head -n 1)
-"$tool" --work-dir tool_work check "$repaired"
-
-echo "== analysing the repaired copy (reports in $run/analysis)"
-"$tool" --work-dir tool_work analyze "$repaired" analysis
-echo "-- first lines of the header report"
-head -n 8 "analysis/头部信息分析/原始头部分析.log"
-echo "-- first lines of the directory tree report"
-head -n 12 "analysis/cfb_directory_tree信息分析/原始cfb_directory_tree分析.log"
