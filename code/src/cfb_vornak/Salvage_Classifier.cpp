@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "cfb_vornak/Salvage_Evidence.h"
+#include "cfb_vornak/Sector_Blocks.h"
 #include "common/byte_order.h"
-#include "common/platform.h"
 
 namespace vrk::salvage {
 
@@ -71,43 +71,6 @@ int32_t guess_position(const uint8_t* sector, uint32_t entries) {
     return support * 2 > votes ? static_cast<int32_t>(candidate) : -1;
 }
 
-// The sectors of a pass in ascending order, from blocks read through the file when there is
-// one, else from the bytes in memory.
-class Sector_Blocks {
-  public:
-    Sector_Blocks(const uint8_t* data, const Sector_Geometry& geometry,
-                  const platform::Input_File* file)
-        : m_data(data), m_geometry(geometry), m_file(file) {}
-
-    const uint8_t* sector(sid_t sid) {
-        const uint64_t at = m_geometry.offset(sid);
-        const uint32_t size = m_geometry.sector_size;
-        if (m_file == nullptr) return m_data + at;
-        if (at < m_start || at - m_start + size > m_held) {
-            // Blocks of whole sectors, as many as fit in the buffer.
-            const uint64_t want =
-                std::min<uint64_t>(kBlockBytes / size * size, m_geometry.file_size - at);
-            m_block.resize(static_cast<std::size_t>(want));
-            m_start = at;
-            m_held = m_file->read_at(at, m_block.data(), m_block.size());
-            if (m_held < size) {
-                m_file = nullptr;
-                return m_data + at;
-            }
-        }
-        return m_block.data() + (at - m_start);
-    }
-
-  private:
-    static constexpr uint64_t kBlockBytes = uint64_t{1} << 20;
-    const uint8_t* m_data;
-    const Sector_Geometry& m_geometry;
-    const platform::Input_File* m_file;
-    std::vector<uint8_t> m_block;
-    uint64_t m_start = 0;
-    uint64_t m_held = 0;
-};
-
 }  // namespace
 
 Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry,
@@ -120,9 +83,10 @@ Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geom
     // Ids of a cut file's SAT may reach past its end; a generous bound still rejects text and
     // random data, whose 32-bit values are mostly huge.
     const uint64_t bound = static_cast<uint64_t>(geometry.count) * 2 + entries;
-    Sector_Blocks blocks(data, geometry, file);
+    Sector_Blocks blocks(file, geometry.file_size);
     for (uint32_t sid = 0; sid < geometry.whole_count; ++sid) {
-        const uint8_t* sector = blocks.sector(sid);
+        const uint8_t* sector = blocks.at(geometry.offset(sid), geometry.sector_size);
+        if (sector == nullptr) sector = data + geometry.offset(sid);
         uint8_t f = 0;
         if (is_table_like(sector, entries, bound, true)) f |= kTableRange;
         if ((f & kTableRange) != 0 && is_table_like(sector, entries, bound)) {

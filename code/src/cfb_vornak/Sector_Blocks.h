@@ -24,11 +24,15 @@ class Sector_Blocks {
 
     // Nothing at or past `size`, the file's size as the door knows it, is ever served.
     Sector_Blocks(const std::wstring& path, uint64_t size, std::size_t block_size = kBlockSize);
+    // Reads through `input`, opened by the caller and kept open while this lives; with null,
+    // at() always gives null.
+    Sector_Blocks(const platform::Input_File* input, uint64_t size,
+                  std::size_t block_size = kBlockSize);
 
     // The `length` bytes (at most the block size) at `offset`, or null. A range outside the
     // current block refills it from `offset` on, so ascending offsets read the file once.
     [[nodiscard]] const uint8_t* at(uint64_t offset, std::size_t length) {
-        if (!m_input.is_open()) return nullptr;
+        if (m_input == nullptr || !m_input->is_open()) return nullptr;
         if (!holds(offset, length)) fill(offset);
         return holds(offset, length) ? m_block.data() + (offset - m_start) : nullptr;
     }
@@ -39,7 +43,8 @@ class Sector_Blocks {
     }
     void fill(uint64_t offset);
 
-    platform::Input_File m_input;
+    platform::Input_File m_own;  // the handle opened from a path
+    const platform::Input_File* m_input = nullptr;
     std::vector<uint8_t> m_block;
     uint64_t m_size;
     uint64_t m_start = 0;
