@@ -11,7 +11,7 @@
 #include <system_error>
 #include <utility>
 
-#include "cfb_vornak/Cfb_Fs_Item.h"
+#include "cfb_vornak/builder/Cfb_Fs_Item.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 

@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 
 namespace vrk::bench {
 

@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "bench_support.h"
-#include "cfb_vornak/Root_Signature_Search.h"
+#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 

@@ -22,9 +22,9 @@
 #include <string>
 
 #include "bench_support.h"
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Repair_Sectors.h"
-#include "cfb_vornak/Sector_Blocks.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/repair/Repair_Sectors.h"
+#include "file_operation/Sector_Blocks.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 

@@ -24,10 +24,10 @@
 #include <vector>
 
 #include "bench_support.h"
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_Fs_Item.h"
-#include "cfb_vornak/Salvage.h"
-#include "cfb_vornak/Salvage_Output.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Fs_Item.h"
+#include "cfb_vornak/salvage/Salvage.h"
+#include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/platform.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Root_Signature_Search.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 #include "scratch_frame.h"

@@ -10,9 +10,9 @@
 #include <system_error>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Salvage.h"
-#include "cfb_vornak/Salvage_Output.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/salvage/Salvage.h"
+#include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/platform.h"
 
 namespace {

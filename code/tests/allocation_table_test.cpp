@@ -4,8 +4,8 @@
 
 #include <stdexcept>
 
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Sector_Chains.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/model/Sector_Chains.h"
 #include "support/cfb_patch.h"
 #include "support/parse_samples.h"
 

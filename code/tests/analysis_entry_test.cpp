@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_Reports.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"

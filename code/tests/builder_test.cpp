@@ -13,9 +13,9 @@
 #include <system_error>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Sibling_Tree_Layout.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/builder/Sibling_Tree_Layout.h"
 #include "common/byte_order.h"
 #include "common/error_codes.h"
 #include "common/platform.h"

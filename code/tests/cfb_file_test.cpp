@@ -1,10 +1,10 @@
-#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/model/Cfb_File.h"
 
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"

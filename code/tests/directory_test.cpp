@@ -5,8 +5,8 @@
 
 #include <stdexcept>
 
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Sids_Text.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/model/Sids_Text.h"
 #include "support/parse_samples.h"
 
 namespace vrk {

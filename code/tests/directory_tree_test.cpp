@@ -7,8 +7,8 @@
 #include <sstream>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Directory_Tree.h"
-#include "cfb_vornak/Directory_Link_Chains.h"
+#include "cfb_vornak/model/Cfb_Directory_Tree.h"
+#include "cfb_vornak/model/Directory_Link_Chains.h"
 
 namespace vrk {
 namespace {

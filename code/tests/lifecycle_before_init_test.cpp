@@ -4,8 +4,8 @@
 #include <set>
 #include <string>
 
-#include "cfb_vornak/Cfb_Logger.h"
-#include "cfb_vornak/Library_State.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/entries/Library_State.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/error_store.h"
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <thread>
 
-#include "cfb_vornak/Cfb_Logger.h"
-#include "cfb_vornak/Entries.h"
-#include "cfb_vornak/Library_State.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/entries/Entries.h"
+#include "cfb_vornak/entries/Library_State.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"

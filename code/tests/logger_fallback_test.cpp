@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "cfb_vornak/Cfb_Logger.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
 #include "common/platform.h"
 #include "support/test_folders.h"
 

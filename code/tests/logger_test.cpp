@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Logger.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
 #include "common/kv_log.h"
 #include "common/platform.h"
 #include "common/tw_logger.h"

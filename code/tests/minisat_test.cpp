@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "support/cfb_patch.h"
 #include "support/parse_samples.h"
 

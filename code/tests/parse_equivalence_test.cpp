@@ -6,9 +6,9 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Sector_Chains.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/model/Sector_Chains.h"
 #include "support/cfb_patch.h"
 #include "support/literal_tables.h"
 #include "support/parse_samples.h"

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Analysis.h"
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Cfb_Reports.h"
-#include "cfb_vornak/Sector_Units.h"
+#include "cfb_vornak/reports/Cfb_Analysis.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
+#include "cfb_vornak/reports/Sector_Units.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"
 #include "support/cfb_patch.h"

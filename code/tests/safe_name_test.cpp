@@ -1,4 +1,4 @@
-#include "cfb_vornak/Safe_Name.h"
+#include "cfb_vornak/model/Safe_Name.h"
 
 #include <gtest/gtest.h>
 

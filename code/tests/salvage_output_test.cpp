@@ -1,6 +1,6 @@
 // What the salvage writes: safe names, the extracted tree, the rebuilt compound file, and
 // (natively) a corpus of header-zeroed files read back by python3-olefile.
-#include "cfb_vornak/Salvage_Output.h"
+#include "cfb_vornak/salvage/Salvage_Output.h"
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Safe_Name.h"
-#include "cfb_vornak/Salvage.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/model/Safe_Name.h"
+#include "cfb_vornak/salvage/Salvage.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"

@@ -1,6 +1,6 @@
 // Salvage of damaged compound files made by the builder. Every check compares the salvaged
 // bytes with the bytes the file was built from, never with the salvage's own output.
-#include "cfb_vornak/Salvage.h"
+#include "cfb_vornak/salvage/Salvage.h"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 #include "common/byte_order.h"
 #include "support/cfb_patch.h"
 #include "support/sample_shapes.h"

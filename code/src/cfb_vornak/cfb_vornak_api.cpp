@@ -6,9 +6,9 @@
 #include <fstream>
 #include <string>
 
-#include "cfb_vornak/Cfb_Logger.h"
-#include "cfb_vornak/Entries.h"
-#include "cfb_vornak/Library_State.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/entries/Entries.h"
+#include "cfb_vornak/entries/Library_State.h"
 #include "common/error_codes.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"

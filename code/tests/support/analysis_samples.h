@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/cfb_types.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk::test {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 
 namespace vrk::test {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "cfb_vornak/Root_Signature_Search.h"
+#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/platform.h"
 
 namespace vrk::test {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_File.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "support/literal_tables.h"
 
 namespace vrk::test {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Sector_Chains.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/model/Sector_Chains.h"
 
 namespace vrk::test {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/cfb_types.h"
+#include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk::test {
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 
 namespace vrk::test {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/cfb_types.h"
+#include "cfb_vornak/format/cfb_types.h"
 #include "support/sample_shapes.h"
 
 namespace vrk::test {

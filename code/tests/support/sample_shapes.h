@@ -22,8 +22,8 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Builder.h"
-#include "cfb_vornak/Cfb_Fs_Item.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Fs_Item.h"
 
 namespace vrk::test {
 

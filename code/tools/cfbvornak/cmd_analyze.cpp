@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Analysis.h"
-#include "cfb_vornak/Sector_Units.h"
+#include "cfb_vornak/reports/Cfb_Analysis.h"
+#include "cfb_vornak/reports/Sector_Units.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "cli.h"
 #include "common/fs_utils.h"

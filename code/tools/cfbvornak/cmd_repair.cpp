@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_File.h"
-#include "cfb_vornak/Repair_Output_Path.h"
-#include "cfb_vornak/Salvage.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/entries/Repair_Output_Path.h"
+#include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "cli.h"
 #include "common/byte_order.h"

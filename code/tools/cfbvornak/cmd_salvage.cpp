@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/Cfb_Logger.h"
-#include "cfb_vornak/Salvage.h"
-#include "cfb_vornak/Salvage_Output.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/salvage/Salvage.h"
+#include "cfb_vornak/salvage/Salvage_Output.h"
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <random>
 
-#include "cfb_vornak/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Builder.h"
 #include "common/byte_order.h"
 
 namespace vrk::cli {

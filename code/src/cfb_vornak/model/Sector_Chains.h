@@ -1,0 +1,56 @@
+// The sector chains that an allocation table (the SAT or the MiniSAT) describes. Both walks
+// are bounded and end at rings, so a damaged table yields what survives of its chains.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+#include "cfb_vornak/format/cfb_types.h"
+
+namespace vrk {
+
+// A chain that holds more ids than this is dropped and ends the extraction.
+inline constexpr std::size_t kMaxExtractedChainIds = 100000;
+// The single-chain walk follows at most this many links after its start.
+inline constexpr uint32_t kMaxChainWalkSteps = 9999;
+
+// One chain of a table, kept as its first id and its number of ids: every id after the first
+// is the table's entry at the id before it, so the table holds the rest of the chain.
+struct Chain_Extent {
+    sid_t head = 0;
+    uint32_t length = 0;
+    bool operator==(const Chain_Extent& other) const {
+        return head == other.head && length == other.length;
+    }
+};
+
+// Where the entries of one table sector went in the whole table: `count` entries from index
+// `first`. A sector read more than once has one record per reading.
+struct Table_Sector {
+    sid_t sid = 0;
+    uint32_t count = 0;
+    std::size_t first = 0;
+    bool operator==(const Table_Sector& other) const {
+        return sid == other.sid && count == other.count && first == other.first;
+    }
+};
+
+enum class Chain_Event {
+    ring,      // a chain met one of its own ids again; the chain was dropped
+    too_long,  // a chain grew past kMaxExtractedChainIds; it was dropped, extraction ended
+};
+
+// Every chain of `table`: one from each id 0..size-1 that no entry links to, in ascending
+// order. A chain ends with the special value that closed it (kept) or with an id outside the
+// table. Each dropped chain is reported through `on_event` before the walk goes on.
+std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
+                                                const std::function<void(Chain_Event)>& on_event);
+
+// The chain from `start`: follows links until a ring, ENDOFCHAIN, an id past the table or
+// kMaxChainWalkSteps links, then appends ENDOFCHAIN. FREESECT, FATSECT and DIFSECT are kept
+// as ids (the next step then ends past the table), so callers check each id again.
+sids_list walk_sector_chain(const sids_array& table, sid_t start);
+
+}  // namespace vrk

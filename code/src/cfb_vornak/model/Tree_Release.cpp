@@ -1,0 +1,279 @@
+#include "cfb_vornak/model/Tree_Release.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "cfb_vornak/model/Cfb_Directory_Tree.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
+#include "cfb_vornak/model/Safe_Name.h"
+#include "cfb_vornak/model/Sids_Text.h"
+#include "common/fs_utils.h"
+#include "common/platform.h"
+
+namespace vrk {
+
+namespace {
+
+// What the release of many streams shares: the visit marks of the chain walks, one per table
+// (sized once, left all false after every walk, so that a walk costs what its chain costs),
+// and the input file opened once for the range copies.
+struct Release_Scratch {
+    std::vector<bool> normal_seen;
+    std::vector<bool> mini_seen;
+    platform::Input_File input;
+    bool input_tried = false;
+};
+
+// The chain walk of release_chain with `seen` as its marks: all false for ids up to the
+// table's length on entry, and again on return.
+sids_list walk_release_chain(const sids_array& table, sid_t start, uint32_t limit,
+                             std::vector<bool>& seen) {
+    // Ids up to the table's length can be revisited; any larger id ends the walk next round.
+    if (seen.size() != table.size() + 1) {
+        seen.assign(table.size() + 1, false);
+    }
+    sids_list chain{start};
+    if (start <= table.size()) {
+        seen[start] = true;
+    }
+    for (uint32_t added = 0;; ++added) {
+        const sid_t current = chain.back();
+        // An id equal to the table's length has no entry to read: the walk ends there too.
+        if (current >= table.size() || added == limit) {
+            break;
+        }
+        const sid_t next = table[current];
+        if (next == ENDOFCHAIN || (next <= table.size() && seen[next])) {
+            break;
+        }
+        chain.push_back(next);
+        if (next <= table.size()) {
+            seen[next] = true;
+        }
+    }
+    for (const sid_t id : chain) {
+        if (id <= table.size()) {
+            seen[id] = false;
+        }
+    }
+    chain.push_back(ENDOFCHAIN);
+    return chain;
+}
+
+// Appends the runs of the input file to `out`, copied file to file by the system; whatever it
+// does not copy (the input cannot be opened a second time, or a copy stops short) is read
+// through the door in bounded blocks.
+bool write_file_runs(Cfb_File& file, const std::vector<Byte_Run>& runs, platform::Output_File& out,
+                     Release_Scratch& scratch) {
+    constexpr uint64_t kBlock = uint64_t{1} << 20;
+    if (!scratch.input_tried) {
+        scratch.input_tried = true;
+        scratch.input.open(file.door().path());
+    }
+    const platform::Input_File& input = scratch.input;
+    std::vector<uint8_t> block;
+    for (const Byte_Run& run : runs) {
+        uint64_t done = input.is_open() ? out.append_range(input, run.offset, run.length) : 0;
+        while (done < run.length) {
+            const uint64_t n = std::min(kBlock, run.length - done);
+            block.resize(static_cast<std::size_t>(n));
+            file.door().copy_data_to_mem(run.offset + done, n, block.data());
+            if (!out.write(block.data(), block.size())) {
+                return false;
+            }
+            done += n;
+        }
+    }
+    return true;
+}
+
+bool write_container_runs(const std::vector<uint8_t>& container, const std::vector<Byte_Run>& runs,
+                          platform::Output_File& out) {
+    for (const Byte_Run& run : runs) {
+        if (!out.write(container.data() + run.offset, static_cast<std::size_t>(run.length))) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Makes a folder and its parents (or the folder holding a file); a refusal of the file system
+// leaves it unmade, and the child is then skipped: the release goes on.
+void try_create_folder(const std::wstring& folder, bool parent_of_file = false) {
+    try {
+        if (parent_of_file) {
+            fs::make_parent_folder(folder);
+        } else {
+            fs::create_directories(folder);
+        }
+    } catch (const std::exception&) {
+        return;
+    }
+}
+
+const Cfb_Directory_Entry_DirNode* root_storage(const Cfb_File& file) {
+    if (!file.cfb_directory_tree || file.cfb_directory_tree->root == nullptr ||
+        !file.cfb_directory_tree->root->is_dir()) {
+        return nullptr;
+    }
+    return static_cast<const Cfb_Directory_Entry_DirNode*>(file.cfb_directory_tree->root);
+}
+
+}  // namespace
+
+std::wstring release_folder(const Cfb_File& file) {
+    std::wstring base = report_base_folder(file);
+    if (base.empty()) {
+        return base;
+    }
+    return base + platform::from_utf8(report_names::kTreeFolder) + platform::kSeparator +
+           platform::from_utf8(report_names::kReleaseFolder) + platform::kSeparator;
+}
+
+File_Description path_record(const std::wstring& path) {
+    return File_Description{path, path, platform::to_utf8(path)};
+}
+
+std::wstring entry_file_name(const Directory_Entry& entry) {
+    const std::u16string units = entry.name_units();
+    return platform::from_utf16(units.data(), std::min<std::size_t>(units.size(), 32));
+}
+
+bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                 uint64_t last_id, uint64_t source_size, std::vector<Byte_Run>& runs) {
+    runs.clear();
+    uint64_t remaining = size;
+    uint64_t taken = 0;
+    // The chain is finite (closed by the walk's bound) and every id in it is distinct, so
+    // the pieces are disjoint and their sum cannot pass the source size.
+    for (const sid_t id : chain) {
+        if (id == ENDOFCHAIN) {
+            break;
+        }
+        if (is_special(id) || id > last_id) {
+            return false;
+        }
+        const uint64_t offset = (static_cast<uint64_t>(id) + first_unit) * unit;
+        if (offset < source_size && remaining > 0) {
+            const uint64_t n = std::min({remaining, unit, source_size - offset});
+            if (!runs.empty() && runs.back().offset + runs.back().length == offset) {
+                runs.back().length += n;
+            } else {
+                runs.push_back(Byte_Run{offset, n});
+            }
+            remaining -= n;
+        }
+        if (++taken >= size) {
+            break;
+        }
+    }
+    return true;
+}
+
+sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
+    std::vector<bool> seen;
+    return walk_release_chain(table, start, limit, seen);
+}
+
+namespace {
+
+bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Description& target,
+                  Release_Scratch& scratch) {
+    const sid_t start = record.start_sid;
+    const uint32_t size = record.stream_size;
+    const uint32_t cutoff = file.header.mini_stream_cutoff_size;
+    const bool normal = size > cutoff;
+    const uint64_t last_id = normal ? file.max_sid : file.max_mini_sid();
+    if (is_special(start) || size == 0 || start > last_id) {
+        return false;
+    }
+    sids_list chain;
+    if (normal) {
+        CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in normal file!");
+        chain =
+            walk_release_chain(file.big_sids_array, start, kNormalChainLimit, scratch.normal_seen);
+    } else {
+        CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in mini file!");
+        chain = walk_release_chain(file.minisat_big_sids_array, start, kMiniChainLimit,
+                                   scratch.mini_seen);
+    }
+    CFB_LOG_INFO("file sids_list as follow: ");
+    // The chain text holds every id of the stream: made only when information lines are kept.
+    if (Cfb_Logger::writes(Cfb_Logger::kInfo)) {
+        CFB_LOG_INFO(print_sids_list(chain));
+    }
+
+    // Shifts come from the file: reduced mod 32 on an unsigned 32-bit value.
+    const uint32_t shift = normal ? file.header.sector_shift : file.header.mini_sector_shift;
+    const uint64_t unit = uint32_t{1} << (shift % 32u);
+    const uint64_t source_size =
+        normal ? file.door().file_size() : file.short_stream_container.size();
+    std::vector<Byte_Run> runs;
+    if (!stream_runs(chain, size, unit, normal ? 1 : 0, last_id, source_size, runs)) {
+        return false;
+    }
+
+    // The parent folders are made only when the file cannot be created without them: the
+    // release folder made at the start holds every child, so the common case costs no look-ups.
+    platform::Output_File out;
+    if (!out.create(target.path_wstr)) {
+        try_create_folder(target.path_wstr, true);
+        if (!out.create(target.path_wstr)) {
+            return false;
+        }
+    }
+    const bool written = normal ? write_file_runs(file, runs, out, scratch)
+                                : write_container_runs(file.short_stream_container, runs, out);
+    return out.close() && written;
+}
+
+}  // namespace
+
+bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
+                                         const File_Description& target) {
+    Release_Scratch scratch;
+    return write_stream(file, record, target, scratch);
+}
+
+int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,
+                             const File_Description& folder, uint32_t& released) {
+    fs::create_directories(folder.path_wstr);
+    const Cfb_Directory_Entry_DirNode* root = root_storage(file);
+    if (root == nullptr) {
+        return 0;
+    }
+    Release_Scratch scratch;
+    for (const Cfb_Directory_Entry_AbstractNode* child : root->children) {
+        if (child == nullptr || child->index >= file.directory_entrys.size()) {
+            continue;
+        }
+        const Directory_Entry& record = file.directory_entrys[child->index];
+        const std::wstring name = entry_file_name(record);
+        if (is_refused_file_name(name)) {
+            continue;
+        }
+        const File_Description child_path = path_record(folder.path_wstr + name);
+        if (child->is_dir()) {
+            try_create_folder(child_path.path_wstr);
+        } else if (write_stream(file, record, child_path, scratch)) {
+            ++released;
+        }
+    }
+    return 0;
+}
+
+uint32_t release_cfb_directory_tree(Cfb_File& file) {
+    const std::wstring folder = release_folder(file);
+    uint32_t released = 0;
+    if (folder.empty()) {
+        return released;
+    }
+    const Cfb_Directory_Entry_AbstractNode* root =
+        file.cfb_directory_tree ? file.cfb_directory_tree->root : nullptr;
+    release_storage_children(file, root, path_record(folder), released);
+    return released;
+}
+
+}  // namespace vrk

@@ -1,0 +1,366 @@
+// Damage classification of Cfb_File: is the file a compound file at all, does its directory
+// still hold a root entry and the core stream of a known document kind, is its header sound,
+// and does the name's extension fit the kind found.
+//
+// The directory is not located through the header (which may be the damaged part): every
+// 128-byte slot of every whole sector is tested for a plausible directory entry instead.
+// The check's two whole-file passes (signature search and slot scan) run over a memory map;
+// the repair's slot scan reads the file in blocks (Sector_Blocks.h).
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/probe/Root_Signature_Search.h"
+#include "file_operation/Sector_Blocks.h"
+#include "common/byte_order.h"
+#include "common/platform.h"
+
+namespace vrk {
+
+namespace {
+
+// The probe's log lines carry the class's source name and these fixed line numbers.
+constexpr char kCfbFileSource[] = "code/src/cfb_vornak/Cfb_File";
+constexpr int kLineSearchStart = 2128;
+constexpr int kLineCannotOpen = 2132;
+constexpr int kLineFound = 2145;
+constexpr int kLineNotFound = 2152;
+
+constexpr uint32_t kRootNotFound = 0xFFFFFFFFu;
+// Highest DID a sibling or child link may name (the object's max_items).
+constexpr uint32_t kMaxItems = 10000;
+constexpr uint8_t kRootStorageType = 5;
+constexpr uint32_t kMiniStreamCutoff = 4096;
+// The estimate of the short-stream container's size in mini sectors; 63 rather than 64 makes
+// it a little generous.
+constexpr uint32_t kMiniSectorEstimateDivisor = 63;
+constexpr int32_t kKindWord = 0;
+constexpr int32_t kKindSheet = 1;
+constexpr int32_t kKindSlides = 2;
+constexpr int32_t kKindUnknown = 3;
+
+// Offsets inside a 128-byte directory entry. The scan reads bytes 0..123 only: the last four
+// (the high half of a version-4 stream size) are never needed.
+constexpr std::size_t kNameSize = 64;
+constexpr std::size_t kOffNameValidSize = 64;
+constexpr std::size_t kOffObjectType = 66;
+constexpr std::size_t kOffColor = 67;
+constexpr std::size_t kOffLeft = 68;
+constexpr std::size_t kOffRight = 72;
+constexpr std::size_t kOffChild = 76;
+constexpr std::size_t kOffClsid = 80;
+constexpr std::size_t kOffStateBits = 96;
+constexpr std::size_t kOffCreationTime = 100;
+constexpr std::size_t kOffModifiedTime = 108;
+constexpr std::size_t kOffStartSid = 116;
+constexpr std::size_t kOffStreamSize = 120;
+constexpr std::size_t kSlotReadSize = 124;
+
+template <std::size_t N>
+void copy_bytes(const uint8_t* from, std::array<uint8_t, N>& to) {
+    std::memcpy(to.data(), from, N);
+}
+
+Directory_Entry decode_slot(const uint8_t* slot, uint32_t did) {
+    Directory_Entry record;
+    copy_bytes(slot, record.name);
+    record.name_valid_size = read_u16_le(slot + kOffNameValidSize);
+    record.object_type = slot[kOffObjectType];
+    record.color_flag = slot[kOffColor];
+    record.left_sibling_id = read_u32_le(slot + kOffLeft);
+    record.right_sibling_id = read_u32_le(slot + kOffRight);
+    record.child_id = read_u32_le(slot + kOffChild);
+    copy_bytes(slot + kOffClsid, record.clsid);
+    copy_bytes(slot + kOffStateBits, record.state_bits);
+    copy_bytes(slot + kOffCreationTime, record.creation_time);
+    copy_bytes(slot + kOffModifiedTime, record.modified_time);
+    record.start_sid = read_u32_le(slot + kOffStartSid);
+    record.stream_size = read_u32_le(slot + kOffStreamSize);
+    record.did = did;
+    return record;
+}
+
+// The name fills `name_valid_size` bytes; the rest of the 64-byte field must be zero.
+bool name_shape_plausible(const uint8_t* name, uint16_t name_valid_size) {
+    if (name_valid_size < 1 || name_valid_size > kNameSize) return false;
+    for (std::size_t i = name_valid_size; i < kNameSize; ++i) {
+        if (name[i] != 0) return false;
+    }
+    return true;
+}
+
+bool link_plausible(uint32_t id, uint32_t max_items) {
+    return id <= max_items || id == NOSTREAM;
+}
+
+// A stream must fit in the file; a large one must also start inside it.
+bool stream_plausible(uint32_t stream_size, sid_t start_sid, uint64_t file_size, uint64_t max_sid) {
+    if (!(stream_size < file_size - 512u)) return false;
+    return stream_size <= kMiniStreamCutoff || start_sid <= max_sid;
+}
+
+// The same test as Cfb_File::is_plausible_directory_entry, straight off the slot's bytes and
+// cheapest field first: almost every slot of stream data fails at the name length.
+bool slot_plausible(const uint8_t* slot, uint32_t max_items, uint64_t file_size, uint64_t max_sid) {
+    return name_shape_plausible(slot, read_u16_le(slot + kOffNameValidSize)) &&
+           link_plausible(read_u32_le(slot + kOffLeft), max_items) &&
+           link_plausible(read_u32_le(slot + kOffRight), max_items) &&
+           link_plausible(read_u32_le(slot + kOffChild), max_items) &&
+           stream_plausible(read_u32_le(slot + kOffStreamSize), read_u32_le(slot + kOffStartSid),
+                            file_size, max_sid);
+}
+
+// True when the name field starts with `units` (the terminating zero included), compared
+// as UTF-16LE code units; the stated name length is not consulted.
+bool name_starts_with(const Directory_Entry& record, std::u16string_view units) {
+    if (units.size() * 2 > record.name.size()) return false;
+    for (std::size_t i = 0; i < units.size(); ++i) {
+        if (read_u16_le(record.name.data() + 2 * i) != units[i]) return false;
+    }
+    return true;
+}
+
+// The kind named by the first core stream in layout order, or kKindUnknown.
+int32_t core_document_kind(const std::map<uint64_t, std::vector<Directory_Entry>>& layout) {
+    using namespace std::string_view_literals;
+    for (const auto& [sector, records] : layout) {
+        for (const Directory_Entry& record : records) {
+            if (name_starts_with(record, u"0Table\0"sv) ||
+                name_starts_with(record, u"1Table\0"sv)) {
+                return kKindWord;
+            }
+            if (name_starts_with(record, u"Workbook\0"sv)) return kKindSheet;
+            if (name_starts_with(record, u"PowerPoint Document\0"sv)) return kKindSlides;
+        }
+    }
+    return kKindUnknown;
+}
+
+// The three-letter extensions of the known kinds must name the kind found; any other
+// extension passes. The extension is the text after the last "." of the whole path (all of
+// it when there is no "."), lower-cased; only ASCII letters can lower-case into the three
+// names, so ASCII lower-casing decides the same.
+bool extension_fits_kind(const std::wstring& path, int32_t kind) {
+    const std::size_t dot = path.rfind(L'.');
+    std::wstring extension = dot == std::wstring::npos ? path : path.substr(dot + 1);
+    if (extension.size() != 3) return true;
+    for (wchar_t& c : extension) {
+        if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
+    }
+    if (extension == L"doc") return kind == kKindWord;
+    if (extension == L"xls") return kind == kKindSheet;
+    if (extension == L"ppt") return kind == kKindSlides;
+    return true;
+}
+
+void probe_log(const std::string& message, int line) {
+    Cfb_Logger::write(message, kCfbFileSource, line, Cfb_Logger::kInfo);
+}
+
+// What one pass over the file found: the name, and (when asked for, and the file could be
+// mapped and has two sectors or more) the offsets of every plausible directory slot.
+struct Signature_Pass {
+    bool opened = false;
+    bool found = false;
+    bool slots_collected = false;
+    uint64_t file_size = 0;
+    std::vector<uint64_t> plausible_slots;
+};
+
+// Blocks small enough to stay in the core's cache between the name search and the slot test,
+// a multiple of the 128-byte slot size.
+constexpr std::size_t kPassBlock = std::size_t{64} << 10;
+
+void collect_plausible_slots(const uint8_t* data, uint64_t size, uint64_t from, uint64_t to,
+                             uint64_t max_sid, std::vector<uint64_t>& plausible) {
+    for (uint64_t offset = from; offset < to; offset += Directory_Entry::kSize) {
+        if (slot_plausible(data + offset, kMaxItems, size, max_sid)) plausible.push_back(offset);
+    }
+}
+
+// Searches the whole file for the root entry name through a read-only map, and with
+// `collect_slots` does the slot scan's first half on the same bytes, so that a check reads
+// the file once. A file that cannot be mapped (a zero-length one, or one another process
+// holds without read sharing) is searched as a stream.
+Signature_Pass signature_pass(const std::wstring& path, bool collect_slots) {
+    Signature_Pass pass;
+    platform::Mapped_File mapped;
+    if (platform::map_file(path, mapped) != platform::Map_Step::ok) {
+        std::ifstream in(platform::to_path(path), std::ios::binary);
+        pass.opened = in.is_open();
+        pass.found = pass.opened && stream_holds_root_entry_signature(in);
+        return pass;
+    }
+    pass.opened = true;
+    pass.file_size = mapped.size;
+    const uint64_t size = mapped.size;
+    // Below 1024 bytes some slots of sector 0 run past the end; the door's scan handles them.
+    pass.slots_collected = collect_slots && size >= 1024;
+    const uint64_t max_sid = pass.slots_collected ? ((size - 512) >> 9) - 1 : 0;
+    // Every slot of every whole sector: [512, (max_sid + 2) * 512).
+    const uint64_t slots_end = pass.slots_collected ? (max_sid + 2) * 512 : 0;
+    constexpr uint64_t lookahead = kRootEntrySignature.size() - 1;
+    for (uint64_t block = 0; block < size; block += kPassBlock) {
+        const uint64_t block_end = std::min<uint64_t>(block + kPassBlock, size);
+        if (!pass.found) {
+            // Every match starting in this block; it may end in the next one.
+            const uint64_t search_end = std::min<uint64_t>(block_end + lookahead, size);
+            pass.found = contains_root_entry_signature(
+                mapped.data + block, static_cast<std::size_t>(search_end - block));
+            if (pass.found && !pass.slots_collected) break;
+        }
+        const uint64_t from = std::max<uint64_t>(block, 512);
+        const uint64_t to = std::min(block_end, slots_end);
+        if (from < to) {
+            collect_plausible_slots(mapped.data, size, from, to, max_sid, pass.plausible_slots);
+        }
+    }
+    platform::unmap_file(mapped);
+    return pass;
+}
+
+// Logs the search's outcome as the literal stream search does.
+bool report_signature(const Signature_Pass& pass) {
+    if (!pass.opened) {
+        Cfb_Logger::write("无法打开文件！", kCfbFileSource, kLineCannotOpen, Cfb_Logger::kError);
+        return false;
+    }
+    if (pass.found) {
+        probe_log("找到了指定的二进制序列,文件是cfb~", kLineFound);
+        return true;
+    }
+    probe_log("没有找到指定的二进制序列,文件不是cfb~", kLineNotFound);
+    return false;
+}
+
+// The reading of slot bytes for the scan: straight off the door's map, or copied through
+// the door when it has none. A byte past the end fails exactly as a byte-wise read would.
+class Slot_Reader {
+  public:
+    explicit Slot_Reader(Cfb_File& file) : m_file(file), m_mapped(file.door().mapped_data()) {}
+
+    const uint8_t* at(uint64_t offset) {
+        if (m_mapped == nullptr) {
+            m_file.door().copy_data_to_mem(offset, kSlotReadSize, m_copied.data());
+            return m_copied.data();
+        }
+        if (!range_inside(offset, kSlotReadSize, m_file.file_size)) {
+            m_file.door().throw_out_of_range(offset < m_file.file_size ? m_file.file_size : offset);
+        }
+        // The map is the whole file, read-only, and the range was checked just above.
+        return m_mapped + offset;
+    }
+
+  private:
+    Cfb_File& m_file;
+    const uint8_t* m_mapped;
+    std::array<uint8_t, kSlotReadSize> m_copied{};
+};
+
+// The scan's second half: from the plausible slots (ascending offsets) choose the root entry
+// and fill the scanned layout.
+uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausible) {
+    Slot_Reader slots(file);
+    const auto record_at = [&](uint64_t offset) {
+        const uint64_t index = (offset - file.sector0_offset) / file.directory_entry_size;
+        return decode_slot(slots.at(offset), static_cast<uint32_t>(index));
+    };
+    // The last root storage in layout (that is, file) order wins.
+    const uint64_t* root_offset = nullptr;
+    for (const uint64_t& offset : plausible) {
+        if (slots.at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset;
+    }
+    if (root_offset == nullptr) return kRootNotFound;
+
+    file.root_entry = record_at(*root_offset);
+    file.mini_sector_count = file.root_entry.stream_size / kMiniSectorEstimateDivisor;
+    for (const uint64_t offset : plausible) {
+        Directory_Entry record = record_at(offset);
+        // A small stream must start inside the estimated short-stream container. Exactly
+        // 4096 bytes counts as large here, unlike in the plausibility test.
+        if (record.stream_size < kMiniStreamCutoff && record.start_sid > file.mini_sector_count) {
+            continue;
+        }
+        const uint64_t sector = (offset - file.sector0_offset) / file.fixed_sector_size;
+        file.scanned_directory_layout[sector].push_back(record);
+    }
+    return 0;
+}
+
+// check_cfb_core from its second step on, given the scan's result.
+Error_Code check_core_after_scan(Cfb_File& file, uint32_t scan_result) {
+    if (scan_result == kRootNotFound) return ec::kRootLost;
+    const int32_t kind = core_document_kind(file.scanned_directory_layout);
+    if (kind == kKindUnknown) return ec::kCoreLost;
+    file.document_kind = kind;
+    file.parse_header();
+    const Error_Code header_result = file.validate_header();
+    if (header_result != ec::kSuccess) return header_result;
+    if (!extension_fits_kind(file.m_input.open_path_wstr, file.document_kind)) {
+        return ec::kExtension;
+    }
+    return ec::kSuccess;
+}
+
+}  // namespace
+
+Error_Code Cfb_File::get_cfb_file_damaged_type(const File_Description& input) {
+    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
+    const Signature_Pass pass = signature_pass(input.open_path_wstr, true);
+    if (!report_signature(pass)) return ec::kNotCfb;
+    const auto file = std::make_unique<Cfb_File>(input);
+    // The pass saw the same file through another map; should the file have changed size in
+    // between, scan again through the door.
+    if (!pass.slots_collected || pass.file_size != file->file_size) return check_cfb_core(*file);
+    file->scanned_directory_layout.clear();
+    return check_core_after_scan(*file, choose_root_entry(*file, pass.plausible_slots));
+}
+
+bool Cfb_File::search_root_entry_signature(const File_Description& input) {
+    probe_log("search_root_entry_signature input file:[" + input.path_utf8 + "]", kLineSearchStart);
+    return report_signature(signature_pass(input.open_path_wstr, false));
+}
+
+Error_Code Cfb_File::check_cfb_core(Cfb_File& file) {
+    return check_core_after_scan(file, file.find_root_entry_by_scan());
+}
+
+uint32_t Cfb_File::find_root_entry_by_scan() {
+    scanned_directory_layout.clear();
+    // The first half keeps only the offsets of plausible slots: stream data is almost never
+    // plausible, and a directory is small next to its file.
+    std::vector<uint64_t> plausible;
+    Slot_Reader slots(*this);
+    Sector_Blocks blocks(m_input.open_path_wstr, file_size);
+    // max_sid is derived from the file size, so this walks each whole sector once.
+    for (uint64_t sector = 0; sector <= max_sid; ++sector) {
+        for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
+            const uint64_t offset =
+                sector0_offset +
+                uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
+            const uint8_t* bytes = blocks.at(offset, kSlotReadSize);
+            if (slot_plausible(bytes != nullptr ? bytes : slots.at(offset), max_items, file_size,
+                               max_sid)) {
+                plausible.push_back(offset);
+            }
+        }
+    }
+    return choose_root_entry(*this, plausible);
+}
+
+bool Cfb_File::is_plausible_directory_entry(const Directory_Entry& record) const {
+    return name_shape_plausible(record.name.data(), record.name_valid_size) &&
+           link_plausible(record.left_sibling_id, max_items) &&
+           link_plausible(record.right_sibling_id, max_items) &&
+           link_plausible(record.child_id, max_items) &&
+           stream_plausible(record.stream_size, record.start_sid, file_size, max_sid);
+}
+
+}  // namespace vrk

@@ -1,0 +1,27 @@
+// The analysis driver: parses one compound file and writes its structure reports and the
+// streams under its root into an output folder.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/format/cfb_types.h"
+
+namespace vrk {
+
+struct Analysis_Summary {
+    std::vector<std::wstring> reports;  // the seven report paths, in the order written
+    std::wstring release_folder;
+    uint32_t released_streams = 0;
+};
+
+// Opens its own fully parsed Cfb_File on `input` and writes, in this order: the header,
+// DISAT, SAT, MiniSAT, directory layout and directory tree reports, the short-stream
+// container, then releases the root's children. Exceptions of the file layer pass through.
+Analysis_Summary run_cfb_analysis(const File_Description& input, const std::wstring& output_folder);
+
+// The summary of the last analysis run on the calling thread (empty before any).
+Analysis_Summary last_analysis_summary();
+
+}  // namespace vrk

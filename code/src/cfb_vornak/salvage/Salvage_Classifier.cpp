@@ -1,0 +1,113 @@
+#include "cfb_vornak/salvage/Salvage_Classifier.h"
+
+#include <algorithm>
+
+#include "cfb_vornak/salvage/Salvage_Evidence.h"
+#include "file_operation/Sector_Blocks.h"
+#include "common/byte_order.h"
+
+namespace vrk::salvage {
+
+Sector_Geometry::Sector_Geometry(uint32_t sector_size_, uint64_t file_size_)
+    : sector_size(sector_size_), file_size(file_size_) {
+    if (file_size > sector_size) {
+        const uint64_t body = file_size - sector_size;
+        // Sector ids are 32-bit; a larger file has sectors nobody can name.
+        count = static_cast<uint32_t>(
+            std::min<uint64_t>((body + sector_size - 1) / sector_size, MAXREGSECT));
+        whole_count = static_cast<uint32_t>(std::min<uint64_t>(body / sector_size, MAXREGSECT));
+    }
+}
+
+uint64_t Sector_Geometry::bytes_in_file(sid_t sid) const {
+    const uint64_t start = offset(sid);
+    if (start >= file_size) return 0;
+    return std::min<uint64_t>(sector_size, file_size - start);
+}
+
+bool is_table_like(const uint8_t* sector, uint32_t entries, uint64_t bound, bool allow_twice) {
+    uint32_t ids[1024];
+    uint32_t n = 0;
+    for (uint32_t i = 0; i < entries && i < 1024; ++i) {
+        const uint32_t v = read_u32_le(sector + 4 * i);
+        if (is_special(v)) continue;
+        if (v >= bound) return false;
+        ids[n++] = v;
+    }
+    if (allow_twice) return true;
+    std::sort(ids, ids + n);
+    return std::adjacent_find(ids, ids + n) == ids + n;
+}
+
+namespace {
+
+// The SAT position p that most sequential links (entry i -> p * E + i + 1) agree on, or -1.
+int32_t guess_position(const uint8_t* sector, uint32_t entries) {
+    int64_t candidate = -1;
+    uint32_t agree = 0;
+    uint32_t votes = 0;
+    for (uint32_t i = 0; i < entries; ++i) {
+        const uint32_t v = read_u32_le(sector + 4 * i);
+        if (is_special(v) || v <= i) continue;
+        const uint32_t d = v - i - 1;
+        if (d % entries != 0) continue;
+        const int64_t p = d / entries;
+        ++votes;
+        if (agree == 0) {
+            candidate = p;
+            agree = 1;
+        } else if (p == candidate) {
+            ++agree;
+        } else {
+            --agree;
+        }
+    }
+    if (candidate < 0 || candidate > INT32_MAX) return -1;
+    uint32_t support = 0;
+    for (uint32_t i = 0; i < entries; ++i) {
+        const uint32_t v = read_u32_le(sector + 4 * i);
+        if (!is_special(v) && v > i && (v - i - 1) == candidate * entries) ++support;
+    }
+    return support * 2 > votes ? static_cast<int32_t>(candidate) : -1;
+}
+
+}  // namespace
+
+Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry,
+                                const platform::Input_File* file) {
+    Sector_Classes classes(geometry);
+    classes.flags.assign(geometry.count, 0);
+    classes.sat_position.assign(geometry.count, -1);
+    const uint32_t entries = geometry.entries_per_sector();
+    const uint32_t slots = geometry.sector_size / kDirEntrySize;
+    // Ids of a cut file's SAT may reach past its end; a generous bound still rejects text and
+    // random data, whose 32-bit values are mostly huge.
+    const uint64_t bound = static_cast<uint64_t>(geometry.count) * 2 + entries;
+    Sector_Blocks blocks(file, geometry.file_size);
+    for (uint32_t sid = 0; sid < geometry.whole_count; ++sid) {
+        const uint8_t* sector = blocks.at(geometry.offset(sid), geometry.sector_size);
+        if (sector == nullptr) sector = data + geometry.offset(sid);
+        uint8_t f = 0;
+        if (is_table_like(sector, entries, bound, true)) f |= kTableRange;
+        if ((f & kTableRange) != 0 && is_table_like(sector, entries, bound)) {
+            f |= kTableLike;
+            classes.sat_position[sid] = guess_position(sector, entries);
+        }
+        uint32_t valid = 0;
+        bool ok = true;
+        for (uint32_t slot = 0; slot < slots && ok; ++slot) {
+            const Record_Kind kind = classify_dir_record(sector + kDirEntrySize * slot);
+            if (kind == Record_Kind::invalid) ok = false;
+            if (kind == Record_Kind::valid) ++valid;
+        }
+        if (ok) {
+            f |= kDirOk;
+            if (valid > 0) f |= kDirLike;
+            if (sector[66] == 5) f |= kRootFirst;
+        }
+        classes.flags[sid] = f;
+    }
+    return classes;
+}
+
+}  // namespace vrk::salvage

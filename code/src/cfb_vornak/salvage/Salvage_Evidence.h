@@ -1,0 +1,75 @@
+// What the header and the directory records of a damaged compound file say, each field taken
+// for what it is worth: the salvage checks every value against the file before using it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "cfb_vornak/format/cfb_types.h"
+
+namespace vrk::salvage {
+
+inline constexpr uint32_t kHeaderDisatEntries = 109;
+inline constexpr uint32_t kDirEntrySize = 128;
+inline constexpr uint32_t kMiniSectorSize = 64;
+inline constexpr uint32_t kMiniStreamCutoff = 4096;
+
+// The header fields (offsets in the 512-byte header).
+struct Header_Evidence {
+    bool magic_ok = false;            // 0: D0 CF 11 E0 A1 B1 1A E1
+    uint16_t minor_version = 0;       // 24: 0x003E (0x003B from older writers)
+    uint16_t major_version = 0;       // 26: 3 or 4
+    uint16_t byte_order = 0;          // 28: 0xFFFE
+    uint16_t sector_shift = 0;        // 30: 9 (version 3) or 12 (version 4)
+    uint16_t mini_sector_shift = 0;   // 32: 6
+    uint32_t num_dir_secs = 0;        // 40: 0 in version 3
+    uint32_t num_sat_secs = 0;        // 44
+    sid_t first_dir_sid = 0;          // 48
+    uint32_t mini_stream_cutoff = 0;  // 56: 4096
+    sid_t first_minisat_sid = 0;      // 60
+    uint32_t num_minisat_secs = 0;    // 64
+    sid_t first_disat_sid = 0;        // 68
+    uint32_t num_disat_secs = 0;      // 72
+    std::array<sid_t, kHeaderDisatEntries> header_disat{};  // 76..511
+
+    // 512 or 4096 when the shift says so, else 0.
+    uint32_t declared_sector_size() const;
+};
+
+// Reads the header fields; a file shorter than 512 bytes gives all fields zero.
+Header_Evidence read_header(const uint8_t* data, uint64_t size);
+
+// One 128-byte directory record, decoded.
+struct Dir_Record {
+    std::array<char16_t, 32> name_units{};
+    uint16_t name_length = 0;  // bytes, terminating zero included
+    uint8_t object_type = 0;
+    uint8_t color = 0;
+    uint32_t left = NOSTREAM;
+    uint32_t right = NOSTREAM;
+    uint32_t child = NOSTREAM;
+    std::array<uint8_t, 16> clsid{};
+    std::array<uint8_t, 4> state_bits{};
+    std::array<uint8_t, 8> creation_time{};
+    std::array<uint8_t, 8> modified_time{};
+    sid_t start = ENDOFCHAIN;
+    uint64_t size = 0;
+
+    // The name up to its terminating zero (at most 31 units).
+    std::u16string name() const;
+};
+
+// Decodes the record at `p` (128 bytes). Version 4 files (4096-byte sectors) keep a 64-bit
+// size; version 3 writers may leave junk in the high half, so only the low half counts there.
+Dir_Record decode_dir_record(const uint8_t* p, bool wide_size);
+
+enum class Record_Kind { empty, valid, invalid };
+
+// An empty slot has object type 0. A valid one has type 1, 2 or 5, a colour of 0 or 1, links
+// that are NOSTREAM or plausible ids, and a zero-terminated name whose length matches; a root
+// record (type 5 without siblings) may have lost its name.
+Record_Kind classify_dir_record(const uint8_t* p);
+
+}  // namespace vrk::salvage

@@ -1,0 +1,467 @@
+#include "cfb_vornak/salvage/Salvage_Output.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cwctype>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <system_error>
+#include <vector>
+
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/model/Safe_Name.h"
+#include "cfb_vornak/builder/Sibling_Tree_Layout.h"
+#include "common/byte_order.h"
+#include "common/platform.h"
+
+namespace vrk {
+
+namespace {
+
+const char* state_text(Salvage_State s) {
+    switch (s) {
+        case Salvage_State::recovered:
+            return "recovered";
+        case Salvage_State::partial:
+            return "partial";
+        case Salvage_State::lost:
+            return "lost";
+    }
+    return "lost";
+}
+
+std::string utf8(const std::u16string& s) {
+    return platform::to_utf8(platform::from_utf16(s.data(), s.size()));
+}
+
+// A path for the text report: control characters (the format's own names start with \x05 or
+// \x01) shown as \xNN.
+std::string display_path(const std::u16string& path) {
+    std::string out;
+    for (const char c : utf8(path)) {
+        const auto u = static_cast<unsigned char>(c);
+        if (u < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\x%02x", u);
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string json_string(const std::string& s) {
+    std::string out = "\"";
+    for (const char c : s) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char buf[8];
+            std::snprintf(buf, sizeof buf, "\\u%04x", u);
+            out += buf;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+std::string missing_text(const Salvaged_Entry& e) {
+    uint64_t missing = 0;
+    std::string where;
+    for (const Salvage_Range& r : e.missing) {
+        missing += r.length;
+        if (!where.empty()) where += ", ";
+        where += std::to_string(r.offset) + "-" + std::to_string(r.offset + r.length - 1);
+    }
+    if (missing == 0) return "0 bytes missing, end of chain not confirmed";
+    return std::to_string(missing) + " bytes missing at " + where;
+}
+
+std::wstring lower(std::wstring s) {
+    for (wchar_t& c : s) c = static_cast<wchar_t>(std::towlower(static_cast<wint_t>(c)));
+    return s;
+}
+
+// Picks a name not yet used in one folder (compared without case, as Windows does).
+std::wstring unique_in(std::set<std::wstring>& used, const std::wstring& base) {
+    std::wstring name = base;
+    // Each try adds a different suffix; the set is finite, so a free one is found.
+    for (uint32_t n = 2; used.count(lower(name)) != 0; ++n) name = base + L"~" + std::to_wstring(n);
+    used.insert(lower(name));
+    return name;
+}
+
+bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& bytes,
+                std::string& error) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    if (out)
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
+    if (!out) {
+        error = "cannot write " + platform::to_utf8(platform::from_path(path));
+        return false;
+    }
+    return true;
+}
+
+// Writes the bytes of `pieces` to `path`. Pieces that follow each other in the stream without
+// gaps are written straight from the input (runs of 64 KB or more copied by the system from
+// `file` when it is open, the others from the mapped bytes), joined where they also follow each
+// other in the file; a stream with gaps, or one split into many small runs, goes through one
+// gathered copy instead, which yields the same bytes.
+bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64_t size,
+                  const platform::Input_File* file, const std::vector<Salvage_Piece>& pieces,
+                  std::string& error) {
+    constexpr uint64_t kSmallRun = 64 * 1024;
+    uint64_t next = 0;
+    uint64_t runs = 0;
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        const Salvage_Piece& p = pieces[i];
+        if (p.stream_offset != next || p.file_offset > size || p.length > size - p.file_offset) {
+            return write_file(path, salvaged_bytes(data, size, pieces), error);
+        }
+        if (i == 0 || pieces[i - 1].file_offset + pieces[i - 1].length != p.file_offset) ++runs;
+        next += p.length;
+    }
+    if (runs > 1 + next / kSmallRun)
+        return write_file(path, salvaged_bytes(data, size, pieces), error);
+    platform::Output_File out;
+    bool ok = out.create(platform::from_path(path));
+    for (std::size_t i = 0; ok && i < pieces.size();) {
+        const uint64_t start = pieces[i].file_offset;
+        uint64_t length = 0;
+        for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
+            length += pieces[i].length;
+        }
+        // Short runs cost less as one write than as a copy between the files.
+        ok = file != nullptr && length >= kSmallRun
+                 ? out.append_range(*file, start, length) == length
+                 : out.write(data + start, static_cast<std::size_t>(length));
+    }
+    ok = out.close() && ok;
+    if (!ok) error = "cannot write " + platform::to_utf8(platform::from_path(path));
+    return ok;
+}
+
+// Where --extract puts an unclaimed chain, relative to its folder.
+std::string lost_name(const Salvage_Lost_Chain& c) {
+    return "lost/sector_" + std::to_string(c.first_sector) + ".bin";
+}
+
+uint64_t chain_bytes(const Salvage_Lost_Chain& c) {
+    uint64_t n = 0;
+    for (const Salvage_Piece& p : c.pieces) n += p.length;
+    return n;
+}
+
+bool wanted(const Salvaged_Entry& e, bool keep_partial) {
+    return e.state == Salvage_State::recovered ||
+           (keep_partial && e.state == Salvage_State::partial);
+}
+
+}  // namespace
+
+std::string salvage_summary(const Salvage_Result& result) {
+    return std::to_string(result.stream_count()) +
+           " streams: " + std::to_string(result.count(Salvage_State::recovered)) + " recovered, " +
+           std::to_string(result.count(Salvage_State::partial)) + " partial, " +
+           std::to_string(result.count(Salvage_State::lost)) + " lost; " +
+           std::to_string(result.lost_chains.size()) + " unclaimed chains";
+}
+
+std::string salvage_report_text(const Salvage_Result& result) {
+    std::string out;
+    if (!result.is_compound_file) {
+        out += "not a compound file: " + result.reason + "\n";
+        out += "summary: " + salvage_summary(result) + "\n";
+        return out;
+    }
+    out += "layout: " + result.layout + " (" + result.reason + ")\n";
+    for (std::size_t i = 0; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type != 2) continue;
+        out += std::string(state_text(e.state)) + "\t" + display_path(result.path_of(i)) + "\t" +
+               std::to_string(e.size) + " bytes";
+        if (e.state != Salvage_State::recovered) out += ", " + missing_text(e);
+        out += "\t(" + e.evidence + ")\n";
+    }
+    for (const Salvage_Lost_Chain& c : result.lost_chains) {
+        out += "unclaimed\t" + lost_name(c) + "\t" + std::to_string(chain_bytes(c)) +
+               " bytes\t(chain from sector " + std::to_string(c.first_sector) + " at file offset " +
+               std::to_string(c.pieces.front().file_offset) + ", " +
+               std::to_string(c.pieces.size()) + " runs)\n";
+    }
+    out += "summary: " + salvage_summary(result) + "\n";
+    return out;
+}
+
+std::string salvage_report_json(const Salvage_Result& result) {
+    std::string out =
+        "{\"compound_file\":" + std::string(result.is_compound_file ? "true" : "false");
+    out +=
+        ",\"layout\":" + json_string(result.layout) + ",\"reason\":" + json_string(result.reason);
+    out += ",\"sector_size\":" + std::to_string(result.sector_size) + ",\"storages\":[";
+    bool first = true;
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        if (!result.entries[i].is_storage()) continue;
+        out += (first ? "" : ",") + json_string(utf8(result.path_of(i)));
+        first = false;
+    }
+    out += "],\"streams\":[";
+    first = true;
+    for (std::size_t i = 0; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type != 2) continue;
+        out += first ? "{" : ",{";
+        first = false;
+        out += "\"path\":" + json_string(utf8(result.path_of(i))) +
+               ",\"size\":" + std::to_string(e.size) + ",\"state\":\"" + state_text(e.state) +
+               "\",\"recovered_bytes\":" + std::to_string(e.recovered_bytes()) + ",\"missing\":[";
+        for (std::size_t k = 0; k < e.missing.size(); ++k) {
+            out += (k ? ",{" : "{") + std::string("\"offset\":") +
+                   std::to_string(e.missing[k].offset) +
+                   ",\"length\":" + std::to_string(e.missing[k].length) + "}";
+        }
+        out += "],\"evidence\":" + json_string(e.evidence) + "}";
+    }
+    out += "],\"unclaimed_chains\":[";
+    for (std::size_t k = 0; k < result.lost_chains.size(); ++k) {
+        const Salvage_Lost_Chain& c = result.lost_chains[k];
+        out += (k ? ",{" : "{") + std::string("\"name\":") + json_string(lost_name(c)) +
+               ",\"first_sector\":" + std::to_string(c.first_sector) +
+               ",\"file_offset\":" + std::to_string(c.pieces.front().file_offset) +
+               ",\"bytes\":" + std::to_string(chain_bytes(c)) + "}";
+    }
+    out += "],\"summary\":{\"streams\":" + std::to_string(result.stream_count()) +
+           ",\"recovered\":" + std::to_string(result.count(Salvage_State::recovered)) +
+           ",\"partial\":" + std::to_string(result.count(Salvage_State::partial)) +
+           ",\"lost\":" + std::to_string(result.count(Salvage_State::lost)) +
+           ",\"unclaimed_chains\":" + std::to_string(result.lost_chains.size()) + "}}\n";
+    return out;
+}
+
+std::wstring safe_component(const std::wstring& name) {
+    std::wstring out;
+    for (const wchar_t c : name) {
+        const bool forbidden =
+            c == L'/' || c == L'\\' || c < 0x20 ||
+            (platform::kWindows && std::wstring(L"<>:\"|?*").find(c) != std::wstring::npos);
+        out += forbidden ? L'_' : c;
+    }
+    if (out.empty()) out = L"_";
+    // Each step makes the name longer or replaces a refused ending; three steps settle every
+    // refused form ("." / "..", trailing dot or blank, device names).
+    for (int step = 0; step < 3 && is_refused_file_name(out); ++step) {
+        if (out.back() == L'.' || out.back() == L' ') {
+            out.back() = L'_';
+        } else {
+            out.insert(out.begin(), L'_');
+        }
+    }
+    return is_refused_file_name(out) ? std::wstring(L"_entry") : out;
+}
+
+bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                     const std::wstring& folder, bool keep_partial, std::string& error,
+                     const platform::Input_File* file) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    const fs::path root = platform::to_path(folder);
+    fs::create_directories(root, ec);
+    if (!fs::is_directory(root)) {
+        error = "cannot create folder " + platform::to_utf8(folder);
+        return false;
+    }
+    std::vector<fs::path> paths(result.entries.size());
+    std::vector<std::set<std::wstring>> used(result.entries.size());
+    paths[0] = root;
+    used[0].insert(L"lost");  // the unclaimed chains' folder
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
+        const auto parent = static_cast<std::size_t>(e.parent);
+        if (paths[parent].empty()) continue;
+        const std::wstring base =
+            safe_component(platform::from_utf16(e.name.data(), e.name.size()));
+        fs::path target = paths[parent] / platform::to_path(unique_in(used[parent], base));
+        // An existing link would lead the write elsewhere: take another name instead.
+        for (int tries = 0;
+             tries < 100 && (platform::is_link(target) ||
+                             (e.is_storage() && fs::exists(target) && !fs::is_directory(target)));
+             ++tries) {
+            target = paths[parent] / platform::to_path(unique_in(used[parent], base));
+        }
+        if (e.is_storage()) {
+            fs::create_directories(target, ec);
+            if (!fs::is_directory(target)) {
+                error = "cannot create folder " + platform::to_utf8(platform::from_path(target));
+                return false;
+            }
+            paths[i] = target;
+            continue;
+        }
+        if (!write_pieces(target, data, size, file, e.pieces, error)) return false;
+    }
+    if (!result.lost_chains.empty()) {
+        const fs::path lost = root / "lost";
+        fs::create_directories(lost, ec);
+        if (platform::is_link(lost) || !fs::is_directory(lost)) {
+            error = "cannot create folder " + platform::to_utf8(platform::from_path(lost));
+            return false;
+        }
+        for (const Salvage_Lost_Chain& c : result.lost_chains) {
+            const fs::path file_path = root / lost_name(c);
+            if (platform::is_link(file_path)) continue;
+            if (!write_pieces(file_path, data, size, file, c.pieces, error)) return false;
+        }
+    }
+    return true;
+}
+
+namespace {
+
+// The recovered tree as builder items; with `streams`, stream items get no bytes of their own
+// and `streams` pairs each with its entry instead.
+std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
+    const uint8_t* data, uint64_t size, const Salvage_Result& result, bool keep_partial,
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*>* streams) {
+    auto root = std::make_unique<Cfb_Fs_Item_DirNode>();
+    if (result.entries.empty()) return root;
+    auto copy_meta = [](const Salvaged_Entry& e, Cfb_Fs_Item_AbstractNode& item) {
+        item.clsid = e.clsid;
+        item.state_bits = e.state_bits;
+        item.creation_time = e.creation_time;
+        item.modified_time = e.modified_time;
+    };
+    copy_meta(result.entries[0], *root);
+    std::vector<Cfb_Fs_Item_DirNode*> dirs(result.entries.size(), nullptr);
+    // The builder refuses two children of one storage whose names compare equal in the
+    // format's order; a damaged directory may hold such twins.
+    struct Entry_Name_Less {
+        bool operator()(const std::u16string& a, const std::u16string& b) const {
+            return compare_entry_names(a, b) < 0;
+        }
+    };
+    std::vector<std::set<std::u16string, Entry_Name_Less>> used(result.entries.size());
+    dirs[0] = root.get();
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
+        Cfb_Fs_Item_DirNode* parent = dirs[static_cast<std::size_t>(e.parent)];
+        if (parent == nullptr) continue;
+        std::u16string name = e.name.empty() ? u"_" : e.name;
+        // Each try has a different suffix; a storage has fewer children than tries.
+        for (uint32_t n = 2;
+             used[static_cast<std::size_t>(e.parent)].count(name) != 0 && n < 100000; ++n) {
+            const std::string suffix = "~" + std::to_string(n);
+            name =
+                e.name.substr(0, 31 - suffix.size()) + std::u16string(suffix.begin(), suffix.end());
+        }
+        used[static_cast<std::size_t>(e.parent)].insert(name);
+        if (e.is_storage()) {
+            Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
+            copy_meta(e, d);
+            dirs[i] = &d;
+        } else if (streams != nullptr) {
+            Cfb_Fs_Item_FileNode& f = parent->add_stream(name, {});
+            copy_meta(e, f);
+            (*streams)[&f] = &e;
+        } else {
+            Cfb_Fs_Item_FileNode& f =
+                parent->add_stream(name, salvaged_bytes(data, size, e.pieces));
+            copy_meta(e, f);
+        }
+    }
+    return root;
+}
+
+// Streams straight from the input's verified pieces; missing ranges before the last piece
+// read as zeros, as salvaged_bytes gives them.
+class Pieces_Source final : public Stream_Source {
+  public:
+    Pieces_Source(const uint8_t* data, uint64_t size, const platform::Input_File* file,
+                  std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams)
+        : m_data(data), m_size(size), m_file(file), m_streams(std::move(streams)) {}
+
+    uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
+        uint64_t end = 0;
+        for (const Salvage_Piece& p : pieces(item)) end = std::max(end, p.stream_offset + p.length);
+        return end;
+    }
+
+    void write(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out) const override {
+        write_or_copy(item, out, nullptr);
+    }
+
+    [[nodiscard]] const platform::Input_File* input_file() const override { return m_file; }
+
+    // Long runs are copied from the file; short ones (mini streams) come from the map.
+    void write_or_copy(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out,
+                       const Range_Out& copy) const override {
+        constexpr uint64_t kCopiedRun = 64 * 1024;
+        static const uint8_t zeros[4096] = {};
+        uint64_t at = 0;
+        for (const Salvage_Piece& p : pieces(item)) {
+            // Pieces come in ascending stream order; zeros fill a missing range.
+            for (uint64_t gap = p.stream_offset - std::min(at, p.stream_offset); gap > 0;) {
+                const auto n = static_cast<std::size_t>(std::min<uint64_t>(gap, sizeof zeros));
+                out(zeros, n);
+                gap -= n;
+            }
+            if (copy && p.length >= kCopiedRun) {
+                copy(p.file_offset, p.length);
+            } else {
+                out(m_data + p.file_offset, static_cast<std::size_t>(p.length));
+            }
+            at = p.stream_offset + p.length;
+        }
+    }
+
+  private:
+    const std::vector<Salvage_Piece>& pieces(const Cfb_Fs_Item_FileNode& item) const {
+        static const std::vector<Salvage_Piece> none;
+        const auto found = m_streams.find(&item);
+        if (found == m_streams.end()) return none;
+        // Only pieces inside the input: salvaged_bytes refuses the others the same way.
+        for (const Salvage_Piece& p : found->second->pieces) {
+            if (!range_inside(p.file_offset, p.length, m_size)) return none;
+        }
+        return found->second->pieces;
+    }
+
+    const uint8_t* m_data;
+    uint64_t m_size;
+    const platform::Input_File* m_file;
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> m_streams;
+};
+
+}  // namespace
+
+std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
+                                                  const Salvage_Result& result, bool keep_partial) {
+    return tree_of(data, size, result, keep_partial, nullptr);
+}
+
+bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                   const std::wstring& path, bool keep_partial, std::string& error,
+                   const platform::Input_File* file) {
+    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams;
+    const auto tree = tree_of(data, size, result, keep_partial, &streams);
+    const Pieces_Source source(data, size, file, std::move(streams));
+    try {
+        if (write_compound_file(path, *tree, source)) return true;
+    } catch (const std::exception& e) {
+        error = e.what();
+        return false;
+    }
+    error = "cannot write " + platform::to_utf8(path);
+    return false;
+}
+
+}  // namespace vrk
