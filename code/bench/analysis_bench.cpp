@@ -25,9 +25,9 @@
 #include <vector>
 
 #include "bench_support.h"
-#include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/builder/Cfb_Fs_Item.h"
+#include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "common/platform.h"
 
 namespace {

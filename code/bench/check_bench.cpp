@@ -14,8 +14,8 @@
 #include <utility>
 
 #include "bench_support.h"
-#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/platform.h"
 
 namespace {

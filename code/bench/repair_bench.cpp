@@ -22,11 +22,11 @@
 #include <string>
 
 #include "bench_support.h"
+#include "cfb_vornak/cfb_vornak_api.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
-#include "file_operation/Sector_Blocks.h"
-#include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
+#include "file_operation/Sector_Blocks.h"
 
 namespace {
 

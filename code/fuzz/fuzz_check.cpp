@@ -8,9 +8,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "cfb_vornak/cfb_vornak_api.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/probe/Root_Signature_Search.h"
-#include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 #include "scratch_frame.h"
 #include "support/literal_probe.h"

@@ -109,8 +109,7 @@ sids_array long_chain_table(uint32_t length) {
 TEST(SatChains, ChainOf100001IdsIsKeptOneMoreIsDroppedAndEndsExtraction) {
     std::vector<Chain_Event> events;
     const auto record = [&](Chain_Event e) { events.push_back(e); };
-    const std::vector<Chain_Extent> kept =
-        extract_sector_chains(long_chain_table(100001), record);
+    const std::vector<Chain_Extent> kept = extract_sector_chains(long_chain_table(100001), record);
     EXPECT_TRUE(events.empty());
     ASSERT_EQ(kept.size(), 4u);  // 0, the long one, and the two free ids after it
     EXPECT_EQ(kept[1], (Chain_Extent{2, 100002}));

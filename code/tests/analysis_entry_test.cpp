@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
-#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"
 #include "support/cfb_patch.h"

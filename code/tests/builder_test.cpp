@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "common/byte_order.h"
 #include "common/error_codes.h"
 #include "common/platform.h"

@@ -4,9 +4,9 @@
 #include <set>
 #include <string>
 
+#include "cfb_vornak/cfb_vornak_api.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Library_State.h"
-#include "cfb_vornak/cfb_vornak_api.h"
 #include "common/error_store.h"
 
 namespace vrk {

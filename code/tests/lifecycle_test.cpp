@@ -4,10 +4,10 @@
 #include <string>
 #include <thread>
 
+#include "cfb_vornak/cfb_vornak_api.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Entries.h"
 #include "cfb_vornak/entries/Library_State.h"
-#include "cfb_vornak/cfb_vornak_api.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

@@ -43,8 +43,7 @@ TEST(Minisat, SectorsAreAContiguousRunNotTheChainEndingAtTheLastWholeSector) {
     image.u32_at(off::kFirstMinisatSid, 10);
     image.u32_at(off::kNumMinisatSecs, 2);
     Cfb_File file(write_sample("run.cfb", image.bytes), File_Description{});
-    EXPECT_EQ(file.minisat_sector_dicts,
-              (std::vector<Table_Sector>{{10, 128, 0}, {11, 128, 128}}));
+    EXPECT_EQ(file.minisat_sector_dicts, (std::vector<Table_Sector>{{10, 128, 0}, {11, 128, 128}}));
 
     // {first sector, count} of an 8-sector file with a partial ninth: the MiniSAT
     // entries read.

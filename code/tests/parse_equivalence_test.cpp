@@ -68,8 +68,7 @@ std::string difference(const Cfb_File& f, const Literal_Parse& l, bool compare_c
         return "minisat_sector_dicts";
     }
     if (f.minisat_big_sids_array != l.minisat_big_sids_array) return "minisat_big_sids_array";
-    if (test::chain_lists(f.minisat_sids_lists, f.minisat_big_sids_array) !=
-        l.minisat_sids_lists) {
+    if (test::chain_lists(f.minisat_sids_lists, f.minisat_big_sids_array) != l.minisat_sids_lists) {
         return "minisat_sids_lists";
     }
     if (f.directory_entrys_sids_list != l.directory_entrys_sids_list) return "directory chain";

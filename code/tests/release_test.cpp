@@ -10,8 +10,8 @@
 
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 #include "cfb_vornak/model/Cfb_File.h"
-#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/model/Tree_Release.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"
 #include "support/cfb_patch.h"

@@ -13,12 +13,12 @@
 #include <tuple>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Repair_Output_Path.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
-#include "file_operation/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
+#include "file_operation/Sector_Blocks.h"
 #include "support/cfb_patch.h"
 #include "support/repair_samples.h"
 #include "support/sample_shapes.h"

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/reports/Sector_Units.h"
 #include "common/platform.h"

@@ -52,8 +52,7 @@ VRK_CFB_API int32_t VRK_CFB_CALL VrkCfbGeneralRepair(const char* input_file,
 
 /* Stores the document password, then repairs as VrkCfbGeneralRepair does. */
 VRK_CFB_API int32_t VRK_CFB_CALL VrkCfbAdvanceRepair(const char* input_file,
-                                                     const char* output_file,
-                                                     const char* password);
+                                                     const char* output_file, const char* password);
 
 #ifdef __cplusplus
 }

@@ -16,7 +16,8 @@ namespace vrk {
 }
 
 [[nodiscard]] inline uint64_t read_u64_le(const uint8_t* p) {
-    return static_cast<uint64_t>(read_u32_le(p)) | (static_cast<uint64_t>(read_u32_le(p + 4)) << 32);
+    return static_cast<uint64_t>(read_u32_le(p)) |
+           (static_cast<uint64_t>(read_u32_le(p + 4)) << 32);
 }
 
 inline void write_u16_le(uint8_t* p, uint16_t v) {

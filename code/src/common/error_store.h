@@ -36,4 +36,5 @@ void dump_all_error_info(Error_Store& store, std::ostream& out);
 }  // namespace vrk
 
 // Pushes a record naming this source line.
-#define VRK_PUSH_ERROR(code) ::vrk::push_error(::vrk::get_error_store(), (code), std::string(__FILE__), __LINE__)
+#define VRK_PUSH_ERROR(code) \
+    ::vrk::push_error(::vrk::get_error_store(), (code), std::string(__FILE__), __LINE__)

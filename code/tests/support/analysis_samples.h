@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/format/cfb_types.h"
+#include "cfb_vornak/model/Cfb_File.h"
 
 namespace vrk::test {
 

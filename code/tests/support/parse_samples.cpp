@@ -3,8 +3,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "cfb_vornak/format/Cfb_Header.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/format/Cfb_Header.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/cfb_vornak_api.h"
 #include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "cfb_vornak/reports/Sector_Units.h"
-#include "cfb_vornak/cfb_vornak_api.h"
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

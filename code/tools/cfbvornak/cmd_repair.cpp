@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_File.h"
-#include "cfb_vornak/entries/Repair_Output_Path.h"
-#include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/entries/Repair_Output_Path.h"
+#include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
 #include "common/byte_order.h"
 #include "common/error_store.h"

@@ -13,8 +13,8 @@
 #include <limits>
 #include <stdexcept>
 
-#include "cfb_vornak/format/Cfb_Header.h"
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
+#include "cfb_vornak/format/Cfb_Header.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 

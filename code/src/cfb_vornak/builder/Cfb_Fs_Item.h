@@ -11,11 +11,11 @@
 namespace vrk {
 
 class Cfb_Fs_Item_AbstractNode {
-public:
+  public:
     virtual ~Cfb_Fs_Item_AbstractNode() = default;
     virtual bool is_dir() const = 0;
 
-    std::u16string name;                    // at most 31 UTF-16 units
+    std::u16string name;  // at most 31 UTF-16 units
     std::array<uint8_t, 16> clsid{};
     std::array<uint8_t, 4> state_bits{};
     std::array<uint8_t, 8> creation_time{};  // FILETIME, little-endian
@@ -23,13 +23,13 @@ public:
 };
 
 class Cfb_Fs_Item_FileNode : public Cfb_Fs_Item_AbstractNode {
-public:
+  public:
     bool is_dir() const override { return false; }
     std::vector<uint8_t> data;
 };
 
 class Cfb_Fs_Item_DirNode : public Cfb_Fs_Item_AbstractNode {
-public:
+  public:
     bool is_dir() const override { return true; }
     Cfb_Fs_Item_DirNode& add_storage(const std::u16string& child_name);
     Cfb_Fs_Item_FileNode& add_stream(const std::u16string& child_name, std::vector<uint8_t> bytes);

@@ -7,12 +7,13 @@
 namespace vrk {
 
 class Cfb_Logger {
-public:
+  public:
     static constexpr int kInfo = 1;
     static constexpr int kError = 3;
 
     // Starts once per process; always true. Later calls change nothing.
-    static bool start(const std::string& config_dir, const std::string& tag, const std::string& log_dir);
+    static bool start(const std::string& config_dir, const std::string& tag,
+                      const std::string& log_dir);
     static bool is_init();
     // Whether lines of `level` reach the log at all (information lines are dropped).
     static bool writes(int level);
@@ -21,10 +22,13 @@ public:
 
     static void write(const std::string& message, const char* source_file, int line, int level);
     static void write(const std::wstring& message, const char* source_file, int line, int level);
-    static void write_unfiltered(const std::string& message, const char* source_file, int line, int level);
+    static void write_unfiltered(const std::string& message, const char* source_file, int line,
+                                 int level);
 };
 
 }  // namespace vrk
 
-#define CFB_LOG_INFO(msg) ::vrk::Cfb_Logger::write((msg), __FILE__, __LINE__, ::vrk::Cfb_Logger::kInfo)
-#define CFB_LOG_ERROR(msg) ::vrk::Cfb_Logger::write((msg), __FILE__, __LINE__, ::vrk::Cfb_Logger::kError)
+#define CFB_LOG_INFO(msg) \
+    ::vrk::Cfb_Logger::write((msg), __FILE__, __LINE__, ::vrk::Cfb_Logger::kInfo)
+#define CFB_LOG_ERROR(msg) \
+    ::vrk::Cfb_Logger::write((msg), __FILE__, __LINE__, ::vrk::Cfb_Logger::kError)

@@ -5,9 +5,9 @@
 #include <string>
 #include <system_error>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Entries.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "common/error_codes.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"

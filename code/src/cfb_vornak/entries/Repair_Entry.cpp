@@ -2,13 +2,13 @@
 #include <memory>
 #include <string>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Entries.h"
 #include "cfb_vornak/entries/Entry_Steps.h"
 #include "cfb_vornak/entries/Library_State.h"
 #include "cfb_vornak/entries/Repair_Output_Path.h"
 #include "cfb_vornak/entries/Scratch_Folders.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

@@ -12,20 +12,20 @@ namespace vrk {
 struct Directory_Entry {
     static constexpr std::size_t kSize = 128;
 
-    std::array<uint8_t, 64> name{};         // 0: UTF-16LE name, raw
-    uint16_t name_valid_size = 0;           // 64: name length in bytes with its zero
-    uint8_t object_type = 0;                // 66: 0 unallocated, 1 storage, 2 stream, 5 root
-    uint8_t color_flag = 0;                 // 67: 0 red, 1 black
-    uint32_t left_sibling_id = NOSTREAM;    // 68
-    uint32_t right_sibling_id = NOSTREAM;   // 72
-    uint32_t child_id = NOSTREAM;           // 76
-    std::array<uint8_t, 16> clsid{};        // 80
-    std::array<uint8_t, 4> state_bits{};    // 96
-    std::array<uint8_t, 8> creation_time{}; // 100: FILETIME, raw
-    std::array<uint8_t, 8> modified_time{}; // 108: FILETIME, raw
-    sid_t start_sid = 0;                    // 116
-    uint32_t stream_size = 0;               // 120: low half only; bytes 124..127 are never read
-    uint32_t did = 0;                       // in memory only: index in directory_entrys
+    std::array<uint8_t, 64> name{};          // 0: UTF-16LE name, raw
+    uint16_t name_valid_size = 0;            // 64: name length in bytes with its zero
+    uint8_t object_type = 0;                 // 66: 0 unallocated, 1 storage, 2 stream, 5 root
+    uint8_t color_flag = 0;                  // 67: 0 red, 1 black
+    uint32_t left_sibling_id = NOSTREAM;     // 68
+    uint32_t right_sibling_id = NOSTREAM;    // 72
+    uint32_t child_id = NOSTREAM;            // 76
+    std::array<uint8_t, 16> clsid{};         // 80
+    std::array<uint8_t, 4> state_bits{};     // 96
+    std::array<uint8_t, 8> creation_time{};  // 100: FILETIME, raw
+    std::array<uint8_t, 8> modified_time{};  // 108: FILETIME, raw
+    sid_t start_sid = 0;                     // 116
+    uint32_t stream_size = 0;                // 120: low half only; bytes 124..127 are never read
+    uint32_t did = 0;                        // in memory only: index in directory_entrys
 
     // The UTF-16 units of `name` up to the first zero unit (at most 32).
     std::u16string name_units() const;

@@ -8,8 +8,8 @@
 #include <ostream>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_Directory_Entry_Node.h"
 #include "cfb_vornak/format/Directory_Entry.h"
+#include "cfb_vornak/model/Cfb_Directory_Entry_Node.h"
 
 namespace vrk {
 

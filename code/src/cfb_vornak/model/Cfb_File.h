@@ -13,9 +13,9 @@
 
 #include "cfb_vornak/format/Cfb_Header.h"
 #include "cfb_vornak/format/Directory_Entry.h"
-#include "cfb_vornak/repair/Repair_Sectors.h"
-#include "cfb_vornak/model/Sector_Chains.h"
 #include "cfb_vornak/format/cfb_types.h"
+#include "cfb_vornak/model/Sector_Chains.h"
+#include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/error_codes.h"
 #include "file_operation/File_Anywhere_Door.h"
 
@@ -24,7 +24,7 @@ namespace vrk {
 class Cfb_Directory_Tree;
 
 class Cfb_File {
-public:
+  public:
     // Light constructor: opens the door and computes max_sid; reads nothing else.
     explicit Cfb_File(const File_Description& input);
     // Full constructor: the light one, then (unless the file is under 1024 bytes) every parse
@@ -126,7 +126,7 @@ public:
 
     // repair
     Repair_Sector_Sets repair_sector_sets;  // candidate, beyond-end, SAT, MiniSAT, DISAT sectors
-    sids_array rebuilt_header_disat;         // the 109 DISAT entries of the rebuilt header
+    sids_array rebuilt_header_disat;        // the 109 DISAT entries of the rebuilt header
 
     // folders and password
     std::wstring m_output_file_dir_wstr;

@@ -1,8 +1,8 @@
 // The two work folders of a Cfb_File that the repair entry sets before a repair.
 #include <string>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

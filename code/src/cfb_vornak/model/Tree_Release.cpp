@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <vector>
 
+#include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 #include "cfb_vornak/model/Cfb_File.h"
-#include "cfb_vornak/entries/Cfb_Logger.h"
-#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/model/Safe_Name.h"
 #include "cfb_vornak/model/Sids_Text.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
 

@@ -15,12 +15,12 @@
 #include <string_view>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/probe/Root_Signature_Search.h"
-#include "file_operation/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
+#include "file_operation/Sector_Blocks.h"
 
 namespace vrk {
 

@@ -15,14 +15,14 @@
 #include <filesystem>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Repair_Output_Path.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
-#include "file_operation/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
+#include "file_operation/Sector_Blocks.h"
 
 namespace vrk {
 

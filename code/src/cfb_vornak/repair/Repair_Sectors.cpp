@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "cfb_vornak/model/Cfb_File.h"
-#include "file_operation/Sector_Blocks.h"
 #include "common/byte_order.h"
 #include "file_operation/File_Anywhere_Door.h"
+#include "file_operation/Sector_Blocks.h"
 
 namespace vrk {
 

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "cfb_vornak/format/Directory_Entry.h"
-#include "cfb_vornak/repair/Sector_Id_Set.h"
 #include "cfb_vornak/format/cfb_types.h"
+#include "cfb_vornak/repair/Sector_Id_Set.h"
 
 namespace vrk {
 

@@ -5,8 +5,8 @@
 #include <mutex>
 
 #include "cfb_vornak/model/Cfb_File.h"
-#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "cfb_vornak/model/Tree_Release.h"
+#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/platform.h"
 
 namespace vrk {

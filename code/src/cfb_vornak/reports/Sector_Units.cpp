@@ -5,8 +5,8 @@
 #include <fstream>
 #include <vector>
 
-#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/entries/Cfb_Logger.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"

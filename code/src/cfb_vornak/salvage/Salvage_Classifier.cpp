@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
-#include "file_operation/Sector_Blocks.h"
 #include "common/byte_order.h"
+#include "file_operation/Sector_Blocks.h"
 
 namespace vrk::salvage {
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/cfb_types.h"
 #include "cfb_vornak/salvage/Salvage_Classifier.h"
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
-#include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk::salvage {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
-#include "cfb_vornak/model/Safe_Name.h"
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
+#include "cfb_vornak/model/Safe_Name.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 
