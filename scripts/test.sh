@@ -38,7 +38,7 @@ configure_and_build() {
 }
 
 native() {
-    configure_and_build build/release -DCMAKE_BUILD_TYPE=Release &&
+    configure_and_build build/release -DCMAKE_BUILD_TYPE=Release -DCFB_WERROR=ON &&
         (cd build/release && ctest --output-on-failure -j "$jobs")
 }
 

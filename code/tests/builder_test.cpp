@@ -157,7 +157,9 @@ std::vector<uint32_t> check_siblings(const std::vector<Entry>& entries, uint32_t
             return left < 0 || right < 0 ? -1 : left + (red ? 0 : 1);
         };
         EXPECT_GT(walk(top, true), 0);
-        if (top != NOSTREAM) EXPECT_EQ(entries[top].color, 1);
+        if (top != NOSTREAM) {
+            EXPECT_EQ(entries[top].color, 1);
+        }
     }
     for (std::size_t i = 1; i < order.size(); ++i) {
         EXPECT_LT(compare_entry_names(entries[order[i - 1]].name, entries[order[i]].name), 0);
@@ -205,7 +207,9 @@ void check_shape(const test::Sample_Shape& shape) {
         {off::kNumDisatSecs, layout.disat_sids.size()}};
     for (const auto& [at, want] : u32_fields) EXPECT_EQ(reader.u32(at), want) << at;
     for (int i = 8; i < 40; ++i) {
-        if (i < 24 || i >= 34) EXPECT_EQ(bytes[i], 0) << "byte " << i;
+        if (i < 24 || i >= 34) {
+            EXPECT_EQ(bytes[i], 0) << "byte " << i;
+        }
     }
     if (v4) {
         EXPECT_TRUE(std::all_of(bytes.begin() + 512, bytes.begin() + 4096,
@@ -460,8 +464,9 @@ TEST(Builder, ScanFolderTree) {
               (std::vector<std::u16string>{u"a.bin", u"sub/deeper/f.txt", u"sub/empty"}));
     EXPECT_EQ(sorted(storages), (std::vector<std::u16string>{u"sub", u"sub/deeper", u"中文目录"}));
     for (const auto& s : streams) {
-        if (s.path == u"a.bin")
+        if (s.path == u"a.bin") {
             EXPECT_EQ(s.node->data, (std::vector<uint8_t>{'1', '2', '3', '4', '5'}));
+        }
     }
     test::write_file(top / std::string(32, 'n'), "");
     EXPECT_THROW(scan_folder_tree(top.wide()), std::runtime_error);

@@ -55,7 +55,9 @@ TEST(Minisat, SectorsAreAContiguousRunNotTheChainEndingAtTheLastWholeSector) {
         test::new_error_lines();
         Cfb_File run(write_sample("runend.cfb", partial.bytes), File_Description{});
         EXPECT_EQ(run.minisat_big_sids_array.size(), first == 6 ? 256u : 0u) << first;
-        if (first == ENDOFCHAIN) EXPECT_TRUE(test::new_error_lines().empty());
+        if (first == ENDOFCHAIN) {
+            EXPECT_TRUE(test::new_error_lines().empty());
+        }
     }
 }
 

@@ -53,7 +53,9 @@ void expect_scan_matches_literal(const std::filesystem::path& path, const std::s
     ASSERT_EQ(fast_result, literal.result);
     EXPECT_TRUE(test::same_layout(fast.scanned_directory_layout, literal.layout));
     EXPECT_EQ(fast.mini_sector_count, literal.mini_sector_count);
-    if (literal.result == 0) EXPECT_TRUE(test::same_entry(fast.root_entry, literal.root));
+    if (literal.result == 0) {
+        EXPECT_TRUE(test::same_entry(fast.root_entry, literal.root));
+    }
 }
 
 // The classification reads the file once (name search and slot test together); it must

@@ -95,7 +95,7 @@ TEST(TableRows, EightRowsOfSixteenAndLabelsPerArray) {
     out.str("");
     sids_array many(50000);
     std::string long_expected;
-    char cell[32];
+    char cell[64];
     for (std::size_t j = 0; j < many.size(); ++j) {
         many[j] = j == 100     ? FREESECT
                   : j % 4 == 0 ? static_cast<sid_t>(j * 2654435761u)
