@@ -39,6 +39,27 @@ TEST(PlatformText, NarrowArgumentsOfPlainAscii) {
     EXPECT_TRUE(platform::widen("").empty());
 }
 
+// POSIX names are bytes: one that is not UTF-8 survives widen/narrow and opens.
+TEST(PlatformText, NamesThatAreNotUtf8KeepTheirBytes) {
+    if (platform::kWindows) GTEST_SKIP() << "Windows names are UTF-16, arguments a code page";
+    for (const std::string name :
+         {"a\xFF\xFE.doc", "\xED\xA0\x80z", "x\xE6\xA0", "\xC3\xA9t\xE9"}) {
+        const std::wstring wide = platform::widen(name);
+        EXPECT_EQ(platform::narrow(wide), name);
+        EXPECT_EQ(platform::to_path(wide).native(), name);
+        EXPECT_EQ(platform::from_path(platform::to_path(wide)), wide);
+    }
+    EXPECT_EQ(platform::widen("\xC3\xA9t\xE9"), std::wstring(L"\xE9t") + wchar_t(0xDCE9));
+    EXPECT_EQ(platform::to_utf8(platform::widen("a\xFF")), "a\xEF\xBF\xBD");
+    test::Temp_Folder folder("bytes");
+    const std::string name = folder.narrow() + "/\xFF\xFEname";
+    test::write_file(platform::to_path(platform::widen(name)), "abc");
+    platform::Mapped_File mapped;
+    ASSERT_EQ(platform::map_file(platform::widen(name), mapped), platform::Map_Step::ok);
+    EXPECT_EQ(mapped.size, 3U);
+    EXPECT_TRUE(platform::unmap_file(mapped));
+}
+
 TEST(PlatformThreads, IdsDifferBetweenLiveThreads) {
     const uint32_t mine = platform::current_thread_id();
     EXPECT_EQ(mine, platform::current_thread_id());

@@ -20,10 +20,11 @@ inline constexpr wchar_t kSeparator = L'/';
 inline constexpr bool kWindows = false;
 #endif
 
-// Narrow argument text to wide: the process code page on Windows, UTF-8 elsewhere. Invalid
-// sequences become U+FFFD; never throws.
+// Narrow argument text to wide: the process code page on Windows, UTF-8 elsewhere, where
+// bytes that are not UTF-8 are kept (as U+DC80 + byte) so that any file name round-trips
+// through widen, narrow, to_path and from_path. Never throws.
 std::wstring widen(const std::string& narrow);
-// Wide to narrow in the process code page (Windows) or UTF-8.
+// Wide to narrow in the process code page (Windows) or UTF-8 (kept bytes restored).
 std::string narrow(const std::wstring& wide);
 // Wide <-> UTF-8 (code page 65001 on Windows). Unpaired surrogates become U+FFFD.
 std::string to_utf8(const std::wstring& wide);
@@ -130,5 +131,12 @@ class Output_File {
     static constexpr intptr_t kNoHandle = -1;
     intptr_t m_handle = kNoHandle;
 };
+
+// ---- Standard streams of the command-line tool
+
+// Whether standard error is a terminal (a console on Windows).
+bool standard_error_is_terminal();
+// Standard output passes bytes unchanged from now on (no line-end translation on Windows).
+void set_standard_output_binary();
 
 }  // namespace vrk::platform

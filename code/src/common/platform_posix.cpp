@@ -20,20 +20,22 @@ namespace vrk::platform {
 
 namespace stdfs = std::filesystem;
 
+// Arguments and file-system names are bytes here: a name that is not UTF-8 keeps its bytes
+// through the wide string (see unicode::bytes_to_wide), so that every such file can be opened.
 std::wstring widen(const std::string& narrow) {
-    return unicode::utf8_to_wide(narrow);
+    return unicode::bytes_to_wide(narrow);
 }
 
 std::string narrow(const std::wstring& wide) {
-    return unicode::wide_to_utf8(wide);
+    return unicode::wide_to_bytes(wide);
 }
 
 stdfs::path to_path(const std::wstring& wide) {
-    return stdfs::path(to_utf8(wide));
+    return stdfs::path(unicode::wide_to_bytes(wide));
 }
 
 std::wstring from_path(const stdfs::path& path) {
-    return from_utf8(path.native());
+    return unicode::bytes_to_wide(path.native());
 }
 
 std::wstring make_absolute(const std::wstring& path) {
@@ -282,5 +284,13 @@ bool Output_File::close() {
     m_handle = kNoHandle;
     return ok;
 }
+
+// ---- Standard streams of the command-line tool
+
+bool standard_error_is_terminal() {
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
+void set_standard_output_binary() {}
 
 }  // namespace vrk::platform

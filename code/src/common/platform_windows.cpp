@@ -6,10 +6,13 @@
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <vector>
 
@@ -321,6 +324,17 @@ bool Output_File::close() {
     const bool ok = ::CloseHandle(native_handle(m_handle)) != 0;
     m_handle = kNoHandle;
     return ok;
+}
+
+// ---- Standard streams of the command-line tool
+
+bool standard_error_is_terminal() {
+    return ::_isatty(::_fileno(stderr)) != 0;
+}
+
+void set_standard_output_binary() {
+    std::fflush(stdout);
+    ::_setmode(::_fileno(stdout), _O_BINARY);
 }
 
 }  // namespace vrk::platform

@@ -83,7 +83,13 @@ std::wstring utf16_to_wide(const char16_t* units, std::size_t count) {
     return out;
 }
 
-std::wstring utf8_to_wide(const std::string& utf8) {
+namespace {
+
+constexpr char32_t kEscapedByte = 0xDC00;  // U+DC80..U+DCFF stand for the bytes 0x80..0xFF
+
+// Decodes UTF-8; a malformed sequence becomes one U+FFFD per maximal invalid prefix or, with
+// `keep_bytes`, one escaped code point per byte of that prefix.
+std::wstring decode_utf8(const std::string& utf8, bool keep_bytes) {
     std::wstring out;
     out.reserve(utf8.size());
     const std::size_t n = utf8.size();
@@ -129,8 +135,45 @@ std::wstring utf8_to_wide(const std::string& utf8) {
         if (valid && (c < minimum || c > 0x10FFFF || is_high_surrogate(c) || is_low_surrogate(c))) {
             valid = false;
         }
-        append_wide(out, valid ? c : kReplacement);
+        if (valid) {
+            append_wide(out, c);
+        } else if (keep_bytes) {
+            for (std::size_t k = 0; k < taken; ++k) {
+                out.push_back(
+                    static_cast<wchar_t>(kEscapedByte + static_cast<uint8_t>(utf8[i + k])));
+            }
+        } else {
+            append_wide(out, kReplacement);
+        }
         i += taken;
+    }
+    return out;
+}
+
+}  // namespace
+
+std::wstring utf8_to_wide(const std::string& utf8) {
+    return decode_utf8(utf8, false);
+}
+
+std::wstring bytes_to_wide(const std::string& bytes) {
+    return decode_utf8(bytes, true);
+}
+
+std::string wide_to_bytes(const std::wstring& wide) {
+    std::string out;
+    out.reserve(wide.size());
+    std::size_t start = 0;
+    // Runs between escaped bytes are converted as usual.
+    for (std::size_t i = 0; i <= wide.size(); ++i) {
+        const bool escaped = i < wide.size() &&
+                             static_cast<char32_t>(wide[i]) >= kEscapedByte + 0x80 &&
+                             static_cast<char32_t>(wide[i]) <= kEscapedByte + 0xFF;
+        if (!escaped && i < wide.size()) continue;
+        decode_units(wide.data() + start, i - start, [&out](char32_t c) { append_utf8(out, c); });
+        if (escaped)
+            out.push_back(static_cast<char>(static_cast<char32_t>(wide[i]) - kEscapedByte));
+        start = i + 1;
     }
     return out;
 }
