@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/cfb_types.h"
+
 namespace vrk {
 
 namespace platform {
@@ -48,6 +50,7 @@ struct Salvaged_Entry {
     std::array<uint8_t, 8> creation_time{};
     std::array<uint8_t, 8> modified_time{};
     uint64_t size = 0;
+    sid_t start = ENDOFCHAIN;  // the record's first sector (mini sector for a small stream)
     Salvage_State state = Salvage_State::lost;
     std::vector<Salvage_Piece> pieces;   // verified bytes only, ascending stream offsets
     std::vector<Salvage_Range> missing;  // stream ranges not recovered

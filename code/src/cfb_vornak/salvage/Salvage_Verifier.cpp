@@ -179,6 +179,7 @@ Evaluation evaluate_layout(const uint8_t* data, const Sector_Classes& classes,
         e.creation_time = r.creation_time;
         e.modified_time = r.modified_time;
         e.size = r.size;
+        e.start = r.start;
         res.entries.push_back(std::move(e));
         dids.push_back(did);
     };
