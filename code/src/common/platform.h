@@ -84,6 +84,8 @@ Map_Step map_file(const std::wstring& path, Mapped_File& mapped);
 // Unmaps; false (with errno set) when the view could not be unmapped.
 bool unmap_file(Mapped_File& mapped);
 
+struct File_Identity;  // in the outputs' section below
+
 // A file opened read-only, to copy byte ranges out of.
 class Input_File {
   public:
@@ -100,6 +102,8 @@ class Input_File {
     // on an error. For whole-file passes: on some virtual machines touching every page of a
     // large mapping costs several times what copying the same bytes out of the cache does.
     std::size_t read_at(uint64_t offset, void* buffer, std::size_t size) const;
+    // Which file is open (see File_Identity below); false when none is or it cannot be asked.
+    [[nodiscard]] bool identity(File_Identity& identity) const;
 
   private:
     friend class Output_File;
@@ -107,29 +111,118 @@ class Input_File {
     intptr_t m_handle = kNoHandle;
 };
 
-// A file created (or truncated) for writing; every write goes to its current end.
+// ---- Outputs: file identity, how output files are created, folders created without links
+
+// Which file a name or a handle reaches: device and inode on POSIX, volume serial number and
+// file index on Windows. Two names of one file (hard links, a link and its target) are equal.
+struct File_Identity {
+    uint64_t volume = 0;
+    uint64_t index = 0;
+    bool operator==(const File_Identity& other) const {
+        return volume == other.volume && index == other.index;
+    }
+    bool operator!=(const File_Identity& other) const { return !(*this == other); }
+};
+
+// Whether a final symbolic link (or reparse point) in a path is followed.
+enum class Link_Rule { follow, no_follow };
+
+// The identity of the file `path` names; false when it names nothing (or cannot be asked).
+[[nodiscard]] bool identity_of(const std::wstring& path, Link_Rule rule, File_Identity& identity);
+// True when `path`, through any final link, names the file `identity` names.
+[[nodiscard]] bool is_same_file(const std::wstring& path, const File_Identity& identity);
+
+enum class Create_Mode {
+    replace,    // create, or truncate what the name reaches (through a link too)
+    exclusive,  // a new file only, never through a link: a taken name gives exists
+    staged,     // a new temporary file in the same folder; commit() renames it over the path
+};
+
+enum class Create_Result { created, exists, is_input, failed };
+
+// Test hook: every Output_File of the process fails once `at` bytes of its file are written,
+// as a full disk (the write reports an error) or a short write (the write stops early and then
+// writes nothing). Off by default; when off it costs one relaxed load per write.
+enum class Write_Fault { none, disk_full, short_write };
+void set_write_fault_for_tests(Write_Fault fault, uint64_t at);
+
+// A file created for writing; every write goes to its current end.
 class Output_File {
   public:
     Output_File() = default;
+    // An uncommitted staged file is removed.
     ~Output_File();
     Output_File(const Output_File&) = delete;
     Output_File& operator=(const Output_File&) = delete;
 
     // Creates or truncates `path`; false (with errno set) when it cannot be opened.
-    bool create(const std::wstring& path);
+    [[nodiscard]] bool create(const std::wstring& path);
+    // Creates `path` as `mode` says. With `input`, a path that reaches that file gives is_input
+    // and nothing is opened, truncated or renamed; replace checks again on the open handle
+    // before it truncates, so a name swapped in between is caught too.
+    [[nodiscard]] Create_Result create(const std::wstring& path, Create_Mode mode,
+                                       const File_Identity* input);
     [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
     // False when not every byte was written.
-    bool write(const void* data, std::size_t size);
+    [[nodiscard]] bool write(const void* data, std::size_t size);
     // Appends up to `length` bytes of `source` from `offset` on, stopping early at its end;
     // the bytes do not pass through the caller (copy_file_range on Linux). Returns the number
     // of bytes appended; fewer than asked means the source ended or an error occurred.
-    uint64_t append_range(const Input_File& source, uint64_t offset, uint64_t length);
-    // Closes the file; false when the last writes could not be completed.
-    bool close();
+    [[nodiscard]] uint64_t append_range(const Input_File& source, uint64_t offset, uint64_t length);
+    // Closes the file; false when the last writes could not be completed. A staged file stays
+    // under its temporary name until commit() (or goes with the object).
+    [[nodiscard]] bool close();
+    // Closes the file and, when staged, renames it over its path (checking the input's
+    // identity once more); false, with the temporary file removed, when either fails.
+    [[nodiscard]] bool commit();
+
+  private:
+    friend class Output_Folder;
+    static constexpr intptr_t kNoHandle = -1;
+    void discard_staged();
+
+    intptr_t m_handle = kNoHandle;
+    uint64_t m_written = 0;      // bytes written so far, for the test hook
+    std::wstring m_staged_path;  // the temporary name of a staged file until committed
+    std::wstring m_final_path;
+    bool m_check_input = false;
+    File_Identity m_input;
+};
+
+// A folder held open, in which folders and files are created by name, exclusively and never
+// through a link. While it is held the folder cannot be swapped for a link: on POSIX the
+// names are resolved against the open folder (mkdirat, openat with O_NOFOLLOW), on Windows the
+// folder is open without delete sharing, so it can be neither renamed nor removed.
+class Output_Folder {
+  public:
+    Output_Folder() = default;
+    ~Output_Folder();
+    Output_Folder(Output_Folder&& other) noexcept;
+    Output_Folder& operator=(Output_Folder&& other) noexcept;
+    Output_Folder(const Output_Folder&) = delete;
+    Output_Folder& operator=(const Output_Folder&) = delete;
+
+    // Opens `path`, creating it and its parents when missing. The caller named this folder, so
+    // links on the way to it are followed.
+    [[nodiscard]] bool open(const std::wstring& path);
+    [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
+    void close();
+    // Creates the folder `name` (one component) in this one and opens it as `child`; exists
+    // when the name is taken by anything, a link included.
+    [[nodiscard]] Create_Result make_folder(const std::wstring& name, Output_Folder& child) const;
+    // Creates the file `name` (one component) in this folder for writing; exists when the
+    // name is taken by anything, a link included.
+    [[nodiscard]] Create_Result create_file(const std::wstring& name, Output_File& file) const;
+    // Removes the entry `name` of this folder, a file this object created and could not finish
+    // (a link there is removed as a link, never followed).
+    void remove_file(const std::wstring& name) const;
+    // The folder's path, for messages and (Windows) for naming its entries.
+    [[nodiscard]] const std::wstring& path() const { return m_path; }
 
   private:
     static constexpr intptr_t kNoHandle = -1;
     intptr_t m_handle = kNoHandle;
+    std::wstring m_path;
 };
 
 // ---- Standard streams of the command-line tool

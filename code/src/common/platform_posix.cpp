@@ -1,5 +1,5 @@
 // POSIX side of the platform layer: UTF-8 narrow text, kernel thread ids, statvfs, mmap,
-// in-kernel copies between files.
+// in-kernel copies between files, outputs created relative to open folders.
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/sendfile.h>
@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <limits>
 #include <system_error>
@@ -166,19 +167,44 @@ std::size_t chunk(uint64_t left) {
     return static_cast<std::size_t>(std::min<uint64_t>(left, uint64_t{1} << 30));
 }
 
-bool write_all(int fd, const uint8_t* data, std::size_t size) {
+std::atomic<Write_Fault> g_write_fault{Write_Fault::none};
+std::atomic<uint64_t> g_write_fault_at{0};
+
+// How many of `wanted` bytes may go to a file that holds `written` bytes before the test
+// hook's fault strikes: all of them while the hook is off.
+std::size_t bytes_before_fault(uint64_t written, std::size_t wanted, Write_Fault& fault) {
+    fault = g_write_fault.load(std::memory_order_relaxed);
+    if (fault == Write_Fault::none) return wanted;
+    const uint64_t at = g_write_fault_at.load(std::memory_order_relaxed);
+    return static_cast<std::size_t>(std::min<uint64_t>(at - std::min(at, written), wanted));
+}
+
+// One write call, answered as the kernel would answer it under the test hook.
+ssize_t write_once(int fd, const uint8_t* data, std::size_t size, uint64_t written) {
+    Write_Fault fault = Write_Fault::none;
+    const std::size_t allowed = bytes_before_fault(written, size, fault);
+    if (allowed == 0 && size > 0) {
+        if (fault == Write_Fault::short_write) return 0;
+        errno = ENOSPC;
+        return -1;
+    }
+    return ::write(fd, data, allowed);
+}
+
+bool write_all(int fd, const uint8_t* data, std::size_t size, uint64_t& written) {
     while (size > 0) {
-        const ssize_t done = ::write(fd, data, size);
+        const ssize_t done = write_once(fd, data, size, written);
         if (done < 0 && errno == EINTR) continue;
         if (done <= 0) return false;
         data += done;
         size -= static_cast<std::size_t>(done);
+        written += static_cast<uint64_t>(done);
     }
     return true;
 }
 
 // The last resort: positioned reads into a buffer, written at the output's position.
-uint64_t copy_by_reads(int in, int out, uint64_t offset, uint64_t length) {
+uint64_t copy_by_reads(int in, int out, uint64_t offset, uint64_t length, uint64_t& written) {
     constexpr std::size_t kBlock = std::size_t{4} << 20;
     std::vector<uint8_t> block(static_cast<std::size_t>(std::min<uint64_t>(length, kBlock)));
     uint64_t copied = 0;
@@ -186,7 +212,9 @@ uint64_t copy_by_reads(int in, int out, uint64_t offset, uint64_t length) {
         const std::size_t want = std::min<std::size_t>(block.size(), chunk(length - copied));
         const ssize_t got = ::pread(in, block.data(), want, static_cast<off_t>(offset + copied));
         if (got < 0 && errno == EINTR) continue;
-        if (got <= 0 || !write_all(out, block.data(), static_cast<std::size_t>(got))) break;
+        if (got <= 0 || !write_all(out, block.data(), static_cast<std::size_t>(got), written)) {
+            break;
+        }
         copied += static_cast<uint64_t>(got);
     }
     return copied;
@@ -194,18 +222,21 @@ uint64_t copy_by_reads(int in, int out, uint64_t offset, uint64_t length) {
 
 // Kernel-side copies: copy_file_range, then sendfile where the file systems or the kernel
 // refuse it. Either may stop early (0 or an error) on files they do not support; the caller
-// goes on with reads from where they stopped.
-uint64_t copy_in_kernel(int in, int out, uint64_t offset, uint64_t length) {
+// goes on with reads from where they stopped (and the test hook's fault strikes there).
+uint64_t copy_in_kernel(int in, int out, uint64_t offset, uint64_t length, uint64_t& written) {
     uint64_t copied = 0;
     bool use_sendfile = false;
     while (copied < length) {
+        Write_Fault fault = Write_Fault::none;
+        const std::size_t want = bytes_before_fault(written, chunk(length - copied), fault);
+        if (want == 0) break;
         auto from = static_cast<off_t>(offset + copied);
-        const ssize_t done =
-            use_sendfile ? ::sendfile(out, in, &from, chunk(length - copied))
-                         : ::copy_file_range(in, &from, out, nullptr, chunk(length - copied), 0);
+        const ssize_t done = use_sendfile ? ::sendfile(out, in, &from, want)
+                                          : ::copy_file_range(in, &from, out, nullptr, want, 0);
         if (done < 0 && errno == EINTR) continue;
         if (done > 0) {
             copied += static_cast<uint64_t>(done);
+            written += static_cast<uint64_t>(done);
             continue;
         }
         if (use_sendfile || done == 0) break;
@@ -213,6 +244,32 @@ uint64_t copy_in_kernel(int in, int out, uint64_t offset, uint64_t length) {
         use_sendfile = true;
     }
     return copied;
+}
+
+File_Identity identity_from(const struct stat& info) {
+    return File_Identity{static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino)};
+}
+
+bool identity_of_descriptor(int fd, File_Identity& identity) {
+    struct stat info {};
+    if (::fstat(fd, &info) != 0) return false;
+    identity = identity_from(info);
+    return true;
+}
+
+void close_keeping_errno(int fd) {
+    const int saved = errno;
+    ::close(fd);
+    errno = saved;
+}
+
+// A name for a staged file in `folder` (empty: the current folder) that no other writer of
+// this process or another one picks: the process id and a counter.
+std::string staged_name(const stdfs::path& folder) {
+    static std::atomic<uint32_t> counter{0};
+    const std::string name = ".cfbvornak-" + std::to_string(::getpid()) + "-" +
+                             std::to_string(counter.fetch_add(1)) + ".tmp";
+    return (folder.empty() ? stdfs::path(name) : folder / name).native();
 }
 
 }  // namespace
@@ -249,20 +306,92 @@ std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size)
     return done;
 }
 
-Output_File::~Output_File() {
-    close();
+bool Input_File::identity(File_Identity& identity) const {
+    return is_open() && identity_of_descriptor(descriptor(m_handle), identity);
 }
 
-bool Output_File::create(const std::wstring& path) {
-    close();
-    const int fd = ::open(to_path(path).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (fd < 0) return false;
-    m_handle = fd;
+// ---- Outputs: file identity, how output files are created, folders created without links
+
+bool identity_of(const std::wstring& path, Link_Rule rule, File_Identity& identity) {
+    const stdfs::path native = to_path(path);
+    struct stat info {};
+    const int status =
+        rule == Link_Rule::follow ? ::stat(native.c_str(), &info) : ::lstat(native.c_str(), &info);
+    if (status != 0) return false;
+    identity = identity_from(info);
     return true;
 }
 
+bool is_same_file(const std::wstring& path, const File_Identity& identity) {
+    File_Identity found;
+    return identity_of(path, Link_Rule::follow, found) && found == identity;
+}
+
+void set_write_fault_for_tests(Write_Fault fault, uint64_t at) {
+    g_write_fault_at.store(at, std::memory_order_relaxed);
+    g_write_fault.store(fault, std::memory_order_relaxed);
+}
+
+Output_File::~Output_File() {
+    discard_staged();
+}
+
+bool Output_File::create(const std::wstring& path) {
+    return create(path, Create_Mode::replace, nullptr) == Create_Result::created;
+}
+
+Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
+                                  const File_Identity* input) {
+    discard_staged();
+    m_written = 0;
+    m_check_input = input != nullptr;
+    if (input != nullptr) m_input = *input;
+    if (input != nullptr && mode != Create_Mode::exclusive && is_same_file(path, *input)) {
+        return Create_Result::is_input;
+    }
+    const stdfs::path native = to_path(path);
+    constexpr int kWrite = O_WRONLY | O_CREAT | O_CLOEXEC;
+    if (mode == Create_Mode::exclusive) {
+        // A new file is never the input, and O_EXCL refuses a link of any kind.
+        const int fd = ::open(native.c_str(), kWrite | O_EXCL | O_NOFOLLOW, 0666);
+        if (fd < 0) return errno == EEXIST ? Create_Result::exists : Create_Result::failed;
+        m_handle = fd;
+        return Create_Result::created;
+    }
+    if (mode == Create_Mode::staged) {
+        for (;;) {
+            const std::string temp = staged_name(native.parent_path());
+            const int fd = ::open(temp.c_str(), kWrite | O_EXCL | O_NOFOLLOW, 0666);
+            if (fd < 0 && errno == EEXIST) continue;
+            if (fd < 0) return Create_Result::failed;
+            m_handle = fd;
+            m_staged_path = widen(temp);
+            m_final_path = path;
+            return Create_Result::created;
+        }
+    }
+    // Opened without truncation first: the handle tells which file the name reached.
+    const int fd = ::open(native.c_str(), kWrite, 0666);
+    if (fd < 0) return Create_Result::failed;
+    if (input != nullptr) {
+        File_Identity opened;
+        const bool known = identity_of_descriptor(fd, opened);
+        if (!known || opened == *input) {
+            close_keeping_errno(fd);
+            return known ? Create_Result::is_input : Create_Result::failed;
+        }
+    }
+    if (::ftruncate(fd, 0) != 0) {
+        close_keeping_errno(fd);
+        return Create_Result::failed;
+    }
+    m_handle = fd;
+    return Create_Result::created;
+}
+
 bool Output_File::write(const void* data, std::size_t size) {
-    return is_open() && write_all(descriptor(m_handle), static_cast<const uint8_t*>(data), size);
+    return is_open() &&
+           write_all(descriptor(m_handle), static_cast<const uint8_t*>(data), size, m_written);
 }
 
 uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, uint64_t length) {
@@ -273,8 +402,10 @@ uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, ui
     length = std::min(length, largest - offset);
     const int in = descriptor(source.m_handle);
     const int out = descriptor(m_handle);
-    uint64_t copied = copy_in_kernel(in, out, offset, length);
-    if (copied < length) copied += copy_by_reads(in, out, offset + copied, length - copied);
+    uint64_t copied = copy_in_kernel(in, out, offset, length, m_written);
+    if (copied < length) {
+        copied += copy_by_reads(in, out, offset + copied, length - copied, m_written);
+    }
     return copied;
 }
 
@@ -283,6 +414,99 @@ bool Output_File::close() {
     const bool ok = ::close(descriptor(m_handle)) == 0;
     m_handle = kNoHandle;
     return ok;
+}
+
+bool Output_File::commit() {
+    const bool closed = close();
+    if (m_staged_path.empty()) return closed;
+    const stdfs::path temp = to_path(m_staged_path);
+    // The name may have come to reach the input since the file was created.
+    const bool refused = m_check_input && is_same_file(m_final_path, m_input);
+    if (!closed || refused || ::rename(temp.c_str(), to_path(m_final_path).c_str()) != 0) {
+        if (refused) errno = EEXIST;
+        discard_staged();
+        return false;
+    }
+    m_staged_path.clear();
+    return true;
+}
+
+void Output_File::discard_staged() {
+    (void)close();  // the file is going away: how its last writes ended no longer matters
+    if (m_staged_path.empty()) return;
+    const int saved = errno;
+    ::unlink(to_path(m_staged_path).c_str());
+    errno = saved;
+    m_staged_path.clear();
+}
+
+Output_Folder::~Output_Folder() {
+    close();
+}
+
+Output_Folder::Output_Folder(Output_Folder&& other) noexcept
+    : m_handle(other.m_handle), m_path(std::move(other.m_path)) {
+    other.m_handle = kNoHandle;
+}
+
+Output_Folder& Output_Folder::operator=(Output_Folder&& other) noexcept {
+    if (this != &other) {
+        close();
+        m_handle = other.m_handle;
+        m_path = std::move(other.m_path);
+        other.m_handle = kNoHandle;
+    }
+    return *this;
+}
+
+bool Output_Folder::open(const std::wstring& path) {
+    close();
+    const stdfs::path native = to_path(path);
+    std::error_code ec;
+    stdfs::create_directories(native, ec);
+    const int fd = ::open(native.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return false;
+    m_handle = fd;
+    m_path = path;
+    return true;
+}
+
+void Output_Folder::close() {
+    if (m_handle != kNoHandle) ::close(descriptor(m_handle));
+    m_handle = kNoHandle;
+}
+
+Create_Result Output_Folder::make_folder(const std::wstring& name, Output_Folder& child) const {
+    child.close();
+    if (!is_open()) return Create_Result::failed;
+    const std::string native = narrow(name);
+    if (::mkdirat(descriptor(m_handle), native.c_str(), 0777) != 0) {
+        return errno == EEXIST ? Create_Result::exists : Create_Result::failed;
+    }
+    // Swapped for a link since it was made: refused, not followed.
+    const int fd = ::openat(descriptor(m_handle), native.c_str(),
+                            O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return Create_Result::failed;
+    child.m_handle = fd;
+    child.m_path = m_path + kSeparator + name;
+    return Create_Result::created;
+}
+
+Create_Result Output_Folder::create_file(const std::wstring& name, Output_File& file) const {
+    file.discard_staged();
+    file.m_written = 0;
+    file.m_check_input = false;
+    if (!is_open()) return Create_Result::failed;
+    // A new file is never the input, and O_EXCL refuses a link of any kind.
+    const int fd = ::openat(descriptor(m_handle), narrow(name).c_str(),
+                            O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd < 0) return errno == EEXIST ? Create_Result::exists : Create_Result::failed;
+    file.m_handle = fd;
+    return Create_Result::created;
+}
+
+void Output_Folder::remove_file(const std::wstring& name) const {
+    if (is_open()) ::unlinkat(descriptor(m_handle), narrow(name).c_str(), 0);
 }
 
 // ---- Standard streams of the command-line tool

@@ -11,6 +11,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <system_error>
@@ -219,19 +220,73 @@ HANDLE native_handle(intptr_t handle) {
     return reinterpret_cast<HANDLE>(handle);
 }
 
+std::atomic<Write_Fault> g_write_fault{Write_Fault::none};
+std::atomic<uint64_t> g_write_fault_at{0};
+
+// How many of `wanted` bytes may go to a file that holds `written` bytes before the test
+// hook's fault strikes: all of them while the hook is off.
+std::size_t bytes_before_fault(uint64_t written, std::size_t wanted, Write_Fault& fault) {
+    fault = g_write_fault.load(std::memory_order_relaxed);
+    if (fault == Write_Fault::none) return wanted;
+    const uint64_t at = g_write_fault_at.load(std::memory_order_relaxed);
+    return static_cast<std::size_t>(std::min<uint64_t>(at - std::min(at, written), wanted));
+}
+
 // Writes everything at the handle's position; false on the first failed or empty write.
-bool write_all(HANDLE file, const uint8_t* data, std::size_t size) {
+bool write_all(HANDLE file, const uint8_t* data, std::size_t size, uint64_t& written) {
     while (size > 0) {
-        const auto want = static_cast<DWORD>(std::min<std::size_t>(size, std::size_t{1} << 30));
-        DWORD written = 0;
-        if (!::WriteFile(file, data, want, &written, nullptr) || written == 0) {
+        Write_Fault fault = Write_Fault::none;
+        const std::size_t allowed =
+            bytes_before_fault(written, std::min<std::size_t>(size, std::size_t{1} << 30), fault);
+        if (allowed == 0) {
+            // The test hook: a full disk reports an error, a short write just writes nothing.
+            errno = fault == Write_Fault::disk_full ? ENOSPC : EIO;
+            return false;
+        }
+        DWORD done = 0;
+        if (!::WriteFile(file, data, static_cast<DWORD>(allowed), &done, nullptr) || done == 0) {
             set_errno_from_last_error(::GetLastError());
             return false;
         }
-        data += written;
-        size -= written;
+        data += done;
+        size -= done;
+        written += done;
     }
     return true;
+}
+
+File_Identity identity_from(const BY_HANDLE_FILE_INFORMATION& info) {
+    return File_Identity{info.dwVolumeSerialNumber,
+                         (static_cast<uint64_t>(info.nFileIndexHigh) << 32) | info.nFileIndexLow};
+}
+
+bool identity_of_handle(HANDLE file, File_Identity& identity) {
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(file, &info)) return false;
+    identity = identity_from(info);
+    return true;
+}
+
+bool is_exists_error(DWORD error) {
+    return error == ERROR_FILE_EXISTS || error == ERROR_ALREADY_EXISTS;
+}
+
+// A name for a staged file in `folder` (empty: the current folder) that no other writer of
+// this process or another one picks: the process id and a counter.
+std::wstring staged_name(const stdfs::path& folder) {
+    static std::atomic<uint32_t> counter{0};
+    const std::wstring name = L".cfbvornak-" + std::to_wstring(::GetCurrentProcessId()) + L"-" +
+                              std::to_wstring(counter.fetch_add(1)) + L".tmp";
+    return folder.empty() ? name : (folder / name).native();
+}
+
+// Share modes of a held output folder: no delete sharing, so that nobody can rename it,
+// remove it or put a link in its place while entries are made in it.
+constexpr DWORD kFolderShare = FILE_SHARE_READ | FILE_SHARE_WRITE;
+
+HANDLE open_folder(const std::wstring& path, DWORD extra_flags) {
+    return ::CreateFileW(path.c_str(), FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES, kFolderShare,
+                         nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | extra_flags, nullptr);
 }
 
 }  // namespace
@@ -283,24 +338,113 @@ std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size)
     return done;
 }
 
+bool Input_File::identity(File_Identity& identity) const {
+    return is_open() && identity_of_handle(native_handle(m_handle), identity);
+}
+
+// ---- Outputs: file identity, how output files are created, folders created without links
+
+bool identity_of(const std::wstring& path, Link_Rule rule, File_Identity& identity) {
+    // No access asked for: this open never meets a sharing violation.
+    const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS |
+                        (rule == Link_Rule::no_follow ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
+    HANDLE file =
+        ::CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, flags, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    const bool known = identity_of_handle(file, identity);
+    ::CloseHandle(file);
+    return known;
+}
+
+bool is_same_file(const std::wstring& path, const File_Identity& identity) {
+    File_Identity found;
+    return identity_of(path, Link_Rule::follow, found) && found == identity;
+}
+
+void set_write_fault_for_tests(Write_Fault fault, uint64_t at) {
+    g_write_fault_at.store(at, std::memory_order_relaxed);
+    g_write_fault.store(fault, std::memory_order_relaxed);
+}
+
 Output_File::~Output_File() {
-    close();
+    discard_staged();
 }
 
 bool Output_File::create(const std::wstring& path) {
-    close();
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    return create(path, Create_Mode::replace, nullptr) == Create_Result::created;
+}
+
+Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
+                                  const File_Identity* input) {
+    discard_staged();
+    m_written = 0;
+    m_check_input = input != nullptr;
+    if (input != nullptr) m_input = *input;
+    if (input != nullptr && mode != Create_Mode::exclusive && is_same_file(path, *input)) {
+        return Create_Result::is_input;
+    }
+    if (mode == Create_Mode::exclusive) {
+        // A new file is never the input, and CREATE_NEW on the reparse point itself refuses
+        // a link of any kind.
+        HANDLE file =
+            ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                          FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        if (file == INVALID_HANDLE_VALUE) {
+            const DWORD error = ::GetLastError();
+            set_errno_from_last_error(error);
+            return is_exists_error(error) ? Create_Result::exists : Create_Result::failed;
+        }
+        m_handle = reinterpret_cast<intptr_t>(file);
+        return Create_Result::created;
+    }
+    if (mode == Create_Mode::staged) {
+        const stdfs::path folder = stdfs::path(path).parent_path();
+        for (;;) {
+            const std::wstring temp = staged_name(folder);
+            HANDLE file =
+                ::CreateFileW(temp.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                              FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+            if (file == INVALID_HANDLE_VALUE) {
+                const DWORD error = ::GetLastError();
+                if (is_exists_error(error)) continue;
+                set_errno_from_last_error(error);
+                return Create_Result::failed;
+            }
+            m_handle = reinterpret_cast<intptr_t>(file);
+            m_staged_path = temp;
+            m_final_path = path;
+            return Create_Result::created;
+        }
+    }
+    // Opened without truncation first: the handle tells which file the name reached.
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         set_errno_from_last_error(::GetLastError());
-        return false;
+        return Create_Result::failed;
+    }
+    if (input != nullptr) {
+        File_Identity opened;
+        const bool known = identity_of_handle(file, opened);
+        if (!known || opened == *input) {
+            ::CloseHandle(file);
+            errno = EEXIST;
+            return known ? Create_Result::is_input : Create_Result::failed;
+        }
+    }
+    if (!::SetEndOfFile(file)) {
+        set_errno_from_last_error(::GetLastError());
+        ::CloseHandle(file);
+        return Create_Result::failed;
     }
     m_handle = reinterpret_cast<intptr_t>(file);
-    return true;
+    return Create_Result::created;
 }
 
 bool Output_File::write(const void* data, std::size_t size) {
-    return is_open() && write_all(native_handle(m_handle), static_cast<const uint8_t*>(data), size);
+    return is_open() &&
+           write_all(native_handle(m_handle), static_cast<const uint8_t*>(data), size, m_written);
 }
 
 uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, uint64_t length) {
@@ -313,7 +457,7 @@ uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, ui
         const auto want =
             static_cast<std::size_t>(std::min<uint64_t>(block.size(), length - copied));
         const std::size_t got = source.read_at(offset + copied, block.data(), want);
-        if (got == 0 || !write_all(native_handle(m_handle), block.data(), got)) break;
+        if (got == 0 || !write_all(native_handle(m_handle), block.data(), got, m_written)) break;
         copied += got;
     }
     return copied;
@@ -324,6 +468,112 @@ bool Output_File::close() {
     const bool ok = ::CloseHandle(native_handle(m_handle)) != 0;
     m_handle = kNoHandle;
     return ok;
+}
+
+bool Output_File::commit() {
+    const bool closed = close();
+    if (m_staged_path.empty()) return closed;
+    // The name may have come to reach the input since the file was created.
+    const bool refused = m_check_input && is_same_file(m_final_path, m_input);
+    if (!closed || refused ||
+        !::MoveFileExW(m_staged_path.c_str(), m_final_path.c_str(), MOVEFILE_REPLACE_EXISTING)) {
+        if (refused) {
+            errno = EEXIST;
+        } else if (closed) {
+            set_errno_from_last_error(::GetLastError());
+        }
+        discard_staged();
+        return false;
+    }
+    m_staged_path.clear();
+    return true;
+}
+
+void Output_File::discard_staged() {
+    (void)close();  // the file is going away: how its last writes ended no longer matters
+    if (m_staged_path.empty()) return;
+    const int saved = errno;
+    ::DeleteFileW(m_staged_path.c_str());
+    errno = saved;
+    m_staged_path.clear();
+}
+
+Output_Folder::~Output_Folder() {
+    close();
+}
+
+Output_Folder::Output_Folder(Output_Folder&& other) noexcept
+    : m_handle(other.m_handle), m_path(std::move(other.m_path)) {
+    other.m_handle = kNoHandle;
+}
+
+Output_Folder& Output_Folder::operator=(Output_Folder&& other) noexcept {
+    if (this != &other) {
+        close();
+        m_handle = other.m_handle;
+        m_path = std::move(other.m_path);
+        other.m_handle = kNoHandle;
+    }
+    return *this;
+}
+
+bool Output_Folder::open(const std::wstring& path) {
+    close();
+    std::error_code ec;
+    stdfs::create_directories(stdfs::path(path), ec);
+    HANDLE folder = open_folder(path, 0);
+    if (folder == INVALID_HANDLE_VALUE) {
+        set_errno_from_last_error(::GetLastError());
+        return false;
+    }
+    m_handle = reinterpret_cast<intptr_t>(folder);
+    m_path = path;
+    return true;
+}
+
+void Output_Folder::close() {
+    if (m_handle != kNoHandle) ::CloseHandle(native_handle(m_handle));
+    m_handle = kNoHandle;
+}
+
+Create_Result Output_Folder::make_folder(const std::wstring& name, Output_Folder& child) const {
+    child.close();
+    if (!is_open()) return Create_Result::failed;
+    const std::wstring path = m_path + kSeparator + name;
+    if (!::CreateDirectoryW(path.c_str(), nullptr)) {
+        const DWORD error = ::GetLastError();
+        set_errno_from_last_error(error);
+        return is_exists_error(error) ? Create_Result::exists : Create_Result::failed;
+    }
+    // Swapped for a link since it was made: the reparse point itself opens, and is refused.
+    HANDLE folder = open_folder(path, FILE_FLAG_OPEN_REPARSE_POINT);
+    if (folder == INVALID_HANDLE_VALUE) {
+        set_errno_from_last_error(::GetLastError());
+        return Create_Result::failed;
+    }
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(folder, &info) ||
+        (info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 ||
+        (info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+        ::CloseHandle(folder);
+        errno = EEXIST;
+        return Create_Result::failed;
+    }
+    child.m_handle = reinterpret_cast<intptr_t>(folder);
+    child.m_path = path;
+    return Create_Result::created;
+}
+
+Create_Result Output_Folder::create_file(const std::wstring& name, Output_File& file) const {
+    if (!is_open()) {
+        file.discard_staged();
+        return Create_Result::failed;
+    }
+    return file.create(m_path + kSeparator + name, Create_Mode::exclusive, nullptr);
+}
+
+void Output_Folder::remove_file(const std::wstring& name) const {
+    if (is_open()) ::DeleteFileW((m_path + kSeparator + name).c_str());
 }
 
 // ---- Standard streams of the command-line tool

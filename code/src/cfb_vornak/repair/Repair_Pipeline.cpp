@@ -145,8 +145,8 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
 
     // Write errors are not reported: the output is as complete as the disk allowed.
     const auto header = encode_header(standard_header, rebuilt_header_disat);
-    out.write(header.data(), header.size());
-    out.append_range(in, Cfb_Header::kSize, UINT64_MAX);
+    (void)out.write(header.data(), header.size());
+    (void)out.append_range(in, Cfb_Header::kSize, UINT64_MAX);
     return ec::kSuccess;
 }
 
