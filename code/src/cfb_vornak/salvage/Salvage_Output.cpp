@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cwctype>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <set>
-#include <system_error>
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
@@ -97,55 +94,66 @@ std::wstring unique_in(std::set<std::wstring>& used, const std::wstring& base) {
     return name;
 }
 
-bool write_file(const std::filesystem::path& path, const std::vector<uint8_t>& bytes,
-                std::string& error) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    if (out)
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-    if (!out) {
-        error = "cannot write " + platform::to_utf8(platform::from_path(path));
-        return false;
-    }
-    return true;
+std::string shown_path(const platform::Output_Folder& folder, const std::wstring& name) {
+    return platform::to_utf8(folder.path() + platform::kSeparator + name);
 }
 
-// Writes the bytes of `pieces` to `path`. Pieces that follow each other in the stream without
-// gaps are written straight from the input (runs of 64 KB or more copied by the system from
-// `file` when it is open, the others from the mapped bytes), joined where they also follow each
-// other in the file; a stream with gaps, or one split into many small runs, goes through one
-// gathered copy instead, which yields the same bytes.
-bool write_pieces(const std::filesystem::path& path, const uint8_t* data, uint64_t size,
-                  const platform::Input_File* file, const std::vector<Salvage_Piece>& pieces,
-                  std::string& error) {
+// Creates `base` in `folder` through `make(name)`, or when a name is taken on disk (by
+// anything, a link included) the next free one of unique_in: never a name that exists.
+template <typename Make>
+platform::Create_Result create_unique(std::set<std::wstring>& used, const std::wstring& base,
+                                      std::wstring& name, Make make) {
+    platform::Create_Result created = platform::Create_Result::exists;
+    // Each try takes a name not tried before and the folder holds finitely many entries.
+    while (created == platform::Create_Result::exists) {
+        name = unique_in(used, base);
+        created = make(name);
+    }
+    return created;
+}
+
+bool write_file(platform::Output_File& out, const std::vector<uint8_t>& bytes) {
+    const bool written = out.write(bytes.data(), bytes.size());
+    return out.close() && written;
+}
+
+// Writes the bytes of `pieces` to `out`, a file just created. Pieces that follow each other in
+// the stream without gaps are written straight from the input (runs of 64 KB or more copied by
+// the system from `file` when it is open, the others from the mapped bytes), joined where they
+// also follow each other in the file; a stream with gaps, or one split into many small runs,
+// goes through one gathered copy instead, which yields the same bytes.
+bool write_pieces(platform::Output_File& out, const std::string& shown, const uint8_t* data,
+                  uint64_t size, const platform::Input_File* file,
+                  const std::vector<Salvage_Piece>& pieces, std::string& error) {
     constexpr uint64_t kSmallRun = 64 * 1024;
     uint64_t next = 0;
     uint64_t runs = 0;
-    for (std::size_t i = 0; i < pieces.size(); ++i) {
+    bool gathered = false;
+    for (std::size_t i = 0; i < pieces.size() && !gathered; ++i) {
         const Salvage_Piece& p = pieces[i];
-        if (p.stream_offset != next || p.file_offset > size || p.length > size - p.file_offset) {
-            return write_file(path, salvaged_bytes(data, size, pieces), error);
-        }
+        gathered =
+            p.stream_offset != next || p.file_offset > size || p.length > size - p.file_offset;
         if (i == 0 || pieces[i - 1].file_offset + pieces[i - 1].length != p.file_offset) ++runs;
         next += p.length;
     }
-    if (runs > 1 + next / kSmallRun)
-        return write_file(path, salvaged_bytes(data, size, pieces), error);
-    platform::Output_File out;
-    bool ok = out.create(platform::from_path(path));
-    for (std::size_t i = 0; ok && i < pieces.size();) {
-        const uint64_t start = pieces[i].file_offset;
-        uint64_t length = 0;
-        for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
-            length += pieces[i].length;
+    bool ok = true;
+    if (gathered || runs > 1 + next / kSmallRun) {
+        ok = write_file(out, salvaged_bytes(data, size, pieces));
+    } else {
+        for (std::size_t i = 0; ok && i < pieces.size();) {
+            const uint64_t start = pieces[i].file_offset;
+            uint64_t length = 0;
+            for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
+                length += pieces[i].length;
+            }
+            // Short runs cost less as one write than as a copy between the files.
+            ok = file != nullptr && length >= kSmallRun
+                     ? out.append_range(*file, start, length) == length
+                     : out.write(data + start, static_cast<std::size_t>(length));
         }
-        // Short runs cost less as one write than as a copy between the files.
-        ok = file != nullptr && length >= kSmallRun
-                 ? out.append_range(*file, start, length) == length
-                 : out.write(data + start, static_cast<std::size_t>(length));
+        ok = out.close() && ok;
     }
-    ok = out.close() && ok;
-    if (!ok) error = "cannot write " + platform::to_utf8(platform::from_path(path));
+    if (!ok) error = "cannot write " + shown;
     return ok;
 }
 
@@ -270,55 +278,83 @@ std::wstring safe_component(const std::wstring& name) {
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                      const std::wstring& folder, bool keep_partial, std::string& error,
                      const platform::Input_File* file) {
-    namespace fs = std::filesystem;
-    std::error_code ec;
-    const fs::path root = platform::to_path(folder);
-    fs::create_directories(root, ec);
-    if (!fs::is_directory(root)) {
+    // Every folder and file is made new, by name inside a folder held open, never through a
+    // link: a name already taken gets the next free suffix, so nothing that was there before
+    // (the input included) is written to, and nothing lands outside `folder`.
+    const std::size_t count = std::max<std::size_t>(result.entries.size(), 1);
+    std::vector<platform::Output_Folder> folders(count);
+    if (!folders[0].open(folder)) {
         error = "cannot create folder " + platform::to_utf8(folder);
         return false;
     }
-    std::vector<fs::path> paths(result.entries.size());
-    std::vector<std::set<std::wstring>> used(result.entries.size());
-    paths[0] = root;
+    // A storage's folder stays open until its last child is written.
+    std::vector<std::size_t> last_child(count, 0);
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const auto parent = static_cast<std::size_t>(result.entries[i].parent);
+        if (parent < last_child.size()) last_child[parent] = i;
+    }
+    std::vector<std::set<std::wstring>> used(count);
     used[0].insert(L"lost");  // the unclaimed chains' folder
     for (std::size_t i = 1; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
-        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
         const auto parent = static_cast<std::size_t>(e.parent);
-        if (paths[parent].empty()) continue;
+        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
+        if (parent >= folders.size() || !folders[parent].is_open()) continue;
+        const platform::Output_Folder& into = folders[parent];
         const std::wstring base =
             safe_component(platform::from_utf16(e.name.data(), e.name.size()));
-        fs::path target = paths[parent] / platform::to_path(unique_in(used[parent], base));
-        // An existing link would lead the write elsewhere: take another name instead.
-        for (int tries = 0;
-             tries < 100 && (platform::is_link(target) ||
-                             (e.is_storage() && fs::exists(target) && !fs::is_directory(target)));
-             ++tries) {
-            target = paths[parent] / platform::to_path(unique_in(used[parent], base));
-        }
+        std::wstring name;
         if (e.is_storage()) {
-            fs::create_directories(target, ec);
-            if (!fs::is_directory(target)) {
-                error = "cannot create folder " + platform::to_utf8(platform::from_path(target));
+            platform::Output_Folder made;
+            if (create_unique(used[parent], base, name, [&](const std::wstring& n) {
+                    return into.make_folder(n, made);
+                }) != platform::Create_Result::created) {
+                error = "cannot create folder " + shown_path(into, name);
                 return false;
             }
-            paths[i] = target;
-            continue;
+            if (last_child[i] > i) folders[i] = std::move(made);
+        } else {
+            platform::Output_File out;
+            if (create_unique(used[parent], base, name, [&](const std::wstring& n) {
+                    return into.create_file(n, out);
+                }) != platform::Create_Result::created) {
+                error = "cannot write " + shown_path(into, name);
+                return false;
+            }
+            if (!write_pieces(out, shown_path(into, name), data, size, file, e.pieces, error)) {
+                into.remove_file(name);  // no half-written stream under its name
+                return false;
+            }
         }
-        if (!write_pieces(target, data, size, file, e.pieces, error)) return false;
+        if (parent != 0 && last_child[parent] == i) folders[parent].close();
     }
     if (!result.lost_chains.empty()) {
-        const fs::path lost = root / "lost";
-        fs::create_directories(lost, ec);
-        if (platform::is_link(lost) || !fs::is_directory(lost)) {
-            error = "cannot create folder " + platform::to_utf8(platform::from_path(lost));
+        platform::Output_Folder lost;
+        std::wstring name = L"lost";
+        platform::Create_Result made = folders[0].make_folder(name, lost);
+        if (made == platform::Create_Result::exists) {
+            made = create_unique(used[0], name, name, [&](const std::wstring& n) {
+                return folders[0].make_folder(n, lost);
+            });
+        }
+        if (made != platform::Create_Result::created) {
+            error = "cannot create folder " + shown_path(folders[0], name);
             return false;
         }
+        std::set<std::wstring> lost_used;
         for (const Salvage_Lost_Chain& c : result.lost_chains) {
-            const fs::path file_path = root / lost_name(c);
-            if (platform::is_link(file_path)) continue;
-            if (!write_pieces(file_path, data, size, file, c.pieces, error)) return false;
+            const std::wstring base = L"sector_" + std::to_wstring(c.first_sector) + L".bin";
+            platform::Output_File out;
+            if (create_unique(lost_used, base, name, [&](const std::wstring& n) {
+                    return lost.create_file(n, out);
+                }) != platform::Create_Result::created) {
+                error = "cannot write " + shown_path(lost, name);
+                return false;
+            }
+            if (!write_pieces(out, shown_path(lost, name), data, size, file, c.pieces, error)) {
+                lost.remove_file(name);
+                return false;
+            }
         }
     }
     return true;

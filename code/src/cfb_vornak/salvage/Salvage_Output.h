@@ -8,6 +8,7 @@
 
 #include "cfb_vornak/builder/Cfb_Fs_Item.h"
 #include "cfb_vornak/salvage/Salvage.h"
+#include "common/platform.h"
 
 namespace vrk {
 
@@ -26,8 +27,10 @@ std::wstring safe_component(const std::wstring& name);
 
 // Writes the recovered tree under `folder` (created if needed): storages as folders, streams
 // as files, unclaimed chains as lost/sector_N.bin. Partial streams only with `keep_partial`,
-// their missing ranges as zero bytes. Nothing is written outside `folder`. False with a reason
-// on a file-system failure. `file`, when given, is the input open for reading: long runs are
+// their missing ranges as zero bytes. Every folder and file is created new and never through
+// a link; a name already taken on disk gets the next free "~N" suffix. Nothing is written
+// outside `folder` and nothing that existed before is written to. False with a reason on a
+// file-system failure. `file`, when given, is the input open for reading: long runs are
 // then copied from it by the system (same bytes).
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                      const std::wstring& folder, bool keep_partial, std::string& error,
