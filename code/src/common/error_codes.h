@@ -23,6 +23,7 @@ inline constexpr Error_Code kObjectNotInit = 10;
 inline constexpr Error_Code kObjectInitFailed = 11;
 inline constexpr Error_Code kInitLogFailed = 12;
 inline constexpr Error_Code kDeviceFull = 19;
+inline constexpr Error_Code kWriteFailed = 23;
 inline constexpr Error_Code kOpenFileFailed = 32;
 inline constexpr Error_Code kMakeDirFailed = 33;
 inline constexpr Error_Code kSelfRecordFailed = 53;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/entries/Entries.h"
 #include "cfb_vornak/reports/Cfb_Analysis.h"
 #include "cfb_vornak/reports/Sector_Units.h"
 #include "cli.h"
@@ -37,8 +37,8 @@ int run_analyze(const Context& /*context*/, const std::vector<std::string>& args
     int32_t result = 0;
     Analysis_Summary summary;
     run_on_fresh_thread([&]() {
-        result = VrkCfbAnalysis(input.c_str(), output.c_str());
-        summary = last_analysis_summary();
+        result =
+            folded_entry([&] { return analysis_entry(input.c_str(), output.c_str(), &summary); });
         return 0;
     });
     for (const std::wstring& report : summary.reports) {

@@ -1,6 +1,5 @@
 // cfbvornak build-sample: writes a sound sample document and damaged copies into a folder.
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <system_error>
@@ -53,11 +52,13 @@ int run_build_sample(const Context&, const std::vector<std::string>& args) {
     }
     for (const Sample_Document& document : sample_documents(seed)) {
         const std::filesystem::path path = folder / document.file_name;
-        std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(document.bytes.data()),
-                  static_cast<std::streamsize>(document.bytes.size()));
-        out.close();
-        if (!out) {
+        // Staged: a file appears under its name only once it is whole.
+        platform::Output_File out;
+        const bool written = out.create(platform::from_path(path), platform::Create_Mode::staged,
+                                        nullptr) == platform::Create_Result::created &&
+                             out.write(document.bytes.data(), document.bytes.size()) &&
+                             out.commit();
+        if (!written) {
             print_error("cannot write " + document.file_name);
             return kExitPartial;
         }

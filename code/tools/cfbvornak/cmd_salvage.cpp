@@ -93,7 +93,14 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     }
     if (result.is_compound_file && parsed.options.count("--out") != 0) {
         const std::string out = user_path(parsed.options["--out"]);
-        if (!salvage_write(data, size, result, platform::widen(out), keep_partial, error, reader)) {
+        // Staged: the file appears under its name only once it is whole. The open input is
+        // what tells whether the name reaches it.
+        if (reader == nullptr) {
+            error = "the input cannot be opened to compare it with the output";
+        }
+        if (reader == nullptr ||
+            !salvage_write(data, size, result, platform::widen(out), keep_partial, error, reader,
+                           platform::Create_Mode::staged)) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "common/error_codes.h"
+#include "common/error_store.h"
 #include "common/platform.h"
 
 namespace vrk::cli {
@@ -99,6 +100,15 @@ bool is_folder(const std::string& path) {
 
 void print_json_line(const nlohmann::json& object) {
     std::cout << object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+}
+
+int32_t folded_entry(const std::function<int32_t()>& entry) {
+    try {
+        return to_api_result_code(entry());
+    } catch (...) {
+        VRK_PUSH_ERROR(ec::kInternalError);
+        return to_api_result_code(ec::kInternalError);
+    }
 }
 
 std::string result_gloss(int32_t api_result) {

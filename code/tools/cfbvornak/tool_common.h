@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -44,6 +45,11 @@ std::string result_gloss(int32_t api_result);
 std::string damage_gloss(int32_t damage_type);
 // The library's description of a damage type, or the error text for other codes.
 std::string damage_description(int32_t code);
+
+// Runs a library entry (entries/Entries.h) the way its export does: the raw code folded into
+// the public result, an exception that escapes recorded as code 2. The tool calls the entries
+// rather than the exports where it wants their results through the out-parameters.
+int32_t folded_entry(const std::function<int32_t()>& entry);
 
 // Prints "cfbvornak: " + message to standard error.
 void print_error(const std::string& message);

@@ -593,27 +593,34 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
 
 namespace {
 
-bool write_built(const std::wstring& path, const Builder& builder, Build_Layout* layout) {
+Write_Result write_built(const Write_Target& target, const Builder& builder, Build_Layout* layout) {
     platform::Output_File out;
-    if (!out.create(path)) return false;
+    const platform::Create_Result created = out.create(target.path, target.mode, target.input);
+    if (created == platform::Create_Result::is_input) return Write_Result::is_input;
+    if (created != platform::Create_Result::created) return Write_Result::failed;
     File_Sink sink(out);
     builder.emit(sink);
     const bool written = sink.finish();
-    if (!out.close() || !written) return false;
+    if (!written || !out.commit()) return Write_Result::failed;
     if (layout != nullptr) builder.describe(*layout);
-    return true;
+    return Write_Result::written;
 }
 
 }  // namespace
 
 bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
                          const Builder_Options& options, Build_Layout* layout) {
-    return write_built(path, Builder(root, options), layout);
+    return write_built(Write_Target{path}, Builder(root, options), layout) == Write_Result::written;
 }
 
 bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
                          const Stream_Source& source, const Builder_Options& options) {
-    return write_built(path, Builder(root, options, &source), nullptr);
+    return write_compound_file(Write_Target{path}, root, source, options) == Write_Result::written;
+}
+
+Write_Result write_compound_file(const Write_Target& target, const Cfb_Fs_Item_DirNode& root,
+                                 const Stream_Source& source, const Builder_Options& options) {
+    return write_built(target, Builder(root, options, &source), nullptr);
 }
 
 }  // namespace vrk

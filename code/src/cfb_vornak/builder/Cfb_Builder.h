@@ -26,12 +26,9 @@
 
 #include "cfb_vornak/builder/Cfb_Fs_Item.h"
 #include "cfb_vornak/format/cfb_types.h"
+#include "common/platform.h"
 
 namespace vrk {
-
-namespace platform {
-class Input_File;
-}
 
 struct Builder_Options {
     uint16_t major_version = 3;  // 3: 512-byte sectors; 4: 4096-byte sectors
@@ -70,8 +67,9 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
 
 // Writes the built file to `path`, the stream data straight from the items (no second copy of
 // the file in memory); false when the file cannot be opened or written.
-bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
-                         const Builder_Options& options = {}, Build_Layout* layout = nullptr);
+[[nodiscard]] bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                                       const Builder_Options& options = {},
+                                       Build_Layout* layout = nullptr);
 
 // Streams whose bytes live elsewhere (a mapped input, say): each stream's size, and its bytes
 // handed to `out` in file order, in as many pieces as suit the source.
@@ -97,7 +95,25 @@ class Stream_Source {
 
 // As above, every stream's size and bytes taken from `source` instead of the items' data, so
 // that the file is written without holding its streams in memory.
-bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
-                         const Stream_Source& source, const Builder_Options& options = {});
+[[nodiscard]] bool write_compound_file(const std::wstring& path, const Cfb_Fs_Item_DirNode& root,
+                                       const Stream_Source& source,
+                                       const Builder_Options& options = {});
+
+// Where and how a built file is put in place.
+struct Write_Target {
+    std::wstring path;
+    platform::Create_Mode mode = platform::Create_Mode::replace;
+    // A path that reaches this file (the input the streams come from, say) is refused.
+    const platform::File_Identity* input = nullptr;
+};
+
+enum class Write_Result { written, is_input, failed };
+
+// As above, into `target`: nothing is opened when its path reaches `target.input`; a staged
+// target shows under its path only once every byte is written.
+[[nodiscard]] Write_Result write_compound_file(const Write_Target& target,
+                                               const Cfb_Fs_Item_DirNode& root,
+                                               const Stream_Source& source,
+                                               const Builder_Options& options = {});
 
 }  // namespace vrk

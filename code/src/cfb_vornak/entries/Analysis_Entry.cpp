@@ -4,6 +4,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Entries.h"
@@ -34,7 +35,7 @@ void try_create_output_folder(const std::wstring& folder) {
 
 }  // namespace
 
-int32_t analysis_entry(const char* input, const char* out_dir) {
+int32_t analysis_entry(const char* input, const char* out_dir, Analysis_Summary* summary) {
     Error_Store& store = get_error_store();
     CFB_LOG_INFO("_VrkCfbAnalysis");
     CFB_LOG_INFO(std::string("input_file_path = ") + (input == nullptr ? "" : input));
@@ -76,7 +77,8 @@ int32_t analysis_entry(const char* input, const char* out_dir) {
     try {
         // Opened on the working file as the repair does; the driver parses its own object.
         file = std::make_unique<Cfb_File>(working);
-        run_cfb_analysis(working, out_dir_wstr);
+        Analysis_Summary written = run_cfb_analysis(working, out_dir_wstr);
+        if (summary != nullptr) *summary = std::move(written);
     } catch (const std::exception& error) {
         CFB_LOG_ERROR(std::string("When analysising cfb exception :") + error.what() + "!");
         VRK_PUSH_ERROR(ec::kInternalError);

@@ -56,7 +56,8 @@ std::wstring output_folder_of(const std::wstring& output_path) {
 // work folder, then lets a fully parsed Cfb_File rebuild the header into prefix + ".cfb"
 // (whose extension the repair may change). A success pushes no record of its own: the result
 // is whatever record the thread holds last.
-int32_t general_repair_entry(const char* input, const char* output) {
+int32_t general_repair_entry(const char* input, const char* output, Repair_Outcome* outcome,
+                             platform::Create_Mode mode) {
     auto& store = get_error_store();
     CFB_LOG_INFO(kVersionLine);
     CFB_LOG_INFO("_VrkCfbGeneralRepair");
@@ -112,7 +113,8 @@ int32_t general_repair_entry(const char* input, const char* output) {
         file->set_password(password);
         file->set_tmp_dir_for_raw_data(folders.raw_data_folder);
         file->set_output_file_dir(folders.release_folder);
-        const Error_Code result = file->cfb_file_head_changing(output_description, true);
+        const Error_Code result =
+            file->cfb_file_head_changing(output_description, true, outcome, mode);
         if (result != ec::kSuccess) {
             CFB_LOG_ERROR("my_cfb_ptr->cfb_file_head_changing failed !");
             CFB_LOG_ERROR(L"output_file_prefix_wstr = " + cfb_output + L" !");

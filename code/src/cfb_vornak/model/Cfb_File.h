@@ -15,8 +15,10 @@
 #include "cfb_vornak/format/Directory_Entry.h"
 #include "cfb_vornak/format/cfb_types.h"
 #include "cfb_vornak/model/Sector_Chains.h"
+#include "cfb_vornak/repair/Repair_Outcome.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/error_codes.h"
+#include "common/platform.h"
 #include "file_operation/File_Anywhere_Door.h"
 
 namespace vrk {
@@ -73,7 +75,11 @@ class Cfb_File {
     bool is_plausible_directory_entry(const Directory_Entry& record) const;
 
     // ---- repair
-    Error_Code cfb_file_head_changing(const File_Description& output, bool force);
+    // With `outcome`, what was written is reported there; `mode` says how the output is put in
+    // place (the exports create and write it; the tool stages it and renames it over the name).
+    Error_Code cfb_file_head_changing(const File_Description& output, bool force,
+                                      Repair_Outcome* outcome = nullptr,
+                                      platform::Create_Mode mode = platform::Create_Mode::replace);
     void set_password(const std::wstring& password) { m_password_wstr = password; }
 
     // ---- release and reports

@@ -8,7 +8,10 @@
 // 5. Give the output path the extension of the document kind.
 // 6. Write the 512-byte header and then the input from offset 512 on, unchanged and without
 //    passing through this process where the system can copy between files itself: the
-//    output is as long as the input. The input itself is only read.
+//    output is as long as the input. The input itself is only read, and an output name that
+//    reaches the input (by identity, after the extension rule) is refused like a failed create.
+//    The exports create and write the output in place; the tool stages it in a temporary file
+//    renamed over the name only once every byte is written.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -109,7 +112,8 @@ void log_open_failure(const std::wstring& path) {
 
 }  // namespace
 
-Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool force) {
+Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool force,
+                                            Repair_Outcome* outcome, platform::Create_Mode mode) {
     const Error_Code probe = check_cfb_core(*this);
     if (!probe_allows_repair(probe, force)) return probe;
 
@@ -129,24 +133,56 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
 
     File_Description target = output;
     name_output(target, document_kind);
-
-    platform::Output_File out;
-    if (!out.create(target.path_wstr)) {
-        log_open_failure(target.path_wstr);
-        return ec::kCfbOpenFailed;
+    if (outcome != nullptr) {
+        outcome->document_kind = document_kind;
+        outcome->header = standard_header;
+        const std::size_t kept =
+            std::min(rebuilt_header_disat.size(), Cfb_Header::kHeaderDisatCount);
+        outcome->header_disat.assign(
+            rebuilt_header_disat.begin(),
+            rebuilt_header_disat.begin() + static_cast<std::ptrdiff_t>(kept));
     }
+
+    // The input is opened first: the output must never be the file it reaches, whichever name
+    // (the same one, a link, one the extension rule turned back into it) leads there.
     const std::wstring& input_path =
         m_input.open_path_wstr.empty() ? m_input.path_wstr : m_input.open_path_wstr;
     platform::Input_File in;
-    if (!in.open(input_path)) {
+    const bool input_open = in.open(input_path);
+    platform::File_Identity input_identity;
+    const bool identity_known =
+        input_open ? in.identity(input_identity)
+                   : platform::identity_of(input_path, platform::Link_Rule::follow, input_identity);
+    platform::Output_File out;
+    const platform::Create_Result created =
+        out.create(target.path_wstr, mode, identity_known ? &input_identity : nullptr);
+    if (created != platform::Create_Result::created) {
+        if (outcome != nullptr)
+            outcome->output_is_input = created == platform::Create_Result::is_input;
+        log_open_failure(target.path_wstr);
+        return ec::kCfbOpenFailed;
+    }
+    if (!input_open) {
         log_open_failure(input_path);
         return ec::kCfbOpenFailed;
     }
 
-    // Write errors are not reported: the output is as complete as the disk allowed.
     const auto header = encode_header(standard_header, rebuilt_header_disat);
-    (void)out.write(header.data(), header.size());
-    (void)out.append_range(in, Cfb_Header::kSize, UINT64_MAX);
+    const uint64_t rest = file_size > Cfb_Header::kSize ? file_size - Cfb_Header::kSize : 0;
+    const bool written = out.write(header.data(), header.size()) &&
+                         out.append_range(in, Cfb_Header::kSize, rest) == rest;
+    if (mode == platform::Create_Mode::staged) {
+        // Whole or not at all: a failed write leaves whatever held the name before.
+        if (!written || !out.commit()) {
+            CFB_LOG_ERROR(L"cannot write the repaired file " + target.path_wstr);
+            return ec::kWriteFailed;
+        }
+    } else {
+        // Write errors are not reported: the output is as complete as the disk allowed.
+        (void)written;
+        (void)out.close();
+    }
+    if (outcome != nullptr) outcome->output_path = target.path_wstr;
     return ec::kSuccess;
 }
 

@@ -21,7 +21,4 @@ struct Analysis_Summary {
 // container, then releases the root's children. Exceptions of the file layer pass through.
 Analysis_Summary run_cfb_analysis(const File_Description& input, const std::wstring& output_folder);
 
-// The summary of the last analysis run on the calling thread (empty before any).
-Analysis_Summary last_analysis_summary();
-
 }  // namespace vrk

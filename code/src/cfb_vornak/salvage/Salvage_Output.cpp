@@ -486,12 +486,24 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
 
 bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                    const std::wstring& path, bool keep_partial, std::string& error,
-                   const platform::Input_File* file) {
+                   const platform::Input_File* file, platform::Create_Mode mode) {
     std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams;
     const auto tree = tree_of(data, size, result, keep_partial, &streams);
     const Pieces_Source source(data, size, file, std::move(streams));
+    // The output must never be the input the streams are read from.
+    platform::File_Identity input;
+    const bool input_known = file != nullptr && file->identity(input);
+    const Write_Target target{path, mode, input_known ? &input : nullptr};
     try {
-        if (write_compound_file(path, *tree, source)) return true;
+        switch (write_compound_file(target, *tree, source)) {
+            case Write_Result::written:
+                return true;
+            case Write_Result::is_input:
+                error = "it is the input file; nothing was written";
+                return false;
+            case Write_Result::failed:
+                break;
+        }
     } catch (const std::exception& e) {
         error = e.what();
         return false;

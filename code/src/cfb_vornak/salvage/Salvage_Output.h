@@ -32,9 +32,9 @@ std::wstring safe_component(const std::wstring& name);
 // outside `folder` and nothing that existed before is written to. False with a reason on a
 // file-system failure. `file`, when given, is the input open for reading: long runs are
 // then copied from it by the system (same bytes).
-bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                     const std::wstring& folder, bool keep_partial, std::string& error,
-                     const platform::Input_File* file = nullptr);
+[[nodiscard]] bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                                   const std::wstring& folder, bool keep_partial,
+                                   std::string& error, const platform::Input_File* file = nullptr);
 
 // The recovered tree as builder items (root's class id, state bits and times included).
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
@@ -43,9 +43,11 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
 // Writes the recovered tree to `path` as a fresh compound file through the builder, the
 // streams' bytes read from the input as the file is written (never all held in memory).
 // Partial streams only with `keep_partial`, as salvage_tree gives them. False with a reason.
-// `file` as for salvage_extract.
-bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                   const std::wstring& path, bool keep_partial, std::string& error,
-                   const platform::Input_File* file = nullptr);
+// `file` as for salvage_extract; a `path` that reaches it is refused and nothing is written.
+// `mode` staged (the tool's) puts the file under `path` only once it is whole.
+[[nodiscard]] bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
+                                 const std::wstring& path, bool keep_partial, std::string& error,
+                                 const platform::Input_File* file = nullptr,
+                                 platform::Create_Mode mode = platform::Create_Mode::replace);
 
 }  // namespace vrk
