@@ -20,6 +20,14 @@ inline constexpr wchar_t kSeparator = L'/';
 inline constexpr bool kWindows = false;
 #endif
 
+// ---- Input files
+
+// Whether the library's view of an input file maps it. Windows refuses to shorten a mapped file,
+// so a map there is safe and saves a copy; elsewhere another process may truncate the file under
+// a map, and the next access to a vanished page kills the process (SIGBUS), so the input is read
+// with positioned reads into buffers the library owns.
+inline constexpr bool kMapsInput = kWindows;
+
 // Narrow argument text to wide: the process code page on Windows, UTF-8 elsewhere, where
 // bytes that are not UTF-8 are kept (as U+DC80 + byte) so that any file name round-trips
 // through widen, narrow, to_path and from_path. Never throws.
@@ -67,8 +75,13 @@ void remove_link(const std::filesystem::path& path);
 // Only pages wholly inside the range are touched; a hint whose failure changes nothing.
 void populate_for_writing(void* data, std::size_t size);
 
-// A read-only view of a whole file.
+// A read-only view of a whole file, unmapped (and its handles closed) when it goes.
 struct Mapped_File {
+    Mapped_File() = default;
+    ~Mapped_File();
+    Mapped_File(const Mapped_File&) = delete;
+    Mapped_File& operator=(const Mapped_File&) = delete;
+
     const uint8_t* data = nullptr;
     uint64_t size = 0;
     void* file_handle = nullptr;     // Windows: the HANDLE; POSIX: unused
@@ -98,6 +111,9 @@ class Input_File {
     bool open(const std::wstring& path);
     [[nodiscard]] bool is_open() const { return m_handle != kNoHandle; }
     void close();
+    // The size of the open file; false (with errno set) when it cannot be had or the file is
+    // not a regular file.
+    [[nodiscard]] bool size(uint64_t& bytes) const;
     // Reads up to `size` bytes from `offset` on into `buffer`; fewer only at the file's end or
     // on an error. For whole-file passes: on some virtual machines touching every page of a
     // large mapping costs several times what copying the same bytes out of the cache does.

@@ -147,6 +147,10 @@ Map_Step map_file(const std::wstring& path, Mapped_File& mapped) {
     return Map_Step::ok;
 }
 
+Mapped_File::~Mapped_File() {
+    unmap_file(*this);
+}
+
 bool unmap_file(Mapped_File& mapped) {
     if (mapped.data == nullptr) return true;
     const bool ok =
@@ -289,6 +293,21 @@ bool Input_File::open(const std::wstring& path) {
 void Input_File::close() {
     if (m_handle != kNoHandle) ::close(descriptor(m_handle));
     m_handle = kNoHandle;
+}
+
+bool Input_File::size(uint64_t& bytes) const {
+    if (!is_open()) {
+        errno = EBADF;
+        return false;
+    }
+    struct stat info {};
+    if (::fstat(descriptor(m_handle), &info) != 0) return false;
+    if (!S_ISREG(info.st_mode) || info.st_size < 0) {
+        errno = EINVAL;
+        return false;
+    }
+    bytes = static_cast<uint64_t>(info.st_size);
+    return true;
 }
 
 std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size) const {

@@ -202,6 +202,10 @@ Map_Step map_file(const std::wstring& path, Mapped_File& mapped) {
     return Map_Step::ok;
 }
 
+Mapped_File::~Mapped_File() {
+    unmap_file(*this);
+}
+
 bool unmap_file(Mapped_File& mapped) {
     bool ok = true;
     if (mapped.data != nullptr && !::UnmapViewOfFile(mapped.data)) {
@@ -210,7 +214,10 @@ bool unmap_file(Mapped_File& mapped) {
     }
     if (mapped.mapping_handle != nullptr) ::CloseHandle(mapped.mapping_handle);
     if (mapped.file_handle != nullptr) ::CloseHandle(mapped.file_handle);
-    mapped = Mapped_File{};
+    mapped.data = nullptr;
+    mapped.size = 0;
+    mapped.file_handle = nullptr;
+    mapped.mapping_handle = nullptr;
     return ok;
 }
 
@@ -312,6 +319,24 @@ bool Input_File::open(const std::wstring& path) {
 void Input_File::close() {
     if (m_handle != kNoHandle) ::CloseHandle(native_handle(m_handle));
     m_handle = kNoHandle;
+}
+
+bool Input_File::size(uint64_t& bytes) const {
+    if (!is_open()) {
+        errno = EBADF;
+        return false;
+    }
+    if (::GetFileType(native_handle(m_handle)) != FILE_TYPE_DISK) {
+        errno = EINVAL;
+        return false;
+    }
+    LARGE_INTEGER size{};
+    if (!::GetFileSizeEx(native_handle(m_handle), &size)) {
+        set_errno_from_last_error(::GetLastError());
+        return false;
+    }
+    bytes = size.QuadPart > 0 ? static_cast<uint64_t>(size.QuadPart) : 0;
+    return true;
 }
 
 std::size_t Input_File::read_at(uint64_t offset, void* buffer, std::size_t size) const {

@@ -11,20 +11,6 @@
 
 namespace vrk {
 
-namespace {
-
-constexpr File_Anywhere_Door::Read_Site kNoMutexSite{"get_no_mutex", 682, 683, 688, 689};
-constexpr File_Anywhere_Door::Read_Site kWithMutexSite{"get_with_mutex", 648, 649, 654, 655};
-
-[[noreturn]] void throw_out_of_range_at(uint64_t offset,
-                                        const File_Anywhere_Door::Read_Site& site) {
-    throw_door_failure("File_Anywhere_Door access is illegal ! the offset [" +
-                           std::to_string(offset) + "]is  out of  range! \n",
-                       site.range_log_line, site.range_throw_line, site.function);
-}
-
-}  // namespace
-
 File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Config& config) {
     const std::filesystem::path native = platform::to_path(path);
     std::error_code error;
@@ -125,7 +111,7 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
             std::memcpy(destination, m_mapped + offset, in_file);
         }
         if (in_file < length) {
-            throw_out_of_range_at(offset + in_file, site);
+            vrk::throw_out_of_range(offset + in_file, site);
         }
         return;
     }
@@ -136,18 +122,14 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
 
 void File_Anywhere_Door::throw_out_of_range(uint64_t offset) const {
     check_readable(offset, kNoMutexSite);
-    throw_out_of_range_at(offset, kNoMutexSite);
+    vrk::throw_out_of_range(offset, kNoMutexSite);
 }
 
 void File_Anywhere_Door::check_readable(uint64_t offset, const Read_Site& site) const {
-    if (m_state != 2) {
-        throw_door_failure("File_Anywhere_Door state is not fine ! the file [" +
-                               std::to_string(offset) + "]can not access! \n",
-                           site.state_log_line, site.state_throw_line, site.function);
-    }
+    if (m_state != 2) throw_not_fine(offset, site);
     // Unsigned on purpose: for a file of size 0 the limit wraps and every offset passes.
     if (offset > m_file_size - 1) {
-        throw_out_of_range_at(offset, site);
+        vrk::throw_out_of_range(offset, site);
     }
 }
 

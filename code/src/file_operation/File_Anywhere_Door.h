@@ -11,6 +11,7 @@
 
 #include "file_operation/File_Block_Cache.h"
 #include "file_operation/File_Memory_Map.h"
+#include "file_operation/door_failure.h"
 
 namespace vrk {
 
@@ -60,15 +61,6 @@ class File_Anywhere_Door {
     const uint8_t* mapped_data() const { return m_mapped; }
     // Throws exactly what get_no_mutex throws for an offset past the end.
     [[noreturn]] void throw_out_of_range(uint64_t offset) const;
-
-    // Where a read failure is reported: the reading function and its line numbers.
-    struct Read_Site {
-        const char* function;
-        int state_log_line;
-        int state_throw_line;
-        int range_log_line;
-        int range_throw_line;
-    };
 
   private:
     uint8_t get_no_mutex_checked(uint64_t offset);

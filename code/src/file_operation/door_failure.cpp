@@ -26,4 +26,17 @@ void throw_door_failure(const std::string& message, int log_line, int throw_line
     throw std::logic_error(text.data());
 }
 
+void throw_not_fine(uint64_t offset, const Read_Site& site) {
+    // The bracket holds the offset, not a file name.
+    throw_door_failure("File_Anywhere_Door state is not fine ! the file [" +
+                           std::to_string(offset) + "]can not access! \n",
+                       site.state_log_line, site.state_throw_line, site.function);
+}
+
+void throw_out_of_range(uint64_t offset, const Read_Site& site) {
+    throw_door_failure("File_Anywhere_Door access is illegal ! the offset [" +
+                           std::to_string(offset) + "]is  out of  range! \n",
+                       site.range_log_line, site.range_throw_line, site.function);
+}
+
 }  // namespace vrk

@@ -1,0 +1,41 @@
+// The input's bytes for a pass over the whole file in ascending order, read through the checked
+// view in large blocks of a buffer of the pass's own (straight from the view where it holds the
+// file in memory). Blocks of this size cost few reads and stay in the core's cache while a pass
+// works through them; scattered readers elsewhere keep the view's small windows.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "file_operation/Input_View.h"
+
+namespace vrk {
+
+class Input_Blocks {
+  public:
+    static constexpr std::size_t kBlockSize = std::size_t{256} << 10;
+
+    explicit Input_Blocks(Input_View& view, std::size_t block_size = kBlockSize);
+
+    // The `length` bytes at `offset`, valid until the next call; fails as the view does. A range
+    // outside the current block refills it from `offset` on (with at least `length` bytes), so
+    // ascending offsets read the file once.
+    [[nodiscard]] const uint8_t* at(uint64_t offset, std::size_t length) {
+        if (offset >= m_start && range_inside(offset - m_start, length, m_filled)) {
+            return m_block.data() + (offset - m_start);
+        }
+        return refill(offset, length);
+    }
+
+  private:
+    const uint8_t* refill(uint64_t offset, std::size_t length);
+
+    Input_View& m_view;
+    std::size_t m_block_size;
+    std::vector<uint8_t> m_block;
+    uint64_t m_start = 0;
+    uint64_t m_filled = 0;  // bytes of the block read from m_start on
+};
+
+}  // namespace vrk
