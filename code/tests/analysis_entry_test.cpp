@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"
@@ -45,6 +48,7 @@ class AnalysisEntryTest : public ::testing::Test {
     static void SetUpTestSuite() {
         static Temp_Folder base("analysis_entry");
         work = new std::wstring(base.wide(true) + L"work");
+        log_file = new std::filesystem::path(base / "logs" / "cfb_repair_sdk.log");
         const std::string logs = base.narrow() + "/logs";
         const std::string config = base.narrow() + "/config";
         ASSERT_EQ(VrkCfbInit(logs.c_str(), config.c_str(), platform::narrow(*work).c_str()), 0);
@@ -60,11 +64,13 @@ class AnalysisEntryTest : public ::testing::Test {
     }
 
     static std::wstring* work;
+    static std::filesystem::path* log_file;
     Temp_Folder folder{"entry"};
     std::wstring source;
 };
 
 std::wstring* AnalysisEntryTest::work = nullptr;
+std::filesystem::path* AnalysisEntryTest::log_file = nullptr;
 
 TEST_F(AnalysisEntryTest, CreatesTheOutputFolderWithParentsAndWritesTheReports) {
     // Chinese folder names reach the export only where the process code page holds them.
@@ -122,6 +128,44 @@ TEST_F(AnalysisEntryTest, ShortOrEmptyInputStillEndsInAResult) {
     const std::wstring empty = folder.wide(true) + L"empty.bin";
     ASSERT_TRUE(test::write_bytes_to_file(empty, {}));
     EXPECT_EQ(analyse(empty, out), -3101);
+}
+
+// Sectors of 4096 bytes over a file of 512-byte sectors (78848 bytes; in the tree's order
+// the streams "d", "b", "z", "a", "e", as in release_test): "d" and "b" are released, the
+// third sector of "z" runs past the end, and the file layer's failure ends the analysis in its
+// handler. The reports written before the release stay.
+TEST_F(AnalysisEntryTest, ASectorPastTheEndOfTheFileEndsTheAnalysis) {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"a", test::random_bytes(40, 1));
+    root.add_stream(u"b", test::random_bytes(300, 2));
+    root.add_stream(u"d", test::random_bytes(5000, 3));
+    root.add_stream(u"z", test::random_bytes(70000, 4));
+    root.add_stream(u"e", test::random_bytes(40, 5));
+    std::vector<uint8_t> bytes = build_compound_file(root);
+    ASSERT_EQ(bytes.size(), 78848u);
+    test::patch_u16(bytes, test::offsets::kSectorShift, 12);
+    const std::wstring damaged = folder.wide(true) + L"shift12.cfb";
+    ASSERT_TRUE(test::write_bytes_to_file(damaged, bytes));
+    const std::size_t log_before = test::read_file(*log_file).size();
+
+    const std::wstring out = folder.wide(true) + L"out";
+    EXPECT_EQ(analyse(damaged, out), -3101);
+    const std::wstring released = out + platform::kSeparator + W("cfb_directory_tree信息分析") +
+                                  platform::kSeparator + W("原始cfb_directory_tree释放文件夹");
+    EXPECT_EQ(test::folder_names(released), (std::set<std::string>{"b", "d"}));
+    EXPECT_EQ(test::folder_names(out).count("头部信息分析"), 1u);
+    // The failure is the one the file layer gives for a read of byte 78848.
+    std::string failure;
+    try {
+        Cfb_File(test::describe(damaged)).door().get_no_mutex(78848);
+    } catch (const std::logic_error& error) {
+        failure = error.what();
+    }
+    EXPECT_NE(failure.find("the offset [78848]is  out of  range!"), std::string::npos);
+    const std::string log = test::read_file(*log_file).substr(log_before);
+    EXPECT_NE(log.find("->info: When analysising cfb exception :" + failure + "!"),
+              std::string::npos)
+        << log;
 }
 
 }  // namespace

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,8 +36,12 @@ class ReleaseTest : public ::testing::Test {
         output = folder.wide(true) + L"out";
         file = test::open_parsed(source, output);
         file->m_output = test::describe(with_one_trailing_separator(output));
-        released = release_cfb_directory_tree(*file);
         target = release_folder(*file);
+        try {
+            released = release_cfb_directory_tree(*file);
+        } catch (const std::logic_error& failure) {
+            thrown = failure.what();
+        }
     }
     void open(const Cfb_Fs_Item_DirNode& root) {
         open(root, [](std::vector<uint8_t>&) {});
@@ -61,6 +67,7 @@ class ReleaseTest : public ::testing::Test {
     std::wstring target;
     std::unique_ptr<Cfb_File> file;
     uint32_t released = 0;
+    std::string thrown;  // the failure that ended the release
 };
 
 TEST_F(ReleaseTest, EveryStreamUnderTheRootComesOutWhole) {
@@ -167,6 +174,237 @@ INSTANTIATE_TEST_SUITE_P(
                       Chain_Damage{"RingAtTheEnd", 9, 1, {{0, 5120}}}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// The sample of the damage table, in the tree's order: the normal stream "d" (5000 bytes,
+// sectors 6 to 15), the mini stream "b" (300 bytes, mini sectors 1 to 5), the normal stream
+// "z" (70000 bytes, sectors 16 to 152, the last of the file), and the mini streams "a" (40
+// bytes, mini sector 0) and "e" (40 bytes, mini sector 6). The container is sector 5.
+struct Damage_Sample {
+    const Build_Layout& layout;
+    const std::vector<uint8_t>& bytes;      // as damaged
+    const std::vector<std::string>& order;  // names of the root's children in the tree
+
+    const Build_Layout::Stream_Place& place(const char16_t* name) const {
+        return test::stream_place(layout, name);
+    }
+};
+
+// What one stream's file holds, as runs (offset, length) of the damaged input; no file when
+// `written` is false.
+struct Expected_File {
+    bool written = true;
+    std::vector<std::pair<uint64_t, uint64_t>> runs;
+};
+const Expected_File kNoFile{false, {}};
+
+struct Release_Damage {
+    const char* name;
+    std::function<void(std::vector<uint8_t>&, const Build_Layout&)> damage;
+    // The files expected by name, and the offset at which the release fails (0: it does not).
+    std::function<std::map<std::string, Expected_File>(const Damage_Sample&)> files;
+    uint64_t failing_offset;
+};
+
+// A stream's runs in the input, taken `unit` bytes per sector id at (id + 1) * unit.
+Expected_File by_sectors(const Build_Layout::Stream_Place& place, uint64_t unit, std::size_t ids) {
+    Expected_File file;
+    uint64_t left = place.size;
+    for (std::size_t i = 0; i < ids && left > 0; ++i) {
+        const uint64_t n = std::min(left, unit);
+        file.runs.emplace_back((place.chain.at(i) + uint64_t{1}) * unit, n);
+        left -= n;
+    }
+    return file;
+}
+
+// A mini stream's runs: `unit` bytes per mini id at id * unit in the container, which is
+// one sector read whole from `container` on.
+Expected_File by_mini_sectors(const Build_Layout::Stream_Place& place, uint64_t container,
+                              uint64_t unit, std::size_t ids) {
+    Expected_File file;
+    uint64_t left = place.size;
+    for (std::size_t i = 0; i < ids && left > 0; ++i) {
+        const uint64_t n = std::min(left, unit);
+        file.runs.emplace_back(container + place.chain.at(i) * unit, n);
+        left -= n;
+    }
+    return file;
+}
+
+Expected_File whole(const Damage_Sample& s, const char16_t* name) {
+    const auto& place = s.place(name);
+    return place.in_mini
+               ? by_mini_sectors(place, s.layout.file_offset_of(5), 64, place.chain.size())
+               : by_sectors(place, 512, place.chain.size());
+}
+
+void set_shift(std::vector<uint8_t>& bytes, uint64_t field, uint16_t shift, bool version_4) {
+    test::patch_u16(bytes, field, shift);
+    if (version_4) test::patch_u16(bytes, test::offsets::kMajorVersion, 4);
+}
+
+// Cuts the file `into` bytes into the sector of `name` that is `index`-th in its chain.
+void cut_in(std::vector<uint8_t>& bytes, const Build_Layout& layout, const char16_t* name,
+            std::size_t index, uint64_t into) {
+    test::truncate(bytes,
+                   layout.file_offset_of(test::stream_place(layout, name).chain.at(index)) + into);
+}
+
+std::map<std::string, Expected_File> shift_12_files(const Damage_Sample& s) {
+    EXPECT_EQ(s.order, (std::vector<std::string>{"d", "b", "z", "a", "e", "", ""}));
+    // The container is read from (5 + 1) * 4096 on.
+    return {{"d", by_sectors(s.place(u"d"), 4096, 2)},
+            {"b", by_mini_sectors(s.place(u"b"), (5 + 1) * 4096, 64, 5)},
+            {"z", kNoFile},
+            {"a", kNoFile},
+            {"e", kNoFile}};
+}
+
+const Release_Damage kReleaseDamage[] = {
+    {"Sound", [](auto&, const auto&) {},
+     [](const Damage_Sample& s) {
+         return std::map<std::string, Expected_File>{{"a", whole(s, u"a")},
+                                                     {"b", whole(s, u"b")},
+                                                     {"d", whole(s, u"d")},
+                                                     {"z", whole(s, u"z")},
+                                                     {"e", whole(s, u"e")}};
+     },
+     0},
+    // 4096-byte sectors over a file of 512-byte ones (78848 bytes). The container is read
+    // from (5 + 1) * 4096 on. "d" (5000 bytes) is read as 4096 bytes at (6 + 1) * 4096 and
+    // 904 at (7 + 1) * 4096; "b" from the container as it was read; "z" reads 4096 bytes at
+    // (16 + 1) * 4096 and at (17 + 1) * 4096, then its third sector, (18 + 1) * 4096 = 77824,
+    // runs past the end: the read fails at 78848, "z" gets no file, and "a" and "e", which
+    // come after it, are never reached.
+    {"SectorShift12",
+     [](auto& bytes, const auto&) { set_shift(bytes, test::offsets::kSectorShift, 12, false); },
+     shift_12_files, 78848},
+    {"Version4Shift12",
+     [](auto& bytes, const auto&) { set_shift(bytes, test::offsets::kSectorShift, 12, true); },
+     shift_12_files, 78848},
+    // 128-byte mini sectors: the container's 448 bytes hold mini ids 0 to 2. "a" takes 40
+    // bytes of id 0; "b" starts at id 1, takes 128 bytes there and 128 at id 2, then meets
+    // id 3: no file. "e" starts at id 6: no file.
+    {"MiniSectorShift7",
+     [](auto& bytes, const auto&) { set_shift(bytes, test::offsets::kMiniSectorShift, 7, false); },
+     [](const Damage_Sample& s) {
+         return std::map<std::string, Expected_File>{
+             {"a", by_mini_sectors(s.place(u"a"), s.layout.file_offset_of(5), 128, 1)},
+             {"b", kNoFile},
+             {"d", whole(s, u"d")},
+             {"z", whole(s, u"z")},
+             {"e", kNoFile}};
+     },
+     0},
+    // 512-byte mini sectors: the container's 448 bytes hold no whole one, so no mini id
+    // exists and no mini stream gets a file, not even "a" whose 40 bytes lie inside.
+    {"MiniSectorShift9",
+     [](auto& bytes, const auto&) { set_shift(bytes, test::offsets::kMiniSectorShift, 9, false); },
+     [](const Damage_Sample& s) {
+         return std::map<std::string, Expected_File>{{"a", kNoFile},
+                                                     {"b", kNoFile},
+                                                     {"d", whole(s, u"d")},
+                                                     {"z", whole(s, u"z")},
+                                                     {"e", kNoFile}};
+     },
+     0},
+    // The header's first SAT sector is the file's last sector, which holds 0xFF bytes: every
+    // chain runs into FREESECT, the directory's (one sector: "d", "b", "a" under the root)
+    // and the container's, which stays empty. No mini sector id exists: "a", whose mini
+    // chain is id 0 alone, gets no file, no more than "b"; "d" runs into FREESECT.
+    {"SatInTheLastSectorEmptiesTheContainer",
+     [](auto& bytes, const Build_Layout& layout) {
+         const auto last = static_cast<sid_t>(bytes.size() / 512 - 2);
+         test::patch_u32(bytes, test::header_disat_offset(0), last);
+         test::patch_bytes(bytes, layout.file_offset_of(last), std::vector<uint8_t>(512, 0xFF));
+     },
+     [](const Damage_Sample& s) {
+         EXPECT_EQ(s.layout.file_offset_of(s.place(u"z").chain.back()) + 512, s.bytes.size());
+         return std::map<std::string, Expected_File>{};
+     },
+     0},
+    // The file ends inside the container's sector: the container's chain names a sector past
+    // the last whole one, and the container stays empty. Every later sector is gone as well.
+    {"ContainerCutAway",
+     [](auto& bytes, const Build_Layout& layout) {
+         test::truncate(bytes, layout.file_offset_of(layout.container_sids.at(0)) + 100);
+     },
+     [](const Damage_Sample&) { return std::map<std::string, Expected_File>{}; }, 0},
+    // Cut in the middle of the third sector of "z": "z" meets an id past the last whole sector.
+    {"CutInANormalStream",
+     [](auto& bytes, const Build_Layout& layout) { cut_in(bytes, layout, u"z", 2, 200); },
+     [](const Damage_Sample& s) {
+         return std::map<std::string, Expected_File>{{"a", whole(s, u"a")},
+                                                     {"b", whole(s, u"b")},
+                                                     {"d", whole(s, u"d")},
+                                                     {"e", whole(s, u"e")}};
+     },
+     0},
+    // Cut in the middle of the hundredth sector of "z", 59592 bytes, under 4096-byte
+    // sectors: as in SectorShift12, but the first sector of "z" already ends past the end of
+    // the shorter file: the read fails at (16 + 1) * 4096 = 69632.
+    {"CutInANormalStreamWithShift12",
+     [](auto& bytes, const Build_Layout& layout) {
+         cut_in(bytes, layout, u"z", 99, 200);
+         set_shift(bytes, test::offsets::kSectorShift, 12, false);
+     },
+     shift_12_files, 69632},
+};
+
+class ReleaseDamageTableTest : public ReleaseTest,
+                               public ::testing::WithParamInterface<Release_Damage> {};
+
+TEST_P(ReleaseDamageTableTest, FilesAndFailureFollowTheReleaseRules) {
+    const Release_Damage& row = GetParam();
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"a", test::random_bytes(40, 1));
+    root.add_stream(u"b", test::random_bytes(300, 2));
+    root.add_stream(u"d", test::random_bytes(5000, 3));
+    root.add_stream(u"z", test::random_bytes(70000, 4));
+    root.add_stream(u"e", test::random_bytes(40, 5));
+    open(root, [&](std::vector<uint8_t>& file_bytes) { row.damage(file_bytes, layout); });
+
+    // The premises: the container is one sector (mini sectors 0 to 6), the tree's order.
+    std::vector<std::string> order;
+    for (const auto* child : file->cfb_directory_tree->root->children) {
+        order.push_back(platform::to_utf8(entry_file_name(file->directory_entrys[child->index])));
+    }
+    ASSERT_EQ(layout.container_sids, std::vector<sid_t>{5});
+    ASSERT_EQ(test::stream_place(layout, u"z").chain.front(), 16u);
+
+    const Damage_Sample sample{layout, bytes, order};
+    const uint64_t failing = row.failing_offset;
+    if (failing == 0) {
+        EXPECT_EQ(thrown, "");
+    } else {
+        EXPECT_NE(thrown.find("File_Anywhere_Door access is illegal ! the offset [" +
+                              std::to_string(failing) + "]is  out of  range! \n"),
+                  std::string::npos)
+            << thrown;
+    }
+    std::set<std::string> expected_names;
+    for (const auto& [name, expected] : row.files(sample)) {
+        bool exists = false;
+        const std::vector<uint8_t> released_file = released_bytes(name, &exists);
+        EXPECT_EQ(exists, expected.written) << name;
+        if (!expected.written) continue;
+        expected_names.insert(name);
+        std::vector<uint8_t> data;
+        for (const auto& [offset, length] : expected.runs) {
+            data.insert(data.end(), bytes.begin() + static_cast<std::ptrdiff_t>(offset),
+                        bytes.begin() + static_cast<std::ptrdiff_t>(offset + length));
+        }
+        EXPECT_EQ(released_file, data) << name;
+    }
+    EXPECT_EQ(test::folder_names(target), expected_names);
+}
+
+void PrintTo(const Release_Damage& row, std::ostream* out) {
+    *out << row.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ReleaseDamageTableTest, ::testing::ValuesIn(kReleaseDamage),
+                         [](const auto& info) { return std::string(info.param.name); });
+
 TEST_F(ReleaseTest, SameNameTwiceTheLaterChildWins) {
     Cfb_Fs_Item_DirNode root;
     root.add_stream(u"A", test::random_bytes(300, 8));
@@ -267,10 +505,11 @@ TEST(ReleaseChain, EndsAtMarkersRingsTableEndAndLimit) {
     EXPECT_EQ(release_chain(long_table, 0, kMiniChainLimit).size(), 10001u);
 }
 
-// The bytes the release takes for a chain, collected one id at a time into a buffer.
-bool collect_literally(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
-                       uint64_t last_id, const std::vector<uint8_t>& source,
-                       std::vector<uint8_t>& collected) {
+// The bytes the release takes for a chain, collected one id at a time into a buffer; -1 when
+// no file is written, the offset of the first byte read past the source when the read fails.
+int64_t collect_literally(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                          uint64_t last_id, const std::vector<uint8_t>& source,
+                          std::vector<uint8_t>& collected) {
     uint64_t remaining = size;
     uint64_t taken = 0;
     for (const sid_t id : chain) {
@@ -278,21 +517,25 @@ bool collect_literally(const sids_list& chain, uint32_t size, uint64_t unit, uin
             break;
         }
         if (id > 0xFFFFFFFBu || id > last_id) {
-            return false;
+            return -1;
         }
         const uint64_t offset = (id + first_unit) * unit;
-        for (uint64_t i = 0; i < std::min(remaining, unit) && offset + i < source.size(); ++i) {
+        for (uint64_t i = 0; i < std::min(remaining, unit); ++i) {
+            if (offset + i >= source.size()) {
+                return static_cast<int64_t>(offset + i);
+            }
             collected.push_back(source[offset + i]);
         }
-        remaining = size - std::min<uint64_t>(size, collected.size());
+        remaining = size - collected.size();
         if (++taken >= size) {
             break;
         }
     }
-    return true;
+    return 0;
 }
 
-// Random chains (runs in order, jumps, markers, ids past the table) over random sources.
+// Random chains (runs in order, jumps, markers, ids past the table, ids past the source) over
+// random sources.
 TEST(StreamRuns, JoinedRunsHoldTheBytesCollectedIdById) {
     std::mt19937 random(5);
     for (int round = 0; round < 3000; ++round) {
@@ -314,22 +557,28 @@ TEST(StreamRuns, JoinedRunsHoldTheBytesCollectedIdById) {
         const auto size = static_cast<uint32_t>(random() % (unit * 32 + 2));
 
         std::vector<uint8_t> expected;
-        const bool literal_ok =
+        const int64_t literal =
             collect_literally(chain, size, unit, first_unit, last_id, source, expected);
-        std::vector<Byte_Run> runs;
-        ASSERT_EQ(stream_runs(chain, size, unit, first_unit, last_id, source.size(), runs),
-                  literal_ok);
-        if (!literal_ok) {
+        Stream_Runs plan;
+        stream_runs(chain, size, unit, first_unit, last_id + 1, source.size(), plan);
+        if (literal < 0) {
+            ASSERT_EQ(plan.outcome, Stream_Runs::Outcome::no_file) << "round " << round;
             continue;
         }
+        if (literal > 0) {
+            ASSERT_EQ(plan.outcome, Stream_Runs::Outcome::read_past_end) << "round " << round;
+            ASSERT_EQ(plan.failing_offset, static_cast<uint64_t>(literal)) << "round " << round;
+            continue;
+        }
+        ASSERT_EQ(plan.outcome, Stream_Runs::Outcome::write) << "round " << round;
         std::vector<uint8_t> joined;
-        for (std::size_t i = 0; i < runs.size(); ++i) {
-            EXPECT_NE(runs[i].length, 0u);
+        for (std::size_t i = 0; i < plan.runs.size(); ++i) {
+            EXPECT_NE(plan.runs[i].length, 0u);
             if (i > 0) {
-                EXPECT_NE(runs[i - 1].offset + runs[i - 1].length, runs[i].offset);
+                EXPECT_NE(plan.runs[i - 1].offset + plan.runs[i - 1].length, plan.runs[i].offset);
             }
-            joined.insert(joined.end(), source.begin() + runs[i].offset,
-                          source.begin() + runs[i].offset + runs[i].length);
+            joined.insert(joined.end(), source.begin() + plan.runs[i].offset,
+                          source.begin() + plan.runs[i].offset + plan.runs[i].length);
         }
         ASSERT_EQ(joined, expected) << "round " << round;
     }

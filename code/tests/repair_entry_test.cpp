@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -77,6 +78,31 @@ TEST(RepairEntry, MakesTheOutputFolderAndNamesTheOutputByTheDocument) {
     // A name without a dot keeps it whole and gains the extension.
     EXPECT_EQ(general_repair(write_sample(folder, "slides.bin", 2), folder / "result"), 0);
     EXPECT_TRUE(stdfs::exists(folder / "result.ppt"));
+}
+
+// Information lines are dropped, except the repair's echo of its two paths: the log shows
+// which files were repaired. With a path missing the echo is an error line.
+TEST(RepairEntry, ThePathEchoReachesTheLog) {
+    test::Temp_Folder folder("echo");
+    const stdfs::path input = write_sample(folder, "echo_in.bin", 0);
+    const stdfs::path log = stdfs::path("repair_logs") / "cfb_repair_sdk.log";
+    const std::size_t before = test::read_file(log).size();
+    EXPECT_EQ(general_repair(input, folder / "echo_out.doc"), 0);
+    EXPECT_EQ(on_fresh_thread([&] { return VrkCfbGeneralRepair(nullptr, "echo_null.doc"); }),
+              -3101);
+    // Each line: time, the level in five characters, " [source:line]->info: ", the message.
+    std::vector<std::string> echoes;
+    std::istringstream lines(test::read_file(log).substr(before));
+    for (std::string line; std::getline(lines, line);) {
+        const std::size_t message = line.find("]->info: ");
+        if (line.find("_path = ") != std::string::npos && message != std::string::npos) {
+            echoes.push_back(line.substr(line.find(" [") - 5, 5) + line.substr(message + 9));
+        }
+    }
+    EXPECT_EQ(echoes, (std::vector<std::string>{
+                          "INFO input_file_path = " + arg(input),
+                          "INFO out_file_path = " + arg(folder / "echo_out.doc"),
+                          "ERRORinput_file_path = ", "ERRORout_file_path = echo_null.doc"}));
 }
 
 TEST(RepairEntry, ScratchFoldersAreEmptiedBeforeAndAfter) {

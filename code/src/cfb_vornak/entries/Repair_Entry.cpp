@@ -63,13 +63,11 @@ int32_t general_repair_entry(const char* input, const char* output, Repair_Outco
     CFB_LOG_INFO("_VrkCfbGeneralRepair");
     const std::string input_text = input != nullptr ? input : "";
     const std::string output_text = output != nullptr ? output : "";
-    if (input != nullptr && output != nullptr) {
-        CFB_LOG_INFO("input_file_path = " + input_text);
-        CFB_LOG_INFO("out_file_path = " + output_text);
-    } else {
-        CFB_LOG_ERROR("input_file_path = " + input_text);
-        CFB_LOG_ERROR("out_file_path = " + output_text);
-    }
+    // The path echo passes the level filter, so that the log names every file repaired.
+    const int echo_level =
+        input != nullptr && output != nullptr ? Cfb_Logger::kInfo : Cfb_Logger::kError;
+    Cfb_Logger::write_unfiltered("input_file_path = " + input_text, __FILE__, __LINE__, echo_level);
+    Cfb_Logger::write_unfiltered("out_file_path = " + output_text, __FILE__, __LINE__, echo_level);
 
     if (!check_logger_started()) {
         return last_error_code(store);

@@ -60,8 +60,10 @@ class Cfb_File {
     // ---- mini allocation table and short-stream container
     void parse_minisat();
     uint32_t extract_cfb_short_stream_container(const Directory_Entry& root);
-    // The last mini sector id whose bytes lie wholly inside the short-stream container.
-    uint64_t max_mini_sid() const;
+    // How many mini sectors (of the header's mini sector size) lie wholly inside the
+    // short-stream container: the mini ids that exist are those below it; none when it is 0
+    // (an empty container has no mini sector id at all).
+    uint64_t mini_sectors_in_container() const;
 
     // ---- directory entries
     void parse_directory_entrys();

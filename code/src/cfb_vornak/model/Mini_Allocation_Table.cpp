@@ -115,9 +115,8 @@ uint32_t Cfb_File::extract_cfb_short_stream_container(const Directory_Entry& roo
     return 0;
 }
 
-uint64_t Cfb_File::max_mini_sid() const {
-    const uint64_t units = short_stream_container.size() / unit_size(header.mini_sector_shift);
-    return units == 0 ? 0 : units - 1;
+uint64_t Cfb_File::mini_sectors_in_container() const {
+    return short_stream_container.size() / unit_size(header.mini_sector_shift);
 }
 
 }  // namespace vrk

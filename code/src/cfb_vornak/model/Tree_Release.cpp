@@ -24,6 +24,7 @@ struct Release_Scratch {
     std::vector<bool> mini_seen;
     platform::Input_File input;
     bool input_tried = false;
+    Stream_Runs plan;  // reused: its runs keep their room from stream to stream
 };
 
 // The chain walk of release_chain with `seen` as its marks: all false for ids up to the
@@ -141,9 +142,11 @@ std::wstring entry_file_name(const Directory_Entry& entry) {
     return platform::from_utf16(units.data(), std::min<std::size_t>(units.size(), 32));
 }
 
-bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
-                 uint64_t last_id, uint64_t source_size, std::vector<Byte_Run>& runs) {
-    runs.clear();
+void stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                 uint64_t id_count, uint64_t source_size, Stream_Runs& result) {
+    result.outcome = Stream_Runs::Outcome::write;
+    result.runs.clear();
+    result.failing_offset = 0;
     uint64_t remaining = size;
     uint64_t taken = 0;
     // The chain is finite (closed by the walk's bound) and every id in it is distinct, so
@@ -152,12 +155,21 @@ bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t 
         if (id == ENDOFCHAIN) {
             break;
         }
-        if (is_special(id) || id > last_id) {
-            return false;
+        if (is_special(id) || id >= id_count) {
+            result.outcome = Stream_Runs::Outcome::no_file;
+            return;
         }
+        // id < 2^32 and unit <= 2^31: the offset cannot overflow.
         const uint64_t offset = (static_cast<uint64_t>(id) + first_unit) * unit;
-        if (offset < source_size && remaining > 0) {
-            const uint64_t n = std::min({remaining, unit, source_size - offset});
+        const uint64_t n = std::min(remaining, unit);
+        if (n > 0) {
+            if (offset >= source_size || n > source_size - offset) {
+                // A byte-wise read fails at its first byte at or past the end.
+                result.outcome = Stream_Runs::Outcome::read_past_end;
+                result.failing_offset = std::max(offset, source_size);
+                return;
+            }
+            std::vector<Byte_Run>& runs = result.runs;
             if (!runs.empty() && runs.back().offset + runs.back().length == offset) {
                 runs.back().length += n;
             } else {
@@ -169,7 +181,6 @@ bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t 
             break;
         }
     }
-    return true;
 }
 
 sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
@@ -185,8 +196,10 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     const uint32_t size = record.stream_size;
     const uint32_t cutoff = file.header.mini_stream_cutoff_size;
     const bool normal = size > cutoff;
-    const uint64_t last_id = normal ? file.max_sid : file.max_mini_sid();
-    if (is_special(start) || size == 0 || start > last_id) {
+    // Normal ids run to the last whole 512-byte sector of the file, mini ids to the last whole
+    // mini sector of the container.
+    const uint64_t id_count = normal ? file.max_sid + 1 : file.mini_sectors_in_container();
+    if (is_special(start) || size == 0 || start >= id_count) {
         return false;
     }
     sids_list chain;
@@ -210,10 +223,17 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     const uint64_t unit = uint32_t{1} << (shift % 32u);
     const uint64_t source_size =
         normal ? file.door().file_size() : file.short_stream_container.size();
-    std::vector<Byte_Run> runs;
-    if (!stream_runs(chain, size, unit, normal ? 1 : 0, last_id, source_size, runs)) {
+    Stream_Runs& plan = scratch.plan;
+    stream_runs(chain, size, unit, normal ? 1 : 0, id_count, source_size, plan);
+    if (plan.outcome == Stream_Runs::Outcome::no_file) {
         return false;
     }
+    if (plan.outcome == Stream_Runs::Outcome::read_past_end) {
+        // Only a normal stream gets here (whole mini sectors bound the mini ids), when the
+        // header's sector size is larger than the file's: the read through the door fails.
+        file.door().throw_out_of_range(plan.failing_offset);
+    }
+    const std::vector<Byte_Run>& runs = plan.runs;
 
     // The parent folders are made only when the file cannot be created without them: the
     // release folder made at the start holds every child, so the common case costs no look-ups.

@@ -46,17 +46,27 @@ struct Byte_Run {
     }
 };
 
-// Where the bytes of a stream of `size` bytes lie when taken along `chain`: for each id before
-// ENDOFCHAIN, at most `size` ids, the smaller of the bytes still missing and `unit` bytes at
-// (id + `first_unit`) * unit, cut at `source_size`. Pieces that follow each other in the
-// source are joined into one run, so that a stream stored in order is copied in one piece.
-// False (and no file may be written) when an id before ENDOFCHAIN is another marker or lies
-// past `last_id`.
-bool stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
-                 uint64_t last_id, uint64_t source_size, std::vector<Byte_Run>& runs);
+// What taking a stream's bytes along its chain comes to: the runs to write, no file at all, or
+// a read past the end of the source, which fails as the byte-wise read of the input would.
+struct Stream_Runs {
+    enum class Outcome { write, no_file, read_past_end };
+    Outcome outcome = Outcome::write;
+    std::vector<Byte_Run> runs;
+    uint64_t failing_offset = 0;  // read_past_end: the first byte of the read past the end
+};
+
+// Where the bytes of a stream of `size` bytes lie when taken along `chain`, one id at a time
+// until ENDOFCHAIN or until `size` ids are taken: the smaller of the bytes still missing and
+// `unit` bytes at (id + `first_unit`) * unit. Pieces that follow each other in the source are
+// joined into one run, so that a stream stored in order is copied in one piece. An id that is
+// another marker or not below `id_count` means no file; a piece that does not lie wholly
+// inside the source's `source_size` bytes means read_past_end. The first such id decides.
+void stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t first_unit,
+                 uint64_t id_count, uint64_t source_size, Stream_Runs& result);
 
 // Builds the release folder and releases the root's children into it; the number of stream
-// files written.
+// files written. A read past the end of the input ends the release by the file layer's
+// failure: the files of the streams before it stay, no later one is written.
 uint32_t release_cfb_directory_tree(Cfb_File& file);
 
 // Releases the children of the root (whatever `node` is: it is not consulted) into `folder`;
@@ -64,7 +74,9 @@ uint32_t release_cfb_directory_tree(Cfb_File& file);
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* node,
                              const File_Description& folder, uint32_t& released);
 
-// Writes one stream to `target`; true when a file was written.
+// Writes one stream to `target`; true when a file was written. A normal stream whose sectors
+// run past the end of the input (the header's sector size is larger than the file's) fails
+// with the file layer's out-of-range failure before its file is made.
 bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
                                          const File_Description& target);
 
