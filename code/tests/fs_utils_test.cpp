@@ -92,6 +92,38 @@ TEST(FsClearFolder, LinksAreRemovedNotFollowed) {
     EXPECT_EQ(test::read_file(outside / "keep.txt"), "keep");
 }
 
+// A link standing where the folder is goes as a link; an empty folder takes its place and
+// nothing behind the link is touched, whether the link's path ends in a separator or not.
+TEST(FsClearFolder, ALinkAtTheFolderItselfIsNotFollowed) {
+    test::Temp_Folder outside("outside_self");
+    test::write_file(outside / "keep.txt", "keep");
+    test::write_file(outside / "sub" / "deep.txt", "deep");
+    test::Temp_Folder root("clear_self");
+    for (const wchar_t* tail : {L"", L"/"}) {
+        std::error_code ec;
+        stdfs::create_directory_symlink(outside.path(), root / "scratch", ec);
+        if (ec) GTEST_SKIP() << "links to folders cannot be made here: " << ec.message();
+        fs::clear_folder(root.wide() + native(std::wstring(L"/scratch") + tail));
+        EXPECT_FALSE(stdfs::is_symlink(stdfs::symlink_status(root / "scratch")));
+        EXPECT_TRUE(stdfs::is_directory(root / "scratch"));
+        EXPECT_TRUE(stdfs::is_empty(root / "scratch"));
+        EXPECT_EQ(test::read_file(outside / "keep.txt"), "keep");
+        EXPECT_EQ(test::read_file(outside / "sub" / "deep.txt"), "deep");
+        stdfs::remove(root / "scratch");
+    }
+    // A link to a file, or a file, where the folder should be: refused, nothing touched.
+    std::error_code ec;
+    stdfs::create_symlink(outside / "keep.txt", root / "file_link", ec);
+    if (!ec) {
+        fs::clear_folder(root.wide() + native(L"/file_link/"));
+        EXPECT_TRUE(stdfs::is_directory(stdfs::symlink_status(root / "file_link")));
+        EXPECT_EQ(test::read_file(outside / "keep.txt"), "keep");
+    }
+    test::write_file(root / "plain.txt", "p");
+    EXPECT_THROW(fs::clear_folder(root.wide() + native(L"/plain.txt/")), stdfs::filesystem_error);
+    EXPECT_EQ(test::read_file(root / "plain.txt"), "p");
+}
+
 TEST(FsPaths, RemoveExtension) {
     struct Case {
         const wchar_t* path;

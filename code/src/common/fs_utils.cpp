@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <system_error>
-#include <vector>
 
 #include "common/platform.h"
 
@@ -15,29 +14,6 @@ namespace {
 // "/" separates on every platform; "\" only where it is the native separator.
 bool is_separator(wchar_t c) {
     return c == L'/' || c == platform::kSeparator;
-}
-
-// Removes the entries of `folder`, recursing into real subfolders; links go as links.
-void clear_entries(const stdfs::path& folder) {
-    platform::set_normal_attributes(folder);
-    // Listed first: removing entries while a directory is being read may skip some.
-    std::vector<stdfs::directory_entry> entries;
-    for (const auto& item : stdfs::directory_iterator(folder)) entries.push_back(item);
-    for (const auto& item : entries) {
-        const stdfs::path& entry = item.path();
-        if (platform::is_link(entry)) {
-            platform::remove_link(entry);
-            continue;
-        }
-        if (stdfs::is_directory(stdfs::symlink_status(entry))) {
-            clear_entries(entry);
-            platform::set_normal_attributes(entry);
-            stdfs::remove(entry);
-        } else {
-            platform::set_normal_attributes(entry);
-            stdfs::remove(entry);
-        }
-    }
 }
 
 }  // namespace
@@ -85,7 +61,7 @@ bool get_temp_folder(std::wstring& folder, std::string& error_text) {
 }
 
 void clear_folder(const std::wstring& folder_with_separator) {
-    clear_entries(platform::to_path(folder_with_separator));
+    platform::clear_folder_no_follow(folder_with_separator);
 }
 
 std::wstring make_absolute(const std::wstring& path) {

@@ -19,7 +19,9 @@ int64_t get_file_size(const std::wstring& path, std::string& error_text);
 bool get_available_space(const std::wstring& path, uint64_t& bytes);
 bool get_temp_folder(std::wstring& folder, std::string& error_text);
 // Empties a folder whose path ends in a separator, keeping the folder. Read-only entries go
-// too; links and junctions are removed as links, never followed. Throws on failure.
+// too; links and junctions are removed as links, never followed, not even a link standing
+// where the folder is (it is removed, and an empty folder made in its place). Throws
+// std::filesystem::filesystem_error on failure.
 void clear_folder(const std::wstring& folder_with_separator);
 std::wstring make_absolute(const std::wstring& path);
 // "/" -> "\" on Windows; nothing elsewhere.

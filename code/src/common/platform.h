@@ -70,6 +70,27 @@ bool is_link(const std::filesystem::path& path);
 // Removes a link itself, never what it points to. Throws std::filesystem::filesystem_error.
 void remove_link(const std::filesystem::path& path);
 
+// ---- Folders without following links (scratch folders)
+
+// Empties `folder` (a trailing separator is allowed), keeping it. The folder itself is opened
+// without following a link: a symbolic link or junction standing there is removed as a link,
+// nothing behind it touched, and an empty folder is made in its place. Entries inside are
+// removed without following links, read-only ones too; attributes are changed only on the
+// entries themselves, never through a link. Throws std::filesystem::filesystem_error (a
+// missing folder, a file standing there, an entry that cannot be removed).
+void clear_folder_no_follow(const std::wstring& folder);
+
+// Removes `folder` with everything in it, as clear_folder_no_follow empties it. Throws
+// std::filesystem::filesystem_error.
+void remove_folder_no_follow(const std::wstring& folder);
+
+// Creates a new folder of this process's own in `parent`: a unique name that begins with
+// `prefix`, created exclusively (never an existing folder or link), readable only by its
+// owner on POSIX (mode 0700; on Windows it takes the permissions of `parent`). The path, with
+// a trailing separator, goes to `folder`; false with the system's error text on failure.
+bool make_private_folder(const std::wstring& parent, const std::wstring& prefix,
+                         std::wstring& folder, std::string& error_text);
+
 // Backs `size` bytes of this process's memory from `data` with pages now, in one call, rather
 // than one page fault at a time on first write (Linux MADV_POPULATE_WRITE; elsewhere nothing).
 // Only pages wholly inside the range are touched; a hint whose failure changes nothing.

@@ -1,5 +1,7 @@
 // POSIX side of the platform layer: UTF-8 narrow text, kernel thread ids, statvfs, mmap,
-// in-kernel copies between files, outputs created relative to open folders.
+// in-kernel copies between files, outputs created relative to open folders, folders emptied
+// without following links.
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/sendfile.h>
@@ -10,7 +12,9 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <limits>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -535,5 +539,155 @@ bool standard_error_is_terminal() {
 }
 
 void set_standard_output_binary() {}
+
+// ---- Folders without following links (scratch folders)
+
+namespace {
+
+[[noreturn]] void throw_errno(const char* operation, const stdfs::path& path) {
+    throw stdfs::filesystem_error(operation, path, std::error_code(errno, std::generic_category()));
+}
+
+// An open descriptor, closed on every way out.
+class Descriptor {
+  public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
+        if (m_fd >= 0) ::close(m_fd);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    [[nodiscard]] int get() const { return m_fd; }
+
+  private:
+    int m_fd;
+};
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// Opens the folder `name` in `parent` (AT_FDCWD: a path) without following a link there. A
+// folder the owner may not read is first given its owner's rights through a handle that
+// names the folder itself, never a link (an O_PATH descriptor seen through /proc).
+int open_folder_at(int parent, const std::string& name) {
+    const int fd = ::openat(parent, name.c_str(), kFolderFlags);
+    if (fd >= 0 || errno != EACCES) return fd;
+    const Descriptor place(::openat(parent, name.c_str(), O_PATH | kFolderFlags));
+    struct stat info {};
+    if (place.get() < 0 || ::fstat(place.get(), &info) != 0) return -1;
+    const std::string self = "/proc/self/fd/" + std::to_string(place.get());
+    if (::chmod(self.c_str(), info.st_mode | S_IRWXU) != 0) return -1;
+    return ::openat(parent, name.c_str(), kFolderFlags);
+}
+
+// The names in the folder open at `fd`, "." and ".." left out, all read before any goes.
+std::vector<std::string> entry_names(int fd, const stdfs::path& shown) {
+    const int copy = ::dup(fd);  // the listing owns and closes its descriptor
+    DIR* listing = copy < 0 ? nullptr : ::fdopendir(copy);
+    if (listing == nullptr) {
+        const int saved = errno;
+        if (copy >= 0) ::close(copy);
+        errno = saved;
+        throw_errno("clear_folder", shown);
+    }
+    std::vector<std::string> names;
+    errno = 0;
+    while (const dirent* entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") names.push_back(name);
+        errno = 0;
+    }
+    const int saved = errno;
+    ::closedir(listing);
+    errno = saved;
+    if (saved != 0) throw_errno("clear_folder", shown);
+    return names;
+}
+
+// Removes everything inside the folder open at `fd`. A subfolder is opened by name relative
+// to its parent's descriptor without following a link, so that no entry is reached through a
+// link, even one put in place of a folder during the walk; links and other entries go with
+// unlinkat, which removes the link itself.
+void clear_entries_at(int fd, const stdfs::path& shown) {
+    struct stat own {};
+    if (::fstat(fd, &own) == 0 && (own.st_mode & S_IRWXU) != S_IRWXU) {
+        ::fchmod(fd, own.st_mode | S_IRWXU);
+    }
+    for (const std::string& name : entry_names(fd, shown)) {
+        struct stat info {};
+        if (::fstatat(fd, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT) continue;
+            throw_errno("clear_folder", shown / name);
+        }
+        if (S_ISDIR(info.st_mode)) {
+            const Descriptor child(open_folder_at(fd, name));
+            if (child.get() >= 0) {
+                clear_entries_at(child.get(), shown / name);
+                if (::unlinkat(fd, name.c_str(), AT_REMOVEDIR) != 0 && errno != ENOENT) {
+                    throw_errno("clear_folder", shown / name);
+                }
+                continue;
+            }
+            if (errno == ENOENT) continue;
+            // No longer a folder (a link or a file took its place): removed as what it is.
+            if (errno != ELOOP && errno != ENOTDIR) throw_errno("clear_folder", shown / name);
+        }
+        if (::unlinkat(fd, name.c_str(), 0) != 0 && errno != ENOENT) {
+            throw_errno("clear_folder", shown / name);
+        }
+    }
+}
+
+// `folder` without trailing separators (O_NOFOLLOW acts on the last component only when
+// no separator follows it).
+std::string without_trailing_separators(const std::wstring& folder) {
+    std::string path = to_path(folder).native();
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
+}  // namespace
+
+void clear_folder_no_follow(const std::wstring& folder) {
+    const std::string path = without_trailing_separators(folder);
+    const Descriptor fd(open_folder_at(AT_FDCWD, path));
+    if (fd.get() >= 0) {
+        clear_entries_at(fd.get(), path);
+        return;
+    }
+    if (errno != ELOOP && errno != ENOTDIR) throw_errno("clear_folder", path);
+    struct stat info {};
+    if (::lstat(path.c_str(), &info) != 0) throw_errno("clear_folder", path);
+    if (!S_ISLNK(info.st_mode)) {
+        errno = ENOTDIR;
+        throw_errno("clear_folder", path);
+    }
+    // A link where the folder should be: the link goes, and an empty folder takes its place.
+    if (::unlink(path.c_str()) != 0 || ::mkdir(path.c_str(), 0777) != 0) {
+        throw_errno("clear_folder", path);
+    }
+}
+
+void remove_folder_no_follow(const std::wstring& folder) {
+    clear_folder_no_follow(folder);
+    const std::string path = without_trailing_separators(folder);
+    if (::rmdir(path.c_str()) != 0) throw_errno("remove_folder", path);
+}
+
+bool make_private_folder(const std::wstring& parent, const std::wstring& prefix,
+                         std::wstring& folder, std::string& error_text) {
+    std::string pattern = to_path(parent).native();
+    if (pattern.empty() || pattern.back() != '/') pattern.push_back('/');
+    pattern += to_path(prefix).native() + std::to_string(::getpid()) + "_XXXXXX";
+    std::vector<char> name(pattern.begin(), pattern.end());
+    name.push_back('\0');
+    // mkdtemp makes the folder with mode 0700 under a fresh random name, failing rather than
+    // reusing anything that exists.
+    if (::mkdtemp(name.data()) == nullptr) {
+        error_text = errno_text();
+        return false;
+    }
+    folder = from_path(stdfs::path(name.data())) + kSeparator;
+    return true;
+}
 
 }  // namespace vrk::platform

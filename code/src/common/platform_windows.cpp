@@ -13,8 +13,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
+#include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "common/platform.h"
@@ -610,6 +613,224 @@ bool standard_error_is_terminal() {
 void set_standard_output_binary() {
     std::fflush(stdout);
     ::_setmode(::_fileno(stdout), _O_BINARY);
+}
+
+// ---- Folders without following links (scratch folders)
+
+namespace {
+
+[[noreturn]] void throw_last_error(const char* operation, const std::wstring& path) {
+    throw stdfs::filesystem_error(
+        operation, stdfs::path(path),
+        std::error_code(static_cast<int>(::GetLastError()), std::system_category()));
+}
+
+// A handle closed on every way out.
+class Handle {
+  public:
+    explicit Handle(HANDLE handle) : m_handle(handle) {}
+    ~Handle() {
+        if (valid()) ::CloseHandle(m_handle);
+    }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+    [[nodiscard]] bool valid() const { return m_handle != INVALID_HANDLE_VALUE; }
+    [[nodiscard]] HANDLE get() const { return m_handle; }
+
+  private:
+    HANDLE m_handle;
+};
+
+// Opens the entry `path` itself: a link or junction as such, never what it points to. While
+// the handle is held nobody else may delete or rename the entry, so that a folder being
+// walked cannot be swapped for a junction under the walk.
+HANDLE open_entry(const std::wstring& path, DWORD access) {
+    return ::CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
+                         nullptr);
+}
+
+DWORD attributes_of(HANDLE entry, const std::wstring& path) {
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (!::GetFileInformationByHandle(entry, &info)) throw_last_error("clear_folder", path);
+    return info.dwFileAttributes;
+}
+
+bool is_link_attribute(DWORD attributes) {
+    return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+}
+
+// Read-only entries cannot be deleted: the attribute is cleared through the entry's own
+// handle, so on a link itself, never on its target.
+void clear_read_only(HANDLE entry, DWORD attributes, const std::wstring& path) {
+    if ((attributes & FILE_ATTRIBUTE_READONLY) == 0) return;
+    constexpr DWORD kKept = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM |
+                            FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | FILE_ATTRIBUTE_OFFLINE |
+                            FILE_ATTRIBUTE_TEMPORARY;
+    FILE_BASIC_INFO basic{};  // times of 0 are left as they are
+    basic.FileAttributes = attributes & kKept;
+    if (basic.FileAttributes == 0) basic.FileAttributes = FILE_ATTRIBUTE_NORMAL;
+    if (!::SetFileInformationByHandle(entry, FileBasicInfo, &basic, sizeof(basic))) {
+        throw_last_error("clear_folder", path);
+    }
+}
+
+// The entry open at `entry` (a link itself, for a link) goes when its handle is closed.
+void delete_on_close(HANDLE entry, const std::wstring& path) {
+    FILE_DISPOSITION_INFO disposition{};
+    disposition.DeleteFile = TRUE;
+    if (!::SetFileInformationByHandle(entry, FileDispositionInfo, &disposition,
+                                      sizeof(disposition))) {
+        throw_last_error("clear_folder", path);
+    }
+}
+
+// An entry of a folder listing: its name and the attributes the listing gave.
+struct Listed_Entry {
+    std::wstring name;
+    DWORD attributes = 0;
+};
+
+// The entries of the folder open at `folder` (with FILE_LIST_DIRECTORY), "." and ".." left
+// out, all read before any goes. The listing goes through the handle itself, not through the
+// folder's path, so that it lists the folder the handle holds.
+std::vector<Listed_Entry> list_entries(HANDLE folder, const std::wstring& path) {
+    // 64 KB of 8-byte units: each record starts 8-byte aligned, as the system lays them out.
+    std::vector<LONGLONG> buffer(8192);
+    const auto* base = reinterpret_cast<const uint8_t*>(buffer.data());
+    const std::size_t size = buffer.size() * sizeof(LONGLONG);
+    std::vector<Listed_Entry> entries;
+    for (FILE_INFO_BY_HANDLE_CLASS request = FileIdBothDirectoryRestartInfo;;
+         request = FileIdBothDirectoryInfo) {
+        if (!::GetFileInformationByHandleEx(folder, request, buffer.data(),
+                                            static_cast<DWORD>(size))) {
+            if (::GetLastError() == ERROR_NO_MORE_FILES) break;
+            throw_last_error("clear_folder", path);
+        }
+        // The system wrote a chain of records into the buffer; each offset and name length is
+        // checked against the buffer before it is read.
+        std::size_t at = 0;
+        while (at <= size && sizeof(FILE_ID_BOTH_DIR_INFO) <= size - at) {
+            const auto* record = reinterpret_cast<const FILE_ID_BOTH_DIR_INFO*>(base + at);
+            const std::size_t name_at = at + offsetof(FILE_ID_BOTH_DIR_INFO, FileName);
+            if (record->FileNameLength > size - name_at) break;
+            std::wstring name(record->FileName, record->FileNameLength / sizeof(WCHAR));
+            if (name != L"." && name != L"..") {
+                entries.push_back(Listed_Entry{std::move(name), record->FileAttributes});
+            }
+            if (record->NextEntryOffset == 0) break;
+            at += record->NextEntryOffset;
+        }
+    }
+    return entries;
+}
+
+bool is_real_folder(DWORD attributes) {
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0 && !is_link_attribute(attributes);
+}
+
+// Removes everything inside the folder open at `folder`. Every entry is opened as itself and
+// held while it is worked on: a real subfolder is emptied through its own handle, then every
+// entry is deleted through its handle.
+void clear_entries(HANDLE folder, const std::wstring& path) {
+    for (const Listed_Entry& listed : list_entries(folder, path)) {
+        const std::wstring entry_path = path + L'\\' + listed.name;
+        // Listing a folder takes a right that a file need not grant: asked for folders only.
+        const DWORD listing = is_real_folder(listed.attributes) ? FILE_LIST_DIRECTORY : 0;
+        const Handle entry(open_entry(
+            entry_path, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES | listing));
+        if (!entry.valid()) {
+            if (::GetLastError() == ERROR_FILE_NOT_FOUND) continue;  // gone meanwhile
+            throw_last_error("clear_folder", entry_path);
+        }
+        const DWORD attributes = attributes_of(entry.get(), entry_path);
+        if (is_real_folder(attributes)) {
+            if (listing == 0) {
+                // A file the listing saw became a folder: not emptied through a handle that
+                // cannot list it.
+                ::SetLastError(ERROR_DIR_NOT_EMPTY);
+                throw_last_error("clear_folder", entry_path);
+            }
+            clear_entries(entry.get(), entry_path);
+        }
+        clear_read_only(entry.get(), attributes, entry_path);
+        delete_on_close(entry.get(), entry_path);
+    }
+}
+
+std::wstring without_trailing_separators(const std::wstring& folder) {
+    std::wstring path = folder;
+    while (path.size() > 1 && (path.back() == L'\\' || path.back() == L'/') &&
+           !(path.size() == 3 && path[1] == L':')) {
+        path.pop_back();
+    }
+    return path;
+}
+
+}  // namespace
+
+void clear_folder_no_follow(const std::wstring& folder) {
+    const std::wstring path = without_trailing_separators(folder);
+    {
+        // The folder's own attributes stay: a read-only folder keeps nothing from being
+        // removed from it.
+        const Handle held(open_entry(path, FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES));
+        if (!held.valid()) throw_last_error("clear_folder", path);
+        const DWORD attributes = attributes_of(held.get(), path);
+        if (!is_link_attribute(attributes)) {
+            if ((attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) {
+                ::SetLastError(ERROR_DIRECTORY);
+                throw_last_error("clear_folder", path);
+            }
+            clear_entries(held.get(), path);
+            return;
+        }
+    }
+    // A link or junction where the folder should be: the link goes, an empty folder takes its
+    // place.
+    {
+        const Handle link(open_entry(path, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES));
+        if (!link.valid()) throw_last_error("clear_folder", path);
+        const DWORD attributes = attributes_of(link.get(), path);
+        if (!is_link_attribute(attributes)) {
+            ::SetLastError(ERROR_DIRECTORY);
+            throw_last_error("clear_folder", path);
+        }
+        clear_read_only(link.get(), attributes, path);
+        delete_on_close(link.get(), path);
+    }
+    if (!::CreateDirectoryW(path.c_str(), nullptr)) throw_last_error("clear_folder", path);
+}
+
+void remove_folder_no_follow(const std::wstring& folder) {
+    clear_folder_no_follow(folder);
+    const std::wstring path = without_trailing_separators(folder);
+    if (!::RemoveDirectoryW(path.c_str())) throw_last_error("remove_folder", path);
+}
+
+bool make_private_folder(const std::wstring& parent, const std::wstring& prefix,
+                         std::wstring& folder, std::string& error_text) {
+    std::wstring base = parent;
+    if (base.empty() || (base.back() != L'\\' && base.back() != L'/')) base.push_back(L'\\');
+    base += prefix + std::to_wstring(::GetCurrentProcessId()) + L'_';
+    LARGE_INTEGER counter{};
+    ::QueryPerformanceCounter(&counter);
+    uint64_t state = static_cast<uint64_t>(counter.QuadPart) ^ ::GetTickCount64();
+    // CreateDirectoryW fails on any existing name, a link included: a name is never reused.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        state = state * 6364136223846793005ull + 1442695040888963407ull;
+        std::wstring name = base;
+        for (int digit = 60; digit >= 16; digit -= 4) {
+            name.push_back(L"0123456789abcdef"[(state >> digit) & 0xF]);
+        }
+        if (::CreateDirectoryW(name.c_str(), nullptr)) {
+            folder = name + L'\\';
+            return true;
+        }
+        if (::GetLastError() != ERROR_ALREADY_EXISTS) break;
+    }
+    error_text = std::system_category().message(static_cast<int>(::GetLastError()));
+    return false;
 }
 
 }  // namespace vrk::platform
