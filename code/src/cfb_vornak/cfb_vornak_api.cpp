@@ -9,6 +9,7 @@
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Entries.h"
 #include "cfb_vornak/entries/Library_State.h"
+#include "cfb_vornak/entries/Scratch_Folders.h"
 #include "common/error_codes.h"
 #include "common/error_store.h"
 #include "common/fs_utils.h"
@@ -84,6 +85,7 @@ int32_t init(const char* log_dir, const char* config_dir, const char* work_dir) 
 
 int32_t destroy() {
     auto& store = get_error_store();
+    release_private_scratch();
     std::string log_dir;
     if (!Cfb_Logger::get_log_dir(log_dir)) {
         VRK_PUSH_ERROR(ec::kSuccess);

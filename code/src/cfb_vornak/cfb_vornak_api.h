@@ -33,11 +33,15 @@ extern "C" {
 #endif
 
 /* Creates the log and configuration folders, starts the logger once per process, stores the
- * work folder (scratch folders of analysis and repair go below it) and clears the password. */
+ * work folder (scratch folders of analysis and repair go below it; with an empty or unusable
+ * one they go into a private folder this process makes in the temporary folder) and clears
+ * the password. */
 VRK_CFB_API int32_t VRK_CFB_CALL VrkCfbInit(const char* log_dir, const char* config_dir,
                                             const char* work_dir);
 
-/* Writes every thread's error records to "occur_error_when_fixing_file.log" in the log folder. */
+/* Writes every thread's error records to "occur_error_when_fixing_file.log" in the log folder
+ * and removes the private scratch folder, if one was made (once no running call uses it). The
+ * library stays usable. */
 VRK_CFB_API int32_t VRK_CFB_CALL VrkCfbDestroy(void);
 
 /* 0 when the file is a sound compound file; otherwise the folded damage type. */

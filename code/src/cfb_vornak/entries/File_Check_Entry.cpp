@@ -27,7 +27,15 @@ std::wstring check_scratch_folder() {
 void check_file(const char* input_file) {
     CFB_LOG_INFO(std::string(input_file));
     const std::wstring input = platform::widen(input_file);
-    fs::create_directories(check_scratch_folder());
+    // Nothing is written into this folder: a current folder where it cannot be made (a
+    // service started in the root folder, a program in a read-only install folder) must not
+    // fail every check, so the failure is logged and the check goes on.
+    try {
+        fs::create_directories(check_scratch_folder());
+    } catch (const std::exception& error) {
+        CFB_LOG_ERROR(std::string("make dir for the file check failed! error info is:") +
+                      error.what());
+    }
 
     std::error_code status_error;
     const std::filesystem::file_status status =

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <exception>
+#include <mutex>
+#include <string>
+#include <utility>
 
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Library_State.h"
@@ -24,6 +27,77 @@ std::wstring scratch_folder(const std::wstring& work_folder, const wchar_t* name
 
 }  // namespace
 
+// The process's private scratch folder: removed when the last holder lets go.
+struct Private_Scratch {
+    std::wstring folder;  // with a trailing separator
+    explicit Private_Scratch(std::wstring path) : folder(std::move(path)) {}
+    Private_Scratch(const Private_Scratch&) = delete;
+    Private_Scratch& operator=(const Private_Scratch&) = delete;
+    ~Private_Scratch() {
+        try {
+            platform::remove_folder_no_follow(folder);
+        } catch (const std::exception& error) {
+            CFB_LOG_ERROR(std::string("remove the private scratch folder failed! error info is:") +
+                          error.what());
+        }
+    }
+};
+
+namespace {
+
+// The folder in use. A function-level static: made after the logger's state (the library is
+// started before any call needs the folder), so at exit it goes, and its folder with it,
+// while the logger can still report.
+struct Private_Slot {
+    std::mutex mutex;
+    std::shared_ptr<const Private_Scratch> scratch;
+};
+
+Private_Slot& private_slot() {
+    static Private_Slot slot;
+    return slot;
+}
+
+// The private scratch folder, made on first need; null with the system's error text when
+// neither the temporary folder nor a folder in it can be had.
+std::shared_ptr<const Private_Scratch> hold_private_scratch(std::string& error_text) {
+    Private_Slot& slot = private_slot();
+    const std::lock_guard<std::mutex> lock(slot.mutex);
+    if (!slot.scratch) {
+        std::wstring temp;
+        std::wstring folder;
+        if (!fs::get_temp_folder(temp, error_text) ||
+            !platform::make_private_folder(temp, L"cfb_vornak_", folder, error_text)) {
+            return nullptr;
+        }
+        slot.scratch = std::make_shared<const Private_Scratch>(folder);
+    }
+    return slot.scratch;
+}
+
+// A configured work folder serves when it is, or can be made, a folder.
+bool usable_work_folder(const std::wstring& folder) {
+    try {
+        return fs::create_directories(folder);
+    } catch (const std::exception& error) {
+        CFB_LOG_ERROR(L"the work folder is unusable: " + folder);
+        CFB_LOG_ERROR(std::string("error info is:") + error.what());
+        return false;
+    }
+}
+
+}  // namespace
+
+void release_private_scratch() {
+    std::shared_ptr<const Private_Scratch> released;
+    Private_Slot& slot = private_slot();
+    {
+        const std::lock_guard<std::mutex> lock(slot.mutex);
+        released.swap(slot.scratch);
+    }
+    // The folder goes here unless a call still holds it; then when that call ends.
+}
+
 void clear_scratch_folder(const Scratch_Folders& folders, const std::wstring& folder) {
     try {
         if (folders.make_before_clearing) {
@@ -42,9 +116,15 @@ void clear_scratch_folders(const Scratch_Folders& folders) {
 }
 
 bool prepare_scratch_folders(const std::wstring& fallback_folder, Scratch_Folders& folders) {
-    if (!access_work_folder(kSlotRead, nullptr, &folders.work_folder)) {
+    if (!access_work_folder(kSlotRead, nullptr, &folders.work_folder) ||
+        !usable_work_folder(folders.work_folder)) {
+        // Never a fixed path in the shared temporary folder: another user could plant links
+        // there, and processes would empty each other's folders.
         std::string error_text;
-        if (!fs::get_temp_folder(folders.work_folder, error_text)) {
+        folders.private_scratch = hold_private_scratch(error_text);
+        if (folders.private_scratch) {
+            folders.work_folder = folders.private_scratch->folder;
+        } else {
             CFB_LOG_ERROR("get_tmp_dir_in_windows failed! error info is:" + error_text);
             folders.work_folder = fallback_folder;
             CFB_LOG_ERROR(L"hence we will use the output dir " + fallback_folder);
