@@ -9,6 +9,9 @@ packages=(
     googletest libgtest-dev                    # unit tests (built from /usr/src/googletest)
     libbenchmark-dev                           # micro benchmarks
     nlohmann-json3-dev                         # JSON output of the command-line tool
+    libcli11-dev                               # the command-line tool's parsing
+    parallel                                   # GNU parallel: the README's many-machine run
+    librsvg2-bin                               # rsvg-convert: the README's map picture
     g++-mingw-w64-x86-64-posix                 # Windows DLL cross build (posix threads)
     wine wine64                                # running the Windows tests
     python3-olefile libgsf-bin                 # outside readers that check written files

@@ -1,12 +1,15 @@
 // cfbvornak build-sample: writes a sound sample document and damaged copies into a folder.
-#include <filesystem>
+#include <CLI/CLI.hpp>
+#include <exception>
 #include <iostream>
+#include <memory>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "cli.h"
+#include "common/fs_utils.h"
 #include "common/platform.h"
+#include "json_text.h"
 #include "sample_documents.h"
 #include "tool_common.h"
 
@@ -14,58 +17,42 @@ namespace vrk::cli {
 
 namespace {
 
-constexpr const char* kHelp =
-    "usage: cfbvornak build-sample [--seed N] [--json] FOLDER\n"
-    "\nWrites into FOLDER a sound word-processing document (sample.doc), sound spreadsheet\n"
-    "and presentation documents, and copies of sample.doc with one structure damaged each\n"
-    "(zeroed signature, wrong minor version, wiped root entry name, implausible root entry,\n"
-    "wrong extension). Stream contents are pseudo-random from --seed (default 1).\n";
+constexpr const char* kExitStatuses =
+    "Exit status: 0 written, 2 usage error or a file that cannot be written.";
 
-int run_build_sample(const Context&, const std::vector<std::string>& args) {
-    if (wants_help(args)) {
-        std::cout << kHelp;
-        return kExitOk;
-    }
-    Parsed_Args parsed;
-    std::string error;
-    if (!parse_args(args, {"--json"}, {"--seed"}, parsed, error) || parsed.positional.size() != 1) {
-        print_error(error.empty() ? "build-sample needs one folder" : error);
-        std::cerr << kHelp;
-        return kExitUsage;
-    }
+struct Options {
+    std::string folder;
     uint32_t seed = 1;
-    if (parsed.options.count("--seed") != 0) {
-        try {
-            seed = static_cast<uint32_t>(std::stoul(parsed.options["--seed"]));
-        } catch (const std::exception&) {
-            print_error("--seed needs a number");
-            return kExitUsage;
-        }
-    }
-    const std::filesystem::path folder =
-        platform::to_path(platform::widen(user_path(parsed.positional[0])));
-    std::error_code made;
-    std::filesystem::create_directories(folder, made);
-    if (made) {
-        print_error("cannot make the folder: " + made.message());
+    bool json = false;
+};
+
+int run_build_sample(const Options& options) {
+    const std::wstring folder = platform::widen(user_path(options.folder));
+    try {
+        fs::create_directories(folder);
+    } catch (const std::exception& error) {
+        print_error("cannot make " + options.folder + ": " + error.what());
         return kExitUsage;
     }
-    for (const Sample_Document& document : sample_documents(seed)) {
-        const std::filesystem::path path = folder / document.file_name;
+    for (const Sample_Document& document : sample_documents(options.seed)) {
+        const std::wstring path =
+            folder + platform::kSeparator + platform::widen(document.file_name);
+        const std::string shown = platform::narrow(path);
         // Staged: a file appears under its name only once it is whole.
         platform::Output_File out;
-        const bool written = out.create(platform::from_path(path), platform::Create_Mode::staged,
-                                        nullptr) == platform::Create_Result::created &&
-                             out.write(document.bytes.data(), document.bytes.size()) &&
-                             out.commit();
-        if (!written) {
-            print_error("cannot write " + document.file_name);
-            return kExitPartial;
+        if (out.create(path, platform::Create_Mode::staged, nullptr) !=
+                platform::Create_Result::created ||
+            !out.write(document.bytes.data(), document.bytes.size()) || !out.commit()) {
+            print_error("cannot write " + shown + ": " + platform::errno_text());
+            return kExitUsage;
         }
-        const std::string shown = platform::narrow(platform::from_path(path));
-        if (parsed.flags.count("--json") != 0) {
-            print_json_line(
-                {{"file", shown}, {"bytes", document.bytes.size()}, {"damage", document.damage}});
+        if (options.json) {
+            std::cout << Json_Object()
+                             .text("file", shown)
+                             .unsigned_number("bytes", document.bytes.size())
+                             .text("damage", document.damage)
+                             .str()
+                      << '\n';
         } else {
             std::cout << shown << " (" << document.bytes.size() << " bytes): " << document.damage
                       << '\n';
@@ -74,8 +61,22 @@ int run_build_sample(const Context&, const std::vector<std::string>& args) {
     return kExitOk;
 }
 
-const Registrar registrar({"build-sample", "write a sample document and damaged copies",
-                           run_build_sample});
+Runner setup(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    app.add_option("FOLDER", options->folder, "where the samples go (created with its parents)")
+        ->type_name("")
+        ->required();
+    app.add_option("--seed", options->seed, "stream contents are pseudo-random from N (default 1)")
+        ->type_name("N");
+    app.add_flag("--json", options->json, "one JSON object per file written");
+    return [options](const Context&) { return run_build_sample(*options); };
+}
+
+const Registrar registrar(Command{
+    "build-sample",
+    "write a sound sample document (sample.doc), sound spreadsheet and presentation documents, "
+    "and copies of sample.doc with one structure damaged each",
+    kExitStatuses, false, setup});
 
 }  // namespace
 

@@ -1,15 +1,17 @@
-// cfbvornak: the library's exports from the command line.
+// cfbvornak: the library's exports and the salvage from the command line.
 //
-//   cfbvornak [--log-dir DIR] [--config-dir DIR] [--work-dir DIR] COMMAND [ARGS...]
+//   cfbvornak [GLOBAL OPTIONS] COMMAND [OPTIONS] [ARGS...]   (global options go anywhere)
 //
-// The tool starts the library with the three folders (absolute; defaults under the user's
-// own state and configuration folders), runs from the work folder, and calls each export on
-// a fresh thread so that one call's result never leaks into the next.
+// Commands that call the exports start the library with the three folders (absolute; defaults
+// under the user's own state and configuration folders), run from the work folder, and call
+// each export on a fresh thread so that one call's result never leaks into the next.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -20,12 +22,21 @@
 #include "common/platform.h"
 #include "tool_common.h"
 
+#ifndef CFBVORNAK_VERSION
+#error "CFBVORNAK_VERSION comes from the project version in CMake"
+#endif
+
 namespace vrk::cli {
 
 namespace {
 
 std::vector<Command>& registry() {
     static std::vector<Command> commands;
+    return commands;
+}
+
+std::vector<Own_Parsing_Command>& own_parsing_registry() {
+    static std::vector<Own_Parsing_Command> commands;
     return commands;
 }
 
@@ -76,28 +87,13 @@ Context default_context() {
         if (state.empty()) state = base;
         if (config.empty()) config = base / "config";
     }
-    return Context{narrow_of(state / "logs"), narrow_of(config), narrow_of(state / "work")};
-}
-
-void print_usage(std::ostream& out) {
-    out << "usage: cfbvornak [--log-dir DIR] [--config-dir DIR] [--work-dir DIR] COMMAND [ARGS]\n"
-           "\nChecks, analyses and repairs damaged compound files (.doc, .xls, .ppt).\n"
-           "\nglobal options:\n"
-           "  --log-dir DIR     the library's log folder\n"
-           "  --config-dir DIR  the library's configuration folder\n"
-           "  --work-dir DIR    scratch folders go here; the library runs from it\n"
-           "\ncommands:\n";
-    std::vector<Command> commands = registry();
-    std::sort(commands.begin(), commands.end(),
-              [](const Command& a, const Command& b) { return std::string(a.name) < b.name; });
-    for (const Command& command : commands) {
-        std::string name = command.name;
-        name.resize(std::max<std::size_t>(name.size() + 2, 16), ' ');
-        out << "  " << name << command.summary << '\n';
-    }
-    out << "\nRun 'cfbvornak COMMAND --help' for a command's options.\n"
-           "Exit status: 0 all sound / done, 1 damaged or partly done, 2 usage or environment "
-           "error.\n";
+    Context context{narrow_of(state / "logs"), narrow_of(config), narrow_of(state / "work")};
+    // The locale the messages follow: LC_ALL, then LC_MESSAGES, then LANG.
+    std::string locale = environment("LC_ALL");
+    if (locale.empty()) locale = environment("LC_MESSAGES");
+    if (locale.empty()) locale = environment("LANG");
+    context.english_only = locale.find("zh") == std::string::npos;
+    return context;
 }
 
 // The library's folders must exist before it starts, and it runs from the work folder.
@@ -112,52 +108,50 @@ bool enter_work_folder(const Context& context) {
     return true;
 }
 
-int run_tool(int argc, char** argv) {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    Context context = default_context();
-    remember_start_folder();
-    std::size_t next = 0;
-    // Global options, then the command name.
-    for (; next < args.size(); ++next) {
-        const std::string& arg = args[next];
-        if (arg == "--help" || arg == "-h") {
-            print_usage(std::cout);
-            return kExitOk;
+// Edits (insertions, deletions, substitutions) between two short words.
+std::size_t edit_distance(const std::string& a, const std::string& b) {
+    std::vector<std::size_t> row(b.size() + 1);
+    for (std::size_t j = 0; j <= b.size(); ++j) row[j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        std::size_t diagonal = row[0];
+        row[0] = i;
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t above = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (a[i - 1] != b[j - 1])});
+            diagonal = above;
         }
-        std::string* slot = nullptr;
-        std::string name = arg.substr(0, arg.find('='));
-        if (name == "--log-dir") slot = &context.log_dir;
-        if (name == "--config-dir") slot = &context.config_dir;
-        if (name == "--work-dir") slot = &context.work_dir;
-        if (slot == nullptr) break;
-        if (name.size() < arg.size()) {
-            *slot = arg.substr(name.size() + 1);
-        } else if (next + 1 < args.size()) {
-            *slot = args[++next];
-        } else {
-            print_error("option " + name + " needs a value");
-            return kExitUsage;
-        }
-        *slot = user_path(*slot);
     }
-    if (next == args.size()) {
-        print_usage(std::cerr);
-        return kExitUsage;
-    }
-    const std::string name = args[next];
-    const auto& commands = registry();
-    const auto command = std::find_if(commands.begin(), commands.end(),
-                                      [&](const Command& c) { return name == c.name; });
-    if (command == commands.end()) {
-        print_error("unknown command '" + name + "'");
-        print_usage(std::cerr);
-        return kExitUsage;
-    }
-    const std::vector<std::string> command_args(
-        args.begin() + static_cast<std::ptrdiff_t>(next) + 1, args.end());
-    // Help needs no library and must not create its folders.
-    if (wants_help(command_args)) return command->run(context, command_args);
+    return row[b.size()];
+}
 
+// "unknown command 'chek'; did you mean 'check'?" when one command is near enough.
+std::string unknown_command_text(const std::string& word) {
+    std::string best;
+    std::size_t best_distance = 3;
+    std::vector<std::string> names;
+    for (const Command& command : registry()) names.emplace_back(command.name);
+    for (const Own_Parsing_Command& command : own_parsing_registry())
+        names.emplace_back(command.name);
+    for (const std::string& name : names) {
+        const std::size_t distance =
+            name.rfind(word, 0) == 0 && !word.empty() ? 1 : edit_distance(word, name);
+        if (distance < best_distance) {
+            best_distance = distance;
+            best = name;
+        }
+    }
+    std::string text = "unknown command '" + word + "'";
+    if (!best.empty()) text += "; did you mean '" + best + "'?";
+    return text;
+}
+
+constexpr const char* kGlobalOptions =
+    "Global options (anywhere on the line): --log-dir DIR, --config-dir DIR, --work-dir DIR,\n"
+    "--lang en|zh (en: the tool's own lines in English only; default from LANG), --version.";
+
+// Starts the library from the work folder, runs `work`, and leaves the error records of the
+// run in the log folder.
+int with_library(const Context& context, const std::function<int()>& work) {
     if (!enter_work_folder(context)) return kExitUsage;
     const int32_t init =
         VrkCfbInit(context.log_dir.c_str(), context.config_dir.c_str(), context.work_dir.c_str());
@@ -165,9 +159,152 @@ int run_tool(int argc, char** argv) {
         print_error("the library did not start (code " + std::to_string(init) + ")");
         return kExitUsage;
     }
-    const int status = command->run(context, command_args);
-    // Leaves the error records of this run in the log folder for later reading.
+    const int status = work();
     run_on_fresh_thread([] { return VrkCfbDestroy(); });
+    return status;
+}
+
+// A command that parses its own arguments, named after the global options (which then must
+// come first): found before the parser sees the line. False when the line names none.
+bool run_own_parsing(int argc, char** argv, Context& context, int& status) {
+    std::vector<std::string> args(argv + 1, argv + argc);
+    std::size_t next = 0;
+    std::string lang;
+    for (; next < args.size(); ++next) {
+        const std::string& arg = args[next];
+        const std::string name = arg.substr(0, arg.find('='));
+        std::string* slot = name == "--log-dir"      ? &context.log_dir
+                            : name == "--config-dir" ? &context.config_dir
+                            : name == "--work-dir"   ? &context.work_dir
+                            : name == "--lang"       ? &lang
+                                                     : nullptr;
+        if (slot == nullptr) break;
+        if (name.size() < arg.size()) {
+            *slot = arg.substr(name.size() + 1);
+        } else if (next + 1 < args.size()) {
+            *slot = args[++next];
+        } else {
+            return false;
+        }
+    }
+    if (next == args.size()) return false;
+    const auto& commands = own_parsing_registry();
+    const auto command =
+        std::find_if(commands.begin(), commands.end(),
+                     [&](const Own_Parsing_Command& c) { return args[next] == c.name; });
+    if (command == commands.end()) return false;
+    if (!lang.empty()) context.english_only = lang == "en";
+    for (std::string* folder : {&context.log_dir, &context.config_dir, &context.work_dir}) {
+        *folder = user_path(*folder);
+    }
+    const std::vector<std::string> command_args(
+        args.begin() + static_cast<std::ptrdiff_t>(next) + 1, args.end());
+    // Help needs no library and must not create its folders.
+    status = wants_help(command_args)
+                 ? command->run(context, command_args)
+                 : with_library(context, [&] { return command->run(context, command_args); });
+    return true;
+}
+
+int run_command(int argc, char** argv) {
+    Context context = default_context();
+    remember_start_folder();
+    int own_status = kExitOk;
+    if (run_own_parsing(argc, argv, context, own_status)) return own_status;
+
+    CLI::App app(
+        "Checks, analyses, repairs and salvages damaged compound files (.doc, .xls, "
+        ".ppt).",
+        "cfbvornak");
+    app.get_formatter()->column_width(26);
+    app.get_formatter()->label("REQUIRED", "(required)");
+    app.get_formatter()->label("Positionals", "Arguments");
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.set_version_flag("--version", std::string("cfbvornak ") + CFBVORNAK_VERSION);
+    // Global options reach every command; a word the table does not know is kept for the
+    // suggestion below instead of failing inside the parser.
+    app.fallthrough();
+    app.allow_extras();
+    std::string lang;
+    app.add_option("--log-dir", context.log_dir, "the library's log folder")->type_name("DIR");
+    app.add_option("--config-dir", context.config_dir, "the library's configuration folder")
+        ->type_name("DIR");
+    app.add_option("--work-dir", context.work_dir,
+                   "scratch folders go here; the library runs "
+                   "from it")
+        ->type_name("DIR");
+    app.add_option("--lang", lang, "en: the tool's own lines in English only (default: LANG)")
+        ->type_name("en|zh");
+    app.footer(
+        "Run 'cfbvornak COMMAND --help' for a command's options and exit statuses.\n"
+        "Exit status: 0 all sound / done, 1 damaged or partly done, 2 usage or environment "
+        "error.");
+
+    std::vector<Command> commands = registry();
+    std::sort(commands.begin(), commands.end(),
+              [](const Command& a, const Command& b) { return std::string(a.name) < b.name; });
+    std::vector<std::pair<CLI::App*, Runner>> runners;
+    for (const Command& command : commands) {
+        CLI::App* sub = app.add_subcommand(command.name, command.summary);
+        sub->group("Commands");
+        sub->footer(std::string(kGlobalOptions) + "\n\n" + command.exit_statuses);
+        runners.emplace_back(sub, command.setup(*sub));
+    }
+    // Listed in the help; run_own_parsing runs them.
+    for (const Own_Parsing_Command& command : own_parsing_registry()) {
+        app.add_subcommand(command.name, command.summary)->group("Commands");
+    }
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+        print_error(error.what());
+        std::cerr << "Run 'cfbvornak --help' or 'cfbvornak COMMAND --help'.\n";
+        return kExitUsage;
+    }
+    const std::vector<std::string> extras = app.remaining();
+    const auto chosen = std::find_if(runners.begin(), runners.end(),
+                                     [](const auto& entry) { return entry.first->parsed(); });
+    if (chosen == runners.end()) {
+        if (extras.empty()) {
+            std::cerr << app.help();
+        } else {
+            print_error(unknown_command_text(extras.front()));
+        }
+        return kExitUsage;
+    }
+    if (!extras.empty()) {
+        print_error("unexpected argument '" + extras.front() + "' for " +
+                    chosen->first->get_name());
+        std::cerr << "Run 'cfbvornak " << chosen->first->get_name() << " --help'.\n";
+        return kExitUsage;
+    }
+    if (!lang.empty() && lang != "en" && lang != "zh") {
+        print_error("--lang takes en or zh, not '" + lang + "'");
+        return kExitUsage;
+    }
+    if (!lang.empty()) context.english_only = lang == "en";
+    for (std::string* folder : {&context.log_dir, &context.config_dir, &context.work_dir}) {
+        *folder = user_path(*folder);
+    }
+
+    const Command& command = *std::find_if(commands.begin(), commands.end(), [&](const Command& c) {
+        return chosen->first->get_name() == c.name;
+    });
+    const Runner& runner = chosen->second;
+    return command.needs_library ? with_library(context, [&] { return runner(context); })
+                                 : runner(context);
+}
+
+int run_tool(int argc, char** argv) {
+    const int status = run_command(argc, argv);
+    // A report that did not reach its reader is no report: a failed write is an error.
+    std::string reason;
+    if (!finish_standard_output(reason)) {
+        print_error("cannot write to standard output: " + reason);
+        return kExitUsage;
+    }
     return status;
 }
 
@@ -175,6 +312,10 @@ int run_tool(int argc, char** argv) {
 
 Registrar::Registrar(Command command) {
     registry().push_back(std::move(command));
+}
+
+Registrar::Registrar(Own_Parsing_Command command) {
+    own_parsing_registry().push_back(std::move(command));
 }
 
 int run_on_fresh_thread(const std::function<int()>& work) {

@@ -1,6 +1,7 @@
 #include "tool_common.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -12,6 +13,7 @@
 namespace vrk::cli {
 
 namespace {
+
 std::filesystem::path& start_folder() {
     static std::filesystem::path folder;
     return folder;
@@ -24,50 +26,84 @@ std::filesystem::path native(const std::string& path) {
 std::string narrow_of(const std::filesystem::path& path) {
     return platform::narrow(platform::from_path(path));
 }
-}  // namespace
 
-bool parse_args(const std::vector<std::string>& args, const std::set<std::string>& flag_names,
-                const std::set<std::string>& option_names, Parsed_Args& parsed,
-                std::string& error) {
-    bool options_done = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (options_done || arg.size() < 2 || arg[0] != '-') {
-            parsed.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            options_done = true;
-            continue;
-        }
-        const std::size_t equals = arg.find('=');
-        const std::string name = arg.substr(0, equals);
-        if (equals == std::string::npos && flag_names.count(name) != 0) {
-            parsed.flags.insert(name);
-        } else if (option_names.count(name) != 0) {
-            if (equals != std::string::npos) {
-                parsed.options[name] = arg.substr(equals + 1);
-            } else if (i + 1 < args.size()) {
-                parsed.options[name] = args[++i];
+bool standard_output_failed = false;
+
+void append_hex_escape(std::string& out, const char* form, unsigned value) {
+    char buffer[12];
+    std::snprintf(buffer, sizeof buffer, form, value);
+    out += buffer;
+}
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// Appends a code point as UTF-8.
+void append_utf8(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+}
+
+// Reads the UTF-8 text of one typed name back into UTF-16 units, undoing \\, \xHH and \uHHHH.
+bool read_name(const std::string& text, std::u16string& name, std::string& error) {
+    const std::wstring wide = platform::from_utf8(text);
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        const auto c = static_cast<char32_t>(wide[i]);
+        if (c != U'\\') {
+            if (c >= 0x10000) {
+                name.push_back(static_cast<char16_t>(0xD800 + ((c - 0x10000) >> 10)));
+                name.push_back(static_cast<char16_t>(0xDC00 + ((c - 0x10000) & 0x3FF)));
             } else {
-                error = "option " + name + " needs a value";
-                return false;
+                name.push_back(static_cast<char16_t>(c));
             }
-        } else {
-            error = "unknown option " + arg;
+            continue;
+        }
+        const wchar_t kind = i + 1 < wide.size() ? wide[i + 1] : L'\0';
+        if (kind == L'\\') {
+            name.push_back(u'\\');
+            ++i;
+            continue;
+        }
+        const std::size_t digits = kind == L'x' ? 2 : kind == L'u' ? 4 : 0;
+        // With a kind letter, i + 2 <= wide.size().
+        if (digits == 0 || wide.size() - (i + 2) < digits) {
+            error = "a backslash starts \\\\, \\xHH or \\uHHHH";
             return false;
         }
+        unsigned value = 0;
+        for (std::size_t k = 0; k < digits; ++k) {
+            const wchar_t d = wide[i + 2 + k];
+            const int v = d < 0x80 ? hex_digit(static_cast<char>(d)) : -1;
+            if (v < 0) {
+                error = "a backslash starts \\\\, \\xHH or \\uHHHH";
+                return false;
+            }
+            value = value * 16 + static_cast<unsigned>(v);
+        }
+        name.push_back(static_cast<char16_t>(value));
+        i += 1 + digits;
     }
     return true;
 }
 
-bool wants_help(const std::vector<std::string>& args) {
-    for (const std::string& arg : args) {
-        if (arg == "--") return false;
-        if (arg == "--help" || arg == "-h") return true;
-    }
-    return false;
-}
+}  // namespace
 
 void remember_start_folder() {
     std::error_code error;
@@ -76,21 +112,19 @@ void remember_start_folder() {
 
 std::string user_path(const std::string& path) {
     const std::filesystem::path given = native(path);
-    if (given.is_absolute() || start_folder().empty()) return path;
+    if (path.empty() || given.is_absolute() || start_folder().empty()) return path;
     return narrow_of((start_folder() / given).lexically_normal());
 }
 
-std::vector<std::string> files_below(const std::string& folder) {
-    std::vector<std::string> files;
+std::string input_problem(const std::string& path) {
     std::error_code error;
-    std::filesystem::recursive_directory_iterator it(
-        native(folder), std::filesystem::directory_options::skip_permission_denied, error);
-    for (; !error && it != std::filesystem::recursive_directory_iterator(); it.increment(error)) {
-        std::error_code type_error;
-        if (it->is_regular_file(type_error)) files.push_back(narrow_of(it->path()));
-    }
-    std::sort(files.begin(), files.end());
-    return files;
+    const std::filesystem::file_status status = std::filesystem::status(native(path), error);
+    if (error) return error.message();
+    if (std::filesystem::is_directory(status)) return "is a folder";
+    if (!std::filesystem::is_regular_file(status)) return "not a regular file";
+    platform::Input_File file;
+    if (!file.open(platform::widen(path))) return platform::errno_text();
+    return {};
 }
 
 bool is_folder(const std::string& path) {
@@ -98,8 +132,99 @@ bool is_folder(const std::string& path) {
     return std::filesystem::is_directory(native(path), error);
 }
 
-void print_json_line(const nlohmann::json& object) {
-    std::cout << object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+std::vector<std::string> files_below(const std::string& folder,
+                                     std::vector<std::string>& problems) {
+    std::vector<std::string> files;
+    // Folders still to list; links to folders are not followed, so every folder is listed once.
+    std::vector<std::filesystem::path> pending{native(folder)};
+    while (!pending.empty()) {
+        const std::filesystem::path here = std::move(pending.back());
+        pending.pop_back();
+        std::error_code error;
+        std::filesystem::directory_iterator it(here, error);
+        for (; !error && it != std::filesystem::directory_iterator(); it.increment(error)) {
+            std::error_code type_error;
+            const std::filesystem::file_status own = it->symlink_status(type_error);
+            if (std::filesystem::is_directory(own)) {
+                pending.push_back(it->path());
+            } else if (it->is_regular_file(type_error)) {
+                files.push_back(narrow_of(it->path()));
+            }
+        }
+        if (error) problems.push_back(narrow_of(here) + ": " + error.message());
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+void print_error(const std::string& message) {
+    std::cerr << "cfbvornak: " << message << '\n';
+}
+
+void print_warning(const std::string& message) {
+    std::cerr << "cfbvornak: warning: " << message << '\n';
+}
+
+bool write_standard_output(const void* data, std::size_t size) {
+    static const bool binary = [] {
+        std::cout.flush();
+        platform::set_standard_output_binary();
+        return true;
+    }();
+    (void)binary;
+    if (std::fwrite(data, 1, size, stdout) != size) standard_output_failed = true;
+    return !standard_output_failed;
+}
+
+bool finish_standard_output(std::string& reason) {
+    std::cout.flush();
+    const bool flushed = std::fflush(stdout) == 0;
+    if (flushed && std::cout.good() && !std::ferror(stdout) && !standard_output_failed) return true;
+    reason = platform::errno_text();
+    return false;
+}
+
+bool standard_error_is_terminal() {
+    return platform::standard_error_is_terminal();
+}
+
+std::string display_name(const std::u16string& name) {
+    std::string out;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const char16_t u = name[i];
+        const bool high = u >= 0xD800 && u <= 0xDBFF;
+        if (high && i + 1 < name.size() && name[i + 1] >= 0xDC00 && name[i + 1] <= 0xDFFF) {
+            append_utf8(out, 0x10000 + ((u - 0xD800u) << 10) + (name[i + 1] - 0xDC00u));
+            ++i;
+        } else if (u >= 0xD800 && u <= 0xDFFF) {
+            append_hex_escape(out, "\\u%04x", u);
+        } else if (u < 0x20 || u == 0x7F || u == u'/') {
+            append_hex_escape(out, "\\x%02x", u);
+        } else if (u >= 0x80 && u < 0xA0) {
+            append_hex_escape(out, "\\u%04x", u);
+        } else if (u == u'\\') {
+            out += "\\\\";
+        } else {
+            append_utf8(out, u);
+        }
+    }
+    return out;
+}
+
+bool read_cfb_path(const std::string& text, std::vector<std::u16string>& names,
+                   std::string& error) {
+    names.clear();
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t slash = std::min(text.find('/', start), text.size());
+        std::u16string name;
+        if (!read_name(text.substr(start, slash - start), name, error)) return false;
+        // Empty components ("a//b", a leading or trailing '/') name nothing.
+        if (!name.empty()) names.push_back(std::move(name));
+        start = slash + 1;
+    }
+    if (names.empty()) error = "the stream path is empty";
+    return !names.empty();
 }
 
 int32_t folded_entry(const std::function<int32_t()>& entry) {
@@ -196,8 +321,59 @@ std::string damage_description(int32_t code) {
     return damage_type ? damaged_type_description(code) : std::string(error_code_text(code));
 }
 
-void print_error(const std::string& message) {
-    std::cerr << "cfbvornak: " << message << '\n';
+std::string damage_text(const Context& context, int32_t damage_type) {
+    std::string text = "type " + std::to_string(damage_type) + " ";
+    if (!context.english_only) text += damage_description(damage_type) + " ";
+    return text + "(" + damage_gloss(damage_type) + ")";
+}
+
+std::string grouped(uint64_t value) {
+    std::string digits = std::to_string(value);
+    for (std::size_t at = digits.size(); at > 3; at -= 3) digits.insert(at - 3, ",");
+    return digits;
+}
+
+bool parse_args(const std::vector<std::string>& args, const std::set<std::string>& flag_names,
+                const std::set<std::string>& option_names, Parsed_Args& parsed,
+                std::string& error) {
+    bool options_done = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (options_done || arg.size() < 2 || arg[0] != '-') {
+            parsed.positional.push_back(arg);
+            continue;
+        }
+        if (arg == "--") {
+            options_done = true;
+            continue;
+        }
+        const std::size_t equals = arg.find('=');
+        const std::string name = arg.substr(0, equals);
+        if (equals == std::string::npos && flag_names.count(name) != 0) {
+            parsed.flags.insert(name);
+        } else if (option_names.count(name) != 0) {
+            if (equals != std::string::npos) {
+                parsed.options[name] = arg.substr(equals + 1);
+            } else if (i + 1 < args.size()) {
+                parsed.options[name] = args[++i];
+            } else {
+                error = "option " + name + " needs a value";
+                return false;
+            }
+        } else {
+            error = "unknown option " + arg;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool wants_help(const std::vector<std::string>& args) {
+    for (const std::string& arg : args) {
+        if (arg == "--") return false;
+        if (arg == "--help" || arg == "-h") return true;
+    }
+    return false;
 }
 
 }  // namespace vrk::cli
