@@ -247,6 +247,30 @@ TEST_F(ToolTest, CommandsAnswerWithStatusAndText) {
     }
 }
 
+// The repair prints the path it wrote and, verified by default, whether the rebuilt header
+// reads worse than the input's own.
+TEST_F(ToolTest, RepairSaysWhatItWroteAndWhetherItIsWorse) {
+    const Tool_Run fixed = tool({"repair", file("cosmetic.doc"), file("fixed.bin")});
+    EXPECT_EQ(fixed.status, 0) << fixed.out << fixed.err;
+    EXPECT_TRUE(has(fixed.out, "written: " + file("fixed.doc") + " (not ")) << fixed.out;
+    EXPECT_TRUE(has(fixed.out, "6 of 6 in the input, 6 of 6 in the repaired file")) << fixed.out;
+    // A SAT sector as the file's last sector (as gsf writes them): the rebuilt header leaves it
+    // out, and no stream resolves any more.
+    Builder_Options options;
+    options.tables_at_end = true;
+    options.sat_in_last_sector = true;
+    const std::vector<uint8_t> late = build_compound_file(document(), options);
+    test::write_file(path("late.doc"), std::string(late.begin(), late.end()));
+    const Tool_Run worse = tool({"repair", file("late.doc"), file("late_fixed.doc")});
+    EXPECT_EQ(worse.status, 1) << worse.out << worse.err;
+    EXPECT_TRUE(has(worse.err, "worse than the input")) << worse.err;
+    EXPECT_TRUE(has(worse.err, "salvage " + file("late.doc") + " --out")) << worse.err;
+    const Tool_Run unchecked = tool({"repair", "--no-verify", file("late.doc"), file("late2.doc")});
+    EXPECT_EQ(unchecked.status, 0);
+    EXPECT_FALSE(has(unchecked.out, "streams resolving"));
+    EXPECT_EQ(tool({"repair", file("missing.doc"), file("x.doc")}).status, 2);
+}
+
 // Every command's help has the same shape and ends with its exit statuses; help needs no
 // library and makes no folder.
 TEST_F(ToolTest, EveryCommandHasHelpWithExitStatuses) {

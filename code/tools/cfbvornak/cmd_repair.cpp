@@ -1,8 +1,10 @@
 // cfbvornak repair: the general repair (or, with --password, the advance repair) of one file,
-// through the repair entry so that the final path and the rebuilt header come back with it.
+// through the repair entry so that the final path and the rebuilt header come back with it;
+// then how many streams the written file resolves against how many the input resolves.
+#include <CLI/CLI.hpp>
 #include <iostream>
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "cfb_vornak/entries/Entries.h"
 #include "cfb_vornak/repair/Repair_Outcome.h"
@@ -17,18 +19,25 @@ namespace vrk::cli {
 
 namespace {
 
-constexpr const char* kHelp =
-    "usage: cfbvornak repair [--password P] [--verify] IN OUT\n"
-    "\nWrites a copy of IN with a header rebuilt from what its sectors show: which sectors hold\n"
-    "the allocation tables and where the directory starts. Every byte after the header is\n"
-    "copied unchanged. The output's extension follows the document found in IN (.doc, .xls,\n"
-    "or .ppt; .cfb when unknown), whatever extension OUT has.\n"
-    "\n  --password P  hand a document password to the repair (VrkCfbAdvanceRepair)\n"
-    "  --verify      salvage the written file and print how many of its streams resolve\n"
-    "\nThe output never replaces IN (by any name or link that reaches it), and it appears under\n"
-    "its name only once it is whole.\n"
-    "\nExit status: 0 repaired, 1 not repaired, 2 usage error, the output would be IN, or it\n"
-    "could not be written.\n";
+constexpr const char* kExitStatuses =
+    "The header is rebuilt from what the sectors show (which sectors hold the allocation tables,\n"
+    "where the directory starts); every byte after it is copied unchanged. The output's\n"
+    "extension follows the document found in IN (.doc, .xls or .ppt; .cfb when unknown),\n"
+    "whatever extension OUT has: the path written is printed. The output never replaces IN (by\n"
+    "any name or link that reaches it) and appears under its name only once it is whole. Unless\n"
+    "--no-verify, the streams that resolve under each file's own header are counted in both.\n"
+    "\n"
+    "Exit status: 0 repaired (and the output resolves no fewer streams than IN), 1 not repaired\n"
+    "or the output is worse than IN (salvage --out then gets the streams back), 2 usage error,\n"
+    "an input that cannot be read, an output that would be IN or could not be written.";
+
+struct Options {
+    std::string input;
+    std::string output;
+    std::string password;
+    bool password_given = false;
+    bool no_verify = false;
+};
 
 std::string sector_text(uint32_t sid) {
     return sid == ENDOFCHAIN ? std::string("none") : std::to_string(sid);
@@ -44,22 +53,26 @@ void print_rebuilt_header(const Cfb_Header& header) {
               << '\n';
 }
 
-int run_repair(const Context&, const std::vector<std::string>& args) {
-    if (wants_help(args)) {
-        std::cout << kHelp;
-        return kExitOk;
-    }
-    Parsed_Args parsed;
-    std::string error;
-    if (!parse_args(args, {"--verify"}, {"--password"}, parsed, error) ||
-        parsed.positional.size() != 2) {
-        print_error(error.empty() ? "repair needs IN and OUT" : error);
-        std::cerr << kHelp;
+struct Stream_Count {
+    bool read = false;
+    std::size_t resolved = 0;
+    std::size_t streams = 0;
+};
+
+Stream_Count count_streams(const std::wstring& path) {
+    Stream_Count count;
+    count.read = count_resolving_streams(path, count.resolved, count.streams);
+    return count;
+}
+
+int run_repair(const Options& options) {
+    const std::string input = user_path(options.input);
+    const std::string output = user_path(options.output);
+    const std::string problem = input_problem(input);
+    if (!problem.empty()) {
+        print_error("cannot read " + options.input + ": " + problem);
         return kExitUsage;
     }
-    const std::string input = user_path(parsed.positional[0]);
-    const std::string output = user_path(parsed.positional[1]);
-    const auto password = parsed.options.find("--password");
 
     // The output is staged and renamed over its name once whole: a failure or a kill leaves
     // whatever held the name before.
@@ -68,9 +81,9 @@ int run_repair(const Context&, const std::vector<std::string>& args) {
     int32_t code = 0;
     run_on_fresh_thread([&] {
         result = folded_entry([&] {
-            if (password != parsed.options.end()) {
+            if (options.password_given) {
                 // As VrkCfbAdvanceRepair: a refused password ends the call.
-                const Error_Code password_code = set_password_entry(password->second.c_str());
+                const Error_Code password_code = set_password_entry(options.password.c_str());
                 if (to_api_result_code(password_code) != 0) return password_code;
             }
             return general_repair_entry(input.c_str(), output.c_str(), &outcome,
@@ -81,35 +94,64 @@ int run_repair(const Context&, const std::vector<std::string>& args) {
     });
     std::cout << "result " << result << " (" << result_gloss(result) << "), code " << code << '\n';
     if (outcome.output_is_input) {
-        print_error("refused: the output " + parsed.positional[1] +
-                    " (with the extension of the document) is the input file " +
-                    parsed.positional[0] + "; nothing was written");
+        print_error("refused: the output " + options.output +
+                    " (with the extension of the document) is the input file " + options.input +
+                    "; nothing was written");
         return kExitUsage;
     }
     if (code == ec::kWriteFailed) {
-        print_error("cannot write the repaired file for " + parsed.positional[1] +
+        print_error("cannot write the repaired file for " + options.output +
                     "; nothing was left under its name");
         return kExitUsage;
     }
     if (result != 0) return kExitPartial;
 
-    std::cout << "output " << platform::narrow(outcome.output_path) << '\n';
+    const std::string written = platform::narrow(outcome.output_path);
+    std::cout << "written: " << written;
+    if (platform::widen(written) != platform::widen(output)) {
+        std::cout << " (not " << options.output << ": the extension follows the document kind)";
+    }
+    std::cout << '\n';
     print_rebuilt_header(outcome.header);
-    if (parsed.flags.count("--verify") != 0) {
-        std::size_t resolved = 0;
-        std::size_t streams = 0;
-        if (!count_resolving_streams(outcome.output_path, resolved, streams)) {
-            std::cout << "verify: the output cannot be read\n";
-            return kExitPartial;
-        }
-        std::cout << "verify: " << resolved << " of " << streams << " streams resolve\n";
-        if (resolved != streams) return kExitPartial;
+    if (options.no_verify) return kExitOk;
+
+    const Stream_Count before = count_streams(platform::widen(input));
+    const Stream_Count after = count_streams(outcome.output_path);
+    if (!after.read) {
+        print_error("the repaired file " + written + " cannot be read back");
+        return kExitPartial;
+    }
+    std::cout << "streams resolving under the file's own header: " << grouped(before.resolved)
+              << " of " << grouped(before.streams) << " in the input, " << grouped(after.resolved)
+              << " of " << grouped(after.streams) << " in the repaired file\n";
+    if (after.resolved < before.resolved) {
+        print_warning("the repaired file is worse than the input (" + grouped(after.resolved) +
+                      " streams resolve instead of " + grouped(before.resolved) +
+                      "); 'cfbvornak salvage " + options.input +
+                      " --out FILE' writes a sound file of what the input still holds");
+        return kExitPartial;
     }
     return kExitOk;
 }
 
-const Registrar registrar({"repair", "write a copy with the header rebuilt from the sectors",
-                           run_repair});
+Runner setup(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    app.add_option("IN", options->input, "the damaged compound file")->type_name("")->required();
+    app.add_option("OUT", options->output,
+                   "where the repaired copy goes (its extension follows the document)")
+        ->type_name("")
+        ->required();
+    app.add_option("-p,--password", options->password,
+                   "hand a document password to the repair (the advance repair)")
+        ->type_name("P")
+        ->each([options](const std::string&) { options->password_given = true; });
+    app.add_flag("--no-verify", options->no_verify,
+                 "do not count the streams that resolve in the input and the output");
+    return [options](const Context&) { return run_repair(*options); };
+}
+
+const Registrar registrar(Command{"repair", "write a copy with the header rebuilt from the sectors",
+                                  kExitStatuses, true, setup});
 
 }  // namespace
 
