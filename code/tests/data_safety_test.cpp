@@ -1,0 +1,459 @@
+// Data safety, as one table: whatever the names, links and write failures, the input keeps its
+// bytes and nothing appears, changes or goes outside the places a row names. Each row prepares
+// a folder of its own (the input document, links, earlier files), acts (an export, an entry as
+// the tool calls it, the tool run as a process, a salvage or builder call), and the folder is
+// then compared with a snapshot taken before.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/cfb_vornak_api.h"
+#include "cfb_vornak/entries/Entries.h"
+#include "cfb_vornak/salvage/Salvage.h"
+#include "cfb_vornak/salvage/Salvage_Output.h"
+#include "common/error_codes.h"
+#include "common/platform.h"
+#include "support/cfb_patch.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Write_Fault;
+
+class Started_Library : public ::testing::Environment {
+  public:
+    void SetUp() override { ASSERT_EQ(VrkCfbInit("safety_logs", "safety_config", "work"), 0); }
+};
+const auto* const g_library = ::testing::AddGlobalTestEnvironment(new Started_Library);
+
+// A word-processing document ("1Table"): small and large streams and a storage.
+Cfb_Fs_Item_DirNode sample_tree() {
+    Cfb_Fs_Item_DirNode root;
+    root.add_stream(u"1Table", test::random_bytes(300, 1));
+    root.add_stream(u"WordDocument", test::random_bytes(9000, 2));
+    root.add_stream(u"Data", test::random_bytes(5000, 3));
+    root.add_storage(u"ObjectPool").add_stream(u"Inner", test::random_bytes(100, 4));
+    return root;
+}
+
+struct Scene {
+    fs::path root;   // the row's folder
+    fs::path input;  // the document
+    std::wstring at(const std::string& name) const { return platform::from_path(root / name); }
+    std::string arg(const std::string& name) const { return platform::narrow(at(name)); }
+};
+
+// Runs `work` on a thread of its own, so that no earlier record of this thread shows through.
+int on_fresh_thread(const std::function<int()>& work) {
+    int result = 0;
+    std::thread thread([&] { result = work(); });
+    thread.join();
+    return result;
+}
+
+using Action = std::function<int(const Scene&)>;
+
+Action export_repair(const std::string& out, const char* password = nullptr) {
+    return [=](const Scene& s) {
+        const std::string in = platform::narrow(platform::from_path(s.input));
+        return on_fresh_thread([&] {
+            return password == nullptr
+                       ? VrkCfbGeneralRepair(in.c_str(), s.arg(out).c_str())
+                       : VrkCfbAdvanceRepair(in.c_str(), s.arg(out).c_str(), password);
+        });
+    };
+}
+
+// The repair as the tool runs it: staged, through the entry.
+Action staged_repair(const std::string& out) {
+    return [=](const Scene& s) {
+        const std::string in = platform::narrow(platform::from_path(s.input));
+        return on_fresh_thread([&] {
+            return to_api_result_code(general_repair_entry(in.c_str(), s.arg(out).c_str(), nullptr,
+                                                           platform::Create_Mode::staged));
+        });
+    };
+}
+
+Action export_analysis(const std::string& folder) {
+    return [=](const Scene& s) {
+        const std::string in = platform::narrow(platform::from_path(s.input));
+        return on_fresh_thread([&] { return VrkCfbAnalysis(in.c_str(), s.arg(folder).c_str()); });
+    };
+}
+
+// The salvage as the tool runs it, in this process: 1 when the output was written.
+Action salvage_call(const std::string& target, bool extract) {
+    return [=](const Scene& s) {
+        platform::Mapped_File mapped;
+        if (platform::map_file(platform::from_path(s.input), mapped) != platform::Map_Step::ok) {
+            return -1;
+        }
+        platform::Input_File file;
+        const platform::Input_File* reader =
+            file.open(platform::from_path(s.input)) ? &file : nullptr;
+        const Salvage_Result result = salvage_bytes(mapped.data, mapped.size, false, reader);
+        std::string error;
+        const bool ok = extract
+                            ? salvage_extract(mapped.data, mapped.size, result, s.at(target), false,
+                                              error, reader)
+                            : salvage_write(mapped.data, mapped.size, result, s.at(target), false,
+                                            error, reader, platform::Create_Mode::staged);
+        (void)platform::unmap_file(mapped);  // a test's map: nothing to report
+        return ok ? 1 : 0;
+    };
+}
+
+Action builder_call(const std::string& out, platform::Create_Mode mode) {
+    return [=](const Scene& s) {
+        struct Items final : Stream_Source {
+            uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
+                return item.data.size();
+            }
+            void write(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& put) const override {
+                put(item.data.data(), item.data.size());
+            }
+        };
+        const Write_Result r =
+            write_compound_file(Write_Target{s.at(out), mode, nullptr}, sample_tree(), Items{});
+        return static_cast<int>(r);
+    };
+}
+
+// The built tool run as a process. "IN" stands for the input, "@name" for a path in the row's
+// folder. `file_blocks`, when not 0, limits the size of any file the tool writes (POSIX
+// ulimit -f, in the shell's blocks) with the signal ignored, so that writes fail as on a full
+// disk. Gives the exit status.
+Action tool(std::vector<std::string> words, int file_blocks = 0) {
+    return [=](const Scene& s) {
+        const fs::path here = fs::current_path();
+        const fs::path binary =
+            here / ".." / ".." / "bin" / (platform::kWindows ? "cfbvornak.exe" : "cfbvornak");
+        const fs::path state = here / "tool_state";
+        std::string cmd = "\"" + binary.string() + "\" --log-dir \"" + (state / "logs").string() +
+                          "\" --config-dir \"" + (state / "config").string() + "\" --work-dir \"" +
+                          (state / "work").string() + "\"";
+        for (const std::string& w : words) {
+            // "@" alone is the folder itself, without a trailing separator (which would quote
+            // the closing quote on Windows).
+            const std::string arg = w == "IN"     ? platform::narrow(platform::from_path(s.input))
+                                    : w == "@"    ? platform::narrow(platform::from_path(s.root))
+                                    : w[0] == '@' ? s.arg(w.substr(1))
+                                                  : w;
+            cmd += " \"" + arg + "\"";
+        }
+        cmd += platform::kWindows ? " > NUL 2>&1" : " > /dev/null 2>&1";
+        if (file_blocks != 0) {
+            cmd = "ulimit -f " + std::to_string(file_blocks) + "; trap '' XFSZ; " + cmd;
+        }
+        // cmd.exe takes off one pair of outer quotes.
+        if (platform::kWindows) cmd = "\"" + cmd + "\"";
+        const int status = std::system(cmd.c_str());
+        return platform::kWindows ? status : (status >> 8) & 0xFF;
+    };
+}
+
+enum class Make { file, symlink, hardlink, folder };
+struct Prep {
+    Make make;
+    std::string name;
+    std::string value;  // a file's bytes; a symbolic link's target as stored; a hard link's file
+};
+
+struct Row {
+    std::string name;
+    std::string input;  // where the document lies in the row's folder
+    std::vector<Prep> prep;
+    Action act;
+    int expected;
+    // Names that must appear; "name/" lets anything appear at or below name.
+    std::vector<std::string> appear;
+    Write_Fault fault = Write_Fault::none;
+    uint64_t fault_at = 0;
+    bool needs_file_size_limit = false;
+};
+
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << row.name;
+}
+
+// Every entry below `root`, links not followed: its kind and contents.
+std::map<std::string, std::string> snapshot(const fs::path& root) {
+    std::map<std::string, std::string> out;
+    for (const fs::directory_entry& e : fs::recursive_directory_iterator(root)) {
+        const std::string name = e.path().lexically_relative(root).generic_string();
+        if (e.is_symlink()) {
+            out[name] = "link to " + fs::read_symlink(e.path()).generic_string();
+        } else if (e.is_directory()) {
+            out[name] = "folder";
+        } else {
+            out[name] = "file " + test::read_file(e.path());
+        }
+    }
+    return out;
+}
+
+bool may_appear(const std::string& name, const std::vector<std::string>& appear) {
+    for (const std::string& a : appear) {
+        if (a == name) return true;
+        if (a.back() == '/' && (name + "/").compare(0, a.size(), a) == 0) return true;
+    }
+    return false;
+}
+
+// Links, earlier files and folders; false with a reason when the platform cannot make one.
+bool prepare(const Scene& s, const std::vector<Prep>& prep, std::string& why) {
+    for (const Prep& p : prep) {
+        const fs::path path = s.root / p.name;
+        std::error_code ec;
+        fs::create_directories(path.parent_path(), ec);
+        if (p.make == Make::file) test::write_file(path, p.value);
+        if (p.make == Make::folder) fs::create_directories(path, ec);
+        if (p.make == Make::symlink) fs::create_symlink(p.value, path, ec);
+        if (p.make == Make::hardlink) fs::create_hard_link(s.root / p.value, path, ec);
+        if (!ec && (p.make == Make::symlink ? fs::is_symlink(path) : fs::exists(path))) continue;
+        const char* kind = p.make == Make::symlink    ? "symbolic link "
+                           : p.make == Make::hardlink ? "hard link "
+                                                      : "";
+        why = "this platform cannot make the " + std::string(kind) + p.name + ": " + ec.message();
+        return false;
+    }
+    return true;
+}
+
+const std::string kSecret = "outside the output folder";
+
+// Codes: an export's folded result, the tool's exit status, 1/0 for a salvage call, the
+// builder's Write_Result (0 written, 1 is the input, 2 failed).
+const int kCfbOpenFailed = to_api_result_code(ec::kCfbOpenFailed);
+const int kWriteFailed = to_api_result_code(ec::kWriteFailed);
+const int kBuilt = static_cast<int>(Write_Result::written);
+const int kBuildFailed = static_cast<int>(Write_Result::failed);
+
+// 101 links where --extract would put WordDocument: the name and its first hundred suffixes.
+std::vector<Prep> links_for_every_suffix() {
+    std::vector<Prep> prep{{Make::file, "outside/secret", kSecret},
+                           {Make::symlink, "x/WordDocument", "../outside/secret"},
+                           {Make::file, "x/Data", "earlier"}};
+    for (int n = 2; n <= 101; ++n) {
+        prep.push_back({Make::symlink, "x/WordDocument~" + std::to_string(n), "../outside/secret"});
+    }
+    return prep;
+}
+
+std::vector<Row> rows() {
+    const Prep earlier_doc{Make::file, "out.doc", "earlier"};
+    const Prep earlier_cfb{Make::file, "out.cfb", "earlier"};
+    return {
+        // A repair onto its own input, by every name that reaches it.
+        {"ExportSameName", "a.doc", {}, export_repair("a.doc"), kCfbOpenFailed, {}},
+        {"ExportKindRenamesXlsBack", "a.doc", {}, export_repair("a.xls"), kCfbOpenFailed, {}},
+        {"ExportKindRenamesTmpBack", "a.doc", {}, export_repair("a.tmp"), kCfbOpenFailed, {}},
+        {"ExportThroughSymlink",
+         "a.doc",
+         {{Make::symlink, "l.doc", "a.doc"}},
+         export_repair("l.xls"),
+         kCfbOpenFailed,
+         {}},
+        {"ExportThroughHardLink",
+         "a.doc",
+         {{Make::hardlink, "h.doc", "a.doc"}},
+         export_repair("h.doc"),
+         kCfbOpenFailed,
+         {}},
+        {"AdvanceExportSameName", "a.doc", {}, export_repair("a.doc", "pw"), kCfbOpenFailed, {}},
+        {"ToolSameName", "a.doc", {}, tool({"repair", "IN", "IN"}), 2, {}},
+        {"ToolKindRenamesBack", "a.doc", {}, tool({"repair", "IN", "@a.xls"}), 2, {}},
+        {"ToolThroughSymlink",
+         "a.doc",
+         {{Make::symlink, "l.doc", "a.doc"}},
+         tool({"repair", "IN", "@l.doc"}),
+         2,
+         {}},
+        {"ToolThroughHardLink",
+         "a.doc",
+         {{Make::hardlink, "h.doc", "a.doc"}},
+         tool({"repair", "--password", "pw", "IN", "@h.tmp"}),
+         2,
+         {}},
+        // The salvage's outputs.
+        {"SalvageOutOntoInput", "a.doc", {}, tool({"salvage", "IN", "--out", "IN"}), 2, {}},
+        {"SalvageOutThroughSymlink",
+         "a.doc",
+         {{Make::symlink, "l.cfb", "a.doc"}},
+         tool({"salvage", "IN", "--out", "@l.cfb"}),
+         2,
+         {}},
+        {"ExtractBesideInputOfAStreamsName",
+         "WordDocument",
+         {},
+         tool({"salvage", "IN", "--extract", "@"}),
+         0,
+         {"WordDocument~2", "1Table", "Data", "ObjectPool/"}},
+        {"ExtractPastLinksAndFiles",
+         "a.doc",
+         links_for_every_suffix(),
+         tool({"salvage", "IN", "--extract", "@x"}),
+         0,
+         {"x/WordDocument~102", "x/Data~2", "x/1Table", "x/ObjectPool/"}},
+        {"ExtractPastALinkedStorage",
+         "a.doc",
+         {{Make::folder, "outside/pool", ""}, {Make::symlink, "x/ObjectPool", "../outside/pool"}},
+         salvage_call("x", true),
+         1,
+         {"x/"}},
+        // Writes failing at byte N: a full disk or a short write.
+        {"StagedRepairDiskFull",
+         "a.doc",
+         {earlier_doc},
+         staged_repair("out.doc"),
+         kWriteFailed,
+         {},
+         Write_Fault::disk_full,
+         1000},
+        {"StagedRepairShortWriteInHeader",
+         "a.doc",
+         {earlier_doc},
+         staged_repair("out.xls"),
+         kWriteFailed,
+         {},
+         Write_Fault::short_write,
+         100},
+        {"ExportRepairDiskFullKeepsGoing",
+         "a.doc",
+         {},
+         export_repair("out.doc"),
+         0,
+         {"out.doc"},
+         Write_Fault::disk_full,
+         4096},
+        {"AnalysisReleaseIgnoresFailedWrites",
+         "a.doc",
+         {},
+         export_analysis("an"),
+         0,
+         {"an/"},
+         Write_Fault::disk_full,
+         200},
+        {"SalvageOutShortWrite",
+         "a.doc",
+         {earlier_cfb},
+         salvage_call("out.cfb", false),
+         0,
+         {},
+         Write_Fault::short_write,
+         3000},
+        {"SalvageExtractDiskFull",
+         "a.doc",
+         {},
+         salvage_call("x", true),
+         0,
+         {"x", "x/Data", "x/1Table", "x/ObjectPool", "x/ObjectPool/Inner"},
+         Write_Fault::disk_full,
+         6000},
+        {"BuilderStagedDiskFull",
+         "a.doc",
+         {earlier_cfb},
+         builder_call("out.cfb", platform::Create_Mode::staged),
+         kBuildFailed,
+         {},
+         Write_Fault::disk_full,
+         1},
+        {"BuilderInPlaceShortWrite",
+         "a.doc",
+         {},
+         builder_call("b.cfb", platform::Create_Mode::replace),
+         kBuildFailed,
+         {"b.cfb"},
+         Write_Fault::short_write,
+         700},
+        {"BuilderWithoutFault",
+         "a.doc",
+         {earlier_cfb},
+         builder_call("n.cfb", platform::Create_Mode::staged),
+         kBuilt,
+         {"n.cfb"}},
+        // The tool as a process on a disk that fills up (a file size limit).
+        {"ToolRepairFileSizeLimit",
+         "a.doc",
+         {earlier_doc},
+         tool({"repair", "IN", "@out.doc"}, 16),
+         2,
+         {},
+         Write_Fault::none,
+         0,
+         true},
+        {"ToolSalvageOutFileSizeLimit",
+         "a.doc",
+         {earlier_cfb},
+         tool({"salvage", "IN", "--out", "@out.cfb"}, 8),
+         2,
+         {},
+         Write_Fault::none,
+         0,
+         true},
+        {"ToolBuildSampleFileSizeLimit",
+         "a.doc",
+         {},
+         tool({"build-sample", "@s"}, 8),
+         1,
+         {"s"},
+         Write_Fault::none,
+         0,
+         true},
+    };
+}
+
+class DataSafety : public ::testing::TestWithParam<Row> {};
+
+TEST_P(DataSafety, InputKeepsItsBytesAndNothingAppearsElsewhere) {
+    const Row& row = GetParam();
+    if (row.needs_file_size_limit && platform::kWindows) {
+        GTEST_SKIP() << "a file size limit for a child process is a POSIX shell feature";
+    }
+    test::Temp_Folder folder(row.name);
+    const Scene scene{folder.path(), folder.path() / row.input};
+    ASSERT_TRUE(test::write_bytes_to_file(platform::from_path(scene.input),
+                                          build_compound_file(sample_tree())));
+    std::string why;
+    if (!prepare(scene, row.prep, why)) GTEST_SKIP() << why;
+    const auto before = snapshot(scene.root);
+
+    platform::set_write_fault_for_tests(row.fault, row.fault_at);
+    const int result = row.act(scene);
+    platform::set_write_fault_for_tests(Write_Fault::none, 0);
+
+    EXPECT_EQ(result, row.expected);
+    const auto after = snapshot(scene.root);
+    for (const auto& [name, state] : before) {
+        const auto found = after.find(name);
+        EXPECT_TRUE(found != after.end() && found->second == state) << name << " changed";
+    }
+    for (const auto& entry : after) {
+        if (before.count(entry.first) == 0) {
+            EXPECT_TRUE(may_appear(entry.first, row.appear)) << entry.first << " appeared";
+        }
+    }
+    for (const std::string& name : row.appear) {
+        if (name.back() != '/') {
+            EXPECT_EQ(after.count(name), 1u) << name << " is missing";
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, DataSafety, ::testing::ValuesIn(rows()),
+                         [](const ::testing::TestParamInfo<Row>& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace vrk
