@@ -436,6 +436,7 @@ TEST_F(ToolTest, NamesThatAreNotUtf8) {
     EXPECT_EQ(tool({"map", odd, "--svg", odd + ".svg"}).status, 0);
     EXPECT_EQ(tool({"sectors", odd, odd + ".dump", "-n", "1"}).status, 0);
     EXPECT_EQ(tool({"analyze", odd, odd + ".analysis"}).status, 0);
+    EXPECT_EQ(tool({"repair", odd, odd + ".fixed.doc"}).status, 0);
     const std::vector<uint8_t> data = bytes_of(6000, 3);
     EXPECT_EQ(test::read_file(platform::to_path(platform::widen(odd + ".data"))),
               std::string(data.begin(), data.end()));
