@@ -113,15 +113,12 @@ Runner setup(CLI::App& app) {
     app.add_option("--svg", options->svg, "write the picture as SVG")->type_name("OUT");
     app.add_option("--html", options->html, "write a page holding the picture")->type_name("OUT");
     app.add_flag("--salvage", options->salvage,
-                 "colour stream data by the salvage's verdicts (recovered, partial, unverified) "
-                 "and show the chains no entry claims");
+                 "stream data by the salvage's verdicts, and the chains no entry claims");
     app.add_option("--from", options->from, "start at this sector (default: at the header)")
         ->type_name("SECTOR")
         ->each([options](const std::string&) { options->from_given = true; });
-    CLI::Option* count =
-        app.add_option("-n,--count", options->count, "cells to draw (default 65,536)")
-            ->type_name("N");
-    app.add_flag("--all", options->all, "draw every cell")->excludes(count);
+    app.add_option("-n,--count", options->count, "cells to draw (default 65,536)")->type_name("N");
+    app.add_flag("--all", options->all, "draw every cell (whatever --count says)");
     return [options](const Context&) { return run_map(*options); };
 }
 

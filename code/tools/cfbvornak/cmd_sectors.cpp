@@ -169,10 +169,9 @@ Runner setup(CLI::App& app) {
     app.add_option("--from", options->from, "start at this sector (default: at the header)")
         ->type_name("SECTOR")
         ->each([options](const std::string&) { options->from_given = true; });
-    CLI::Option* count =
-        app.add_option("-n,--count", options->count, "blocks to dump (default 4,096)")
-            ->type_name("N");
-    app.add_flag("--all", options->all, "dump every block from the start on")->excludes(count);
+    app.add_option("-n,--count", options->count, "blocks to dump (default 4,096)")->type_name("N");
+    app.add_flag("--all", options->all,
+                 "dump every block from the start on (whatever --count says)");
     return [options](const Context&) { return run_sectors(*options); };
 }
 
