@@ -48,21 +48,25 @@ struct Name_Widths {
     int offset = 6;
 };
 
+// `digits` padded with zeros on the left to `width` characters.
+std::string zero_padded(std::string digits, int width) {
+    if (digits.size() < static_cast<std::size_t>(width)) {
+        digits.insert(0, static_cast<std::size_t>(width) - digits.size(), '0');
+    }
+    return digits;
+}
+
 std::string hex_offset(uint64_t offset, int width) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "0x%0*llX", width,
-                  static_cast<unsigned long long>(offset));
-    return buffer;
+    char buffer[24];
+    std::snprintf(buffer, sizeof buffer, "%llX", static_cast<unsigned long long>(offset));
+    return "0x" + zero_padded(buffer, width);
 }
 
 // Block 0 is the header; block b >= 1 is sector b - 1 at offset b * 512.
 std::string block_file_name(uint64_t block, const Name_Widths& widths) {
     const std::string at = "_at_" + hex_offset(block * kBlock, widths.offset) + ".txt";
     if (block == 0) return "header" + at;
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, "sector_%0*llu", widths.sector,
-                  static_cast<unsigned long long>(block - 1));
-    return buffer + at;
+    return "sector_" + zero_padded(std::to_string(block - 1), widths.sector) + at;
 }
 
 // The dump of one block: a heading, then 16 bytes a line with the file offset, the bytes in
@@ -74,7 +78,7 @@ std::string block_text(uint64_t block, const uint8_t* bytes, std::size_t size,
         " at " + hex_offset(block * kBlock, widths.offset) + ", " + std::to_string(size) + " bytes";
     if (size < kBlock) text += " (the file ends inside this block)";
     text += "\n\n";
-    char buffer[16];
+    char buffer[8];
     for (std::size_t row = 0; row < size; row += 16) {
         text += hex_offset(block * kBlock + row, widths.offset) + "  ";
         std::string ascii;

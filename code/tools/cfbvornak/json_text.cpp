@@ -7,7 +7,7 @@ namespace vrk::cli {
 namespace {
 
 void append_escape(std::string& out, uint32_t unit) {
-    char buffer[8];
+    char buffer[16];
     std::snprintf(buffer, sizeof buffer, "\\u%04x", static_cast<unsigned>(unit));
     out += buffer;
 }

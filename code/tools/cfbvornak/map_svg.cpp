@@ -113,7 +113,7 @@ std::string owner_colour(int32_t owner) {
     } else {
         r = c, b = x;
     }
-    char buffer[8];
+    char buffer[32];
     std::snprintf(buffer, sizeof buffer, "#%02x%02x%02x", static_cast<unsigned>((r + m) * 255),
                   static_cast<unsigned>((g + m) * 255), static_cast<unsigned>((b + m) * 255));
     return buffer;

@@ -30,7 +30,7 @@ std::string narrow_of(const std::filesystem::path& path) {
 bool standard_output_failed = false;
 
 void append_hex_escape(std::string& out, const char* form, unsigned value) {
-    char buffer[12];
+    char buffer[16];
     std::snprintf(buffer, sizeof buffer, form, value);
     out += buffer;
 }

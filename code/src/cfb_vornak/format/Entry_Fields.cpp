@@ -39,7 +39,7 @@ Civil_Date civil_from_days(int64_t days) {
 }  // namespace
 
 std::string clsid_text(const std::array<uint8_t, 16>& clsid) {
-    char buffer[40];
+    char buffer[96];
     std::snprintf(buffer, sizeof buffer, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}",
                   static_cast<unsigned>(read_u32_le(clsid.data())),
                   static_cast<unsigned>(read_u16_le(clsid.data() + 4)),
@@ -67,7 +67,7 @@ bool filetime_text(const std::array<uint8_t, 8>& filetime, std::string& text) {
     const int64_t days = (since_1970 >= 0 ? since_1970 : since_1970 - 86399) / 86400;
     const auto in_day = static_cast<unsigned>(since_1970 - days * 86400);
     const Civil_Date date = civil_from_days(days);
-    char buffer[48];
+    char buffer[96];
     std::snprintf(buffer, sizeof buffer, "%04lld-%02u-%02uT%02u:%02u:%02u",
                   static_cast<long long>(date.year), date.month, date.day, in_day / 3600,
                   in_day / 60 % 60, in_day % 60);
