@@ -37,7 +37,7 @@ stdfs::path write_sample(const test::Temp_Folder& folder, const std::string& nam
     Cfb_Fs_Item_DirNode root;
     root.add_stream(u"WordDocument", test::random_bytes(6000, 1));
     root.add_stream(u"1Table", test::random_bytes(300, 2));
-    const stdfs::path path = folder / name;
+    stdfs::path path = folder / name;
     EXPECT_TRUE(test::write_bytes_to_file(platform::from_path(path), build_compound_file(root)));
     return path;
 }
@@ -119,7 +119,8 @@ TEST_F(ScratchSafetyTest, EmptyWorkFolderUsedByTwoThreadsAtOnce) {
     auto work = [&](int thread) {
         for (int round = 0; round < 5; ++round) {
             const std::string name = std::to_string(thread) + "_" + std::to_string(round);
-            const std::size_t at = static_cast<std::size_t>(thread * 10 + round * 2);
+            const std::size_t at =
+                10 * static_cast<std::size_t>(thread) + 2 * static_cast<std::size_t>(round);
             results[at] = VrkCfbAnalysis(arg(input).c_str(), arg(base / ("out" + name)).c_str());
             results[at + 1] =
                 VrkCfbGeneralRepair(arg(input).c_str(), arg(base / (name + ".doc")).c_str());
