@@ -27,9 +27,9 @@ std::wstring check_scratch_folder() {
 void check_file(const char* input_file) {
     CFB_LOG_INFO(std::string(input_file));
     const std::wstring input = platform::widen(input_file);
-    // Nothing is written into this folder: a current folder where it cannot be made (a
-    // service started in the root folder, a program in a read-only install folder) must not
-    // fail every check, so the failure is logged and the check goes on.
+    // Deliberately not a failure of the check: nothing is written into this folder, and a
+    // current folder where it cannot be made (a service started in the root folder, a program
+    // in a read-only install folder) must not fail every check. Logged, and the check goes on.
     try {
         fs::create_directories(check_scratch_folder());
     } catch (const std::exception& error) {
