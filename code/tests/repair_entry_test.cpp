@@ -237,7 +237,7 @@ TEST(RepairEntry, ASuccessfulRepairLeavesTheThreadsEarlierRecord) {
 }
 
 // The scratch folders then go into a private folder in the temporary folder (see
-// scratch_safety_test), never into a fixed path there.
+// data_safety_test), never into a fixed path there.
 TEST(RepairEntry, AnEmptyWorkFolderMeansAPrivateTemporaryFolder) {
     test::Temp_Folder folder("temp");
     ASSERT_EQ(VrkCfbInit("repair_logs", "repair_config", ""), 0);
