@@ -69,7 +69,6 @@ void BM_MemmemPass(benchmark::State& state) {
             ++hits;
             at = static_cast<const uint8_t*>(hit) + 1;
         }
-        vrk::platform::unmap_file(mapped);
         benchmark::DoNotOptimize(hits);
     }
     state.counters["occurrences"] = static_cast<double>(hits);

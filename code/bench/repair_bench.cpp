@@ -26,7 +26,7 @@
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/platform.h"
-#include "file_operation/Sector_Blocks.h"
+#include "file_operation/Input_Blocks.h"
 
 namespace {
 
@@ -115,8 +115,8 @@ void BM_Classification(benchmark::State& state) {
         const auto start = std::chrono::steady_clock::now();
         const std::clock_t cpu_start = std::clock();
         vrk::Cfb_File::check_cfb_core(file);
-        vrk::Sector_Values_Reader reader(file.door());
-        vrk::Sector_Blocks blocks(file.m_input.open_path_wstr, file.file_size);
+        vrk::Sector_Values_Reader reader(file.door().view());
+        vrk::Input_Blocks blocks(file.door().view());
         vrk::classify_sectors_by_markers(reader, file.max_sid, file.mini_sector_count,
                                          file.repair_sector_sets, &blocks);
         vrk::sort_out_candidate_sectors(reader,

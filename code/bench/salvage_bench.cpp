@@ -121,7 +121,6 @@ int64_t salvage_once(const stdfs::path& input, const stdfs::path& output, bool t
     const bool written =
         to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, false, error, &file)
                 : vrk::salvage_extract(mapped.data, mapped.size, result, out, false, error, &file);
-    vrk::platform::unmap_file(mapped);
     return written ? static_cast<int64_t>(result.count(vrk::Salvage_State::recovered)) : -1;
 }
 

@@ -261,23 +261,25 @@ TEST_P(Door_Modes, NullDestinationLogsOnceAndReturns) {
     EXPECT_EQ(count_of(log, "Line[ 718 ]"), 2u);
 }
 
-TEST_P(Door_Modes, OnlyTheMappedModeHandsOutItsBytes) {
+TEST_P(Door_Modes, OnlyTheMappedModeHasAnOpenView) {
     const std::vector<uint8_t> bytes = pattern(700);
-    File_Anywhere_Door door(write_file("fast.bin", bytes), GetParam().config);
-    const uint8_t* data = door.mapped_data();
+    File_Anywhere_Door door(write_file("view.bin", bytes), GetParam().config);
+    Input_View& view = door.view();
     if (GetParam().config.access_mode != 2) {
-        EXPECT_EQ(data, nullptr);
+        EXPECT_FALSE(view.is_open());
         return;
     }
-    ASSERT_NE(data, nullptr);
-    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), data));
+    ASSERT_TRUE(view.is_open());
+    EXPECT_EQ(view.size(), bytes.size());
+    EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), view.bytes(0, bytes.size())));
+    // The view fails as the door's configured read does.
     std::string expected;
     try {
-        door.get_no_mutex(700);
+        door.copy_data_to_mem(699, 2, std::vector<uint8_t>(2).data());
     } catch (const std::logic_error& error) {
         expected = error.what();
     }
-    expect_failure([&] { door.throw_out_of_range(700); }, expected);
+    expect_failure([&] { (void)view.bytes(699, 2); }, expected);
 }
 
 TEST_F(File_Layer, EmptyFileCannotBeMappedButReadsAsZerosOtherwise) {
@@ -315,14 +317,14 @@ TEST_F(File_Layer, UnknownModeIsSilentUntilTheFirstRead) {
     File_Anywhere_Door door(path, Door_Config{10, 32, 5, false});
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(door.state(), 1);
-    EXPECT_EQ(door.mapped_data(), nullptr);
+    EXPECT_FALSE(door.view().is_open());
 
     const std::string unit = "File_Anywhere_Door";
     expect_failure([&] { door.get_no_mutex(0); },
                    failure_text(683, "get_no_mutex", state_not_fine(unit, 0)));
     expect_failure([&] { door.get_with_mutex(7); },
                    failure_text(649, "get_with_mutex", state_not_fine(unit, 7)));
-    expect_failure([&] { door.throw_out_of_range(100); },
+    expect_failure([&] { door.view().fail_at(100); },
                    failure_text(683, "get_no_mutex", state_not_fine(unit, 100)));
     uint8_t byte = 0xEE;
     expect_failure([&] { door.copy_data_to_mem(3, 1, &byte); },

@@ -18,7 +18,8 @@
 #include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
-#include "file_operation/Sector_Blocks.h"
+#include "file_operation/Input_Blocks.h"
+#include "file_operation/Input_View.h"
 #include "support/cfb_patch.h"
 #include "support/repair_samples.h"
 #include "support/sample_shapes.h"
@@ -29,9 +30,12 @@ namespace {
 
 using test::Raw_Image;
 
-Sector_Values_Reader reader_of(const Raw_Image& image) {
-    return Sector_Values_Reader(image.bytes.data(), image.bytes.size());
-}
+// The image as the repair reads it: through a view of the bytes in memory.
+struct Image_Reader {
+    explicit Image_Reader(const Raw_Image& image) : view(image.bytes.data(), image.bytes.size()) {}
+    Input_View view;
+    Sector_Values_Reader reader{view};
+};
 
 using Sids = std::vector<sid_t>;
 
@@ -54,7 +58,8 @@ TEST(ClassifySectors, MarkersDecideBetweenSatAndCandidate) {
     // 6 is all FREESECT: a candidate with no ordinary value.
     image.set(7, 0, FATSECT);  // the sector max_sid is never looked at
 
-    auto reader = reader_of(image);
+    Image_Reader image_reader(image);
+    auto& reader = image_reader.reader;
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, image.max_sid(), 0, sets);
     EXPECT_EQ(sets.found_sat_sids.members(), (Sids{0}));
@@ -63,14 +68,15 @@ TEST(ClassifySectors, MarkersDecideBetweenSatAndCandidate) {
 }
 
 TEST(ClassifySectors, NoSectorIsReadWhenMaxSidIsZero) {
-    // A reader over nothing throws on any read.
-    Sector_Values_Reader reader(nullptr, 0);
+    // A view of nothing throws on any read.
+    Input_View nothing(nullptr, 0);
+    Sector_Values_Reader reader(nothing);
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, 0, 0, sets);
     EXPECT_TRUE(sets.candidate_sids.empty());
     EXPECT_TRUE(sets.found_sat_sids.empty());
     Sector_Values values{};
-    EXPECT_THROW(reader.read(0, values), std::out_of_range);
+    EXPECT_THROW(reader.read(0, values), std::logic_error);
 }
 
 TEST(ClassifySectors, RepeatsAreFoundWhereverTheyStand) {
@@ -86,7 +92,8 @@ TEST(ClassifySectors, RepeatsAreFoundWhereverTheyStand) {
         image.counting(1, 0);
         image.set(1, second_slot, 0);
         image.set(2, second_slot, FREESECT);
-        auto reader = reader_of(image);
+        Image_Reader image_reader(image);
+        auto& reader = image_reader.reader;
         Repair_Sector_Sets sets;
         classify_sectors_by_markers(reader, image.max_sid(), 1000, sets);
         EXPECT_TRUE(sets.found_sat_sids.empty());
@@ -113,7 +120,8 @@ TEST(SortOutCandidates, SectorsNamingOnlyCandidatesAreDisat) {
     image.set(7, 127, 200);
     image.counting(8, 10, 127);
     image.set(8, 127, 201);
-    auto reader = reader_of(image);
+    Image_Reader image_reader(image);
+    auto& reader = image_reader.reader;
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, image.max_sid(), 1000, sets);
     sort_out_candidate_sectors(reader, {}, sets);
@@ -126,7 +134,8 @@ TEST(SortOutCandidates, ValuesPastTheMiniRangeMakeSatSectors) {
     image.counting(1, 0, 10);  // largest 9: inside a range of 10 mini sectors
     image.counting(2, 1, 10);  // largest 10: past it
     image.set(3, 0, 25);       // past the file too: dropped
-    auto reader = reader_of(image);
+    Image_Reader image_reader(image);
+    auto& reader = image_reader.reader;
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, image.max_sid(), 10, sets);
     sort_out_candidate_sectors(reader, {}, sets);
@@ -145,7 +154,8 @@ TEST(SortOutCandidates, WithNoMiniSectorsEveryOrdinaryValueIsPastTheRange) {
     image.set(0, 1, 3);  // skipped
     image.set(1, 0, 0);
     image.set(2, 0, 1);
-    auto reader = reader_of(image);
+    Image_Reader image_reader(image);
+    auto& reader = image_reader.reader;
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, image.max_sid(), 0, sets);
     sort_out_candidate_sectors(reader, {}, sets);
@@ -159,7 +169,8 @@ TEST(SortOutCandidates, MiniSatQuotaFollowsTheMiniSectorCount) {
     for (const auto& [count, quota] : {std::pair<uint64_t, std::size_t>{4096 / 63, 1},
                                        std::pair<uint64_t, std::size_t>{8127 / 63, 2}}) {
         Raw_Image image(6);
-        auto reader = reader_of(image);
+        Image_Reader image_reader(image);
+        auto& reader = image_reader.reader;
         Repair_Sector_Sets sets;
         classify_sectors_by_markers(reader, image.max_sid(), count, sets);
         sort_out_candidate_sectors(reader, {}, sets);
@@ -178,7 +189,8 @@ TEST(SortOutCandidates, TheBestScoringSectorsAreMiniSat) {
     image.set(4, 2, ENDOFCHAIN);
     image.set(1, 0, 3);
     const std::vector<Expected_Mini_Chain> chains{{0, 2}, {2, 1}};
-    auto reader = reader_of(image);
+    Image_Reader image_reader(image);
+    auto& reader = image_reader.reader;
     Repair_Sector_Sets sets;
     classify_sectors_by_markers(reader, image.max_sid(), 10, sets);
     sort_out_candidate_sectors(reader, chains, sets);
@@ -400,15 +412,17 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
         const uint64_t counts[] = {0, 5, 100, 200, 300, 100000};
         const uint64_t mini_sector_count = counts[round % 6];
 
-        auto reader = reader_of(image);
+        Image_Reader image_reader(image);
+        auto& reader = image_reader.reader;
         Repair_Sector_Sets sets;
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, sets);
         // Stage 2 again through blocks read from a file: blocks that split sectors, and
-        // blocks too small for any sector (every read falls back to the reader).
+        // blocks too small for any sector (each read then fills one of its own).
         const std::filesystem::path path = folder / "image.bin";
         ASSERT_TRUE(test::write_bytes_to_file(platform::from_path(path), image.bytes));
-        Sector_Blocks blocks(platform::from_path(path), image.bytes.size(),
-                             round % 3 == 0 ? 300 : 700 + 512 * (round % 5));
+        Input_View file;
+        ASSERT_EQ(file.open(platform::from_path(path)), platform::Map_Step::ok);
+        Input_Blocks blocks(file, round % 3 == 0 ? 300 : 700 + 512 * (round % 5));
         Repair_Sector_Sets from_blocks;
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, from_blocks, &blocks);
         ASSERT_EQ(from_blocks.candidate_sids.members(), sets.candidate_sids.members()) << round;

@@ -1,7 +1,5 @@
 #include "file_operation/File_Anywhere_Door.h"
 
-#include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <limits>
 #include <system_error>
@@ -62,17 +60,17 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
             }
             break;
         case 2:
-            m_file_memory_map = std::make_unique<File_Memory_Map>(path);
-            if (m_file_memory_map->state() != 2 || m_file_memory_map->mapped_size() == 0) {
+            m_file_memory_map = std::make_unique<File_Memory_Map>(
+                path, m_use_mutex ? kWithMutexSite : kNoMutexSite);
+            if (m_file_memory_map->state() != 2) {
                 m_state = 1;
                 throw_door_failure(
                     "File_Anywhere_Door construct failed ! the m_file_memory_map init failed! \n",
                     599, 600, __func__);
             }
-            // Every in-range offset must lie inside the view, even if the file shrank between
-            // measuring and mapping.
-            m_file_size = std::min(m_file_size, m_file_memory_map->mapped_size());
-            m_mapped = m_file_memory_map->data();
+            // The view's size, fixed when it opened, bounds every read of this mode.
+            m_view = &m_file_memory_map->view();
+            m_file_size = m_view->size();
             break;
         default:
             m_state = 1;
@@ -86,10 +84,6 @@ uint8_t File_Anywhere_Door::get_no_mutex_checked(uint64_t offset) {
 }
 
 uint8_t File_Anywhere_Door::get_with_mutex_checked(uint64_t offset) {
-    // The mapped view never changes, so mode 2 needs no lock; it is range-checked all the same.
-    if (m_access_mode == 2) {
-        return read_checked(offset, kWithMutexSite);
-    }
     const std::lock_guard<std::mutex> lock(m_door_mutex);
     return read_checked(offset, kWithMutexSite);
 }
@@ -103,26 +97,15 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
         return;
     }
     const Read_Site& site = m_use_mutex ? kWithMutexSite : kNoMutexSite;
-    if (m_access_mode == 2) {
-        // The same bytes and the same failure as reading byte by byte: everything up to the end
-        // of the file is copied, then the first offset past the end fails.
-        const uint64_t in_file = offset < m_file_size ? std::min(length, m_file_size - offset) : 0;
-        if (in_file > 0) {
-            std::memcpy(destination, m_mapped + offset, in_file);
-        }
-        if (in_file < length) {
-            vrk::throw_out_of_range(offset + in_file, site);
-        }
+    if (m_view != nullptr) {
+        // The same bytes and the same failure as reading byte by byte: everything up to the
+        // first byte that cannot be read is copied, then that byte fails.
+        m_view->copy(offset, length, destination, site);
         return;
     }
     for (uint64_t i = 0; i < length; ++i) {
         destination[i] = m_use_mutex ? get_with_mutex(offset + i) : get_no_mutex(offset + i);
     }
-}
-
-void File_Anywhere_Door::throw_out_of_range(uint64_t offset) const {
-    check_readable(offset, kNoMutexSite);
-    vrk::throw_out_of_range(offset, kNoMutexSite);
 }
 
 void File_Anywhere_Door::check_readable(uint64_t offset, const Read_Site& site) const {
@@ -140,9 +123,6 @@ uint8_t File_Anywhere_Door::read_checked(uint64_t offset, const Read_Site& site)
             return m_file_block_cache->get_char_in_offset(offset);
         case 1:
             return read_stream_byte(offset);
-        case 2:
-            // In range: offset < file_size <= the mapped size (checked above and at mapping).
-            return m_mapped != nullptr ? m_mapped[offset] : 0;
         default:
             return 0;
     }

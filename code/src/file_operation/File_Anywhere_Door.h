@@ -1,6 +1,7 @@
 // Read-only random access to the input file: one byte or a run at any offset, through a block
-// cache (mode 0), a plain stream (mode 1) or a read-only memory map (mode 2). Every failure is
-// written to the private log and thrown as std::logic_error carrying "[file:line->func] msg\n".
+// cache (mode 0), a plain stream (mode 1) or the checked view of the whole file (mode 2: a
+// read-only map on Windows, positioned reads elsewhere; Input_View.h). Every failure is written to
+// the private log and thrown as std::logic_error carrying "[file:line->func] msg\n".
 #pragma once
 
 #include <cstdint>
@@ -33,17 +34,12 @@ class File_Anywhere_Door {
     // The byte at `offset`. A door not in state 2, or an offset past the end, is a failure
     // (a file of size 0 accepts every offset in modes 0 and 1 and reads 0).
     uint8_t get_no_mutex(uint64_t offset) {
-        // Mode 2 within the file: one compare and one load.
-        if (m_mapped != nullptr && offset < m_file_size) {
-            return m_mapped[offset];
-        }
+        if (m_view != nullptr) return *m_view->bytes(offset, 1, kNoMutexSite);
         return get_no_mutex_checked(offset);
     }
     // As get_no_mutex, with its own failure texts; modes 0 and 1 hold the door's mutex.
     uint8_t get_with_mutex(uint64_t offset) {
-        if (m_mapped != nullptr && offset < m_file_size) {
-            return m_mapped[offset];
-        }
+        if (m_view != nullptr) return *m_view->bytes(offset, 1, kWithMutexSite);
         return get_with_mutex_checked(offset);
     }
     // Byte-wise copy; a failure part-way leaves the bytes copied so far. Null destination logs.
@@ -55,12 +51,11 @@ class File_Anywhere_Door {
     bool uses_mutex() const { return m_use_mutex; }
     const std::wstring& path() const { return m_path_wstr; }
 
-    // Mode 2 fast path: the whole mapped file (file_size() bytes), or null in other modes.
-    // Readers that take it must apply the same range rules and failure texts as get_no_mutex
-    // (see throw_out_of_range).
-    const uint8_t* mapped_data() const { return m_mapped; }
-    // Throws exactly what get_no_mutex throws for an offset past the end.
-    [[noreturn]] void throw_out_of_range(uint64_t offset) const;
+    // The checked view of the input (mode 2), through which every reader of the compound-file
+    // model reads; it fails as get_no_mutex, or as get_with_mutex when the door uses its mutex.
+    // The other modes have no view: theirs is closed, and reads through it fail with the state
+    // failure.
+    Input_View& view() { return m_view != nullptr ? *m_view : m_no_view; }
 
   private:
     uint8_t get_no_mutex_checked(uint64_t offset);
@@ -79,8 +74,9 @@ class File_Anywhere_Door {
     std::wstring m_path_wstr;
     std::string m_path_str;
     uint64_t m_file_size = 0;
-    // The mapped bytes once a mode-2 door is fine; null otherwise.
-    const uint8_t* m_mapped = nullptr;
+    // The view once a mode-2 door is fine; null otherwise.
+    Input_View* m_view = nullptr;
+    Input_View m_no_view;
 };
 
 }  // namespace vrk

@@ -6,7 +6,7 @@
 
 namespace vrk {
 
-File_Memory_Map::File_Memory_Map(const std::wstring& path) {
+File_Memory_Map::File_Memory_Map(const std::wstring& path, const Read_Site& site) : m_view(site) {
     {
         std::ifstream stream(platform::to_path(path), std::ios::in | std::ios::binary);
         if (!stream.is_open()) {
@@ -22,7 +22,7 @@ File_Memory_Map::File_Memory_Map(const std::wstring& path) {
 
     // The texts name the step that failed and carry the C library's errno text, not the
     // platform's own error code.
-    switch (platform::map_file(path, m_mapped)) {
+    switch (m_view.open(path)) {
         case platform::Map_Step::ok:
             break;
         case platform::Map_Step::open_file:
@@ -44,7 +44,7 @@ File_Memory_Map::File_Memory_Map(const std::wstring& path) {
 }
 
 File_Memory_Map::~File_Memory_Map() {
-    if (m_mapped.data != nullptr && !platform::unmap_file(m_mapped)) {
+    if (!m_view.close()) {
         log_door_error(
             "~File_Memory_Map Error unmapping view of file:  [" + platform::errno_text() + "]\n",
             449);

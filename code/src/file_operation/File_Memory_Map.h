@@ -1,19 +1,20 @@
-// Mode 2 of the file door: a read-only memory-mapped view of a whole file. The view never
-// changes while the object lives, so reads through it need no lock.
+// Mode 2 of the file door: the checked view of the whole file (Input_View.h): a read-only map on
+// Windows, positioned reads into the view's own buffers elsewhere.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-#include "common/platform.h"
+#include "file_operation/Input_View.h"
 
 namespace vrk {
 
 class File_Memory_Map {
   public:
     // A file that does not open is a failure (thrown). A file that opens but cannot be mapped
-    // (a zero-length file among them) is logged and leaves state 1 without throwing.
-    explicit File_Memory_Map(const std::wstring& path);
+    // (a zero-length file among them) is logged and leaves state 1 without throwing. Reads
+    // through the view fail with the texts of `site`.
+    explicit File_Memory_Map(const std::wstring& path, const Read_Site& site = kNoMutexSite);
     ~File_Memory_Map();
     File_Memory_Map(const File_Memory_Map&) = delete;
     File_Memory_Map& operator=(const File_Memory_Map&) = delete;
@@ -21,14 +22,13 @@ class File_Memory_Map {
     int32_t state() const { return m_state; }
     // Size measured through a stream before mapping.
     uint64_t file_size() const { return m_file_size; }
-    // The mapped bytes and their count; null and 0 unless state is 2.
-    const uint8_t* data() const { return m_mapped.data; }
-    uint64_t mapped_size() const { return m_mapped.size; }
+    // The view; open only in state 2, its size fixed when it was opened.
+    Input_View& view() { return m_view; }
 
   private:
     int32_t m_state = 0;  // 0 constructing, 1 failed, 2 fine
     uint64_t m_file_size = 0;
-    platform::Mapped_File m_mapped;
+    Input_View m_view;
 };
 
 }  // namespace vrk

@@ -20,15 +20,20 @@ Input_View::Input_View(const uint8_t* data, uint64_t size, const Read_Site& site
 
 Input_View::~Input_View() = default;
 
-platform::Map_Step Input_View::open(const std::wstring& path) {
+bool Input_View::close() {
     m_open = false;
     m_size = 0;
     m_mapped = nullptr;
-    platform::unmap_file(m_map);
     for (Window& window : m_windows) {
         window.start = 0;
         window.filled = 0;
     }
+    m_file.close();
+    return platform::unmap_file(m_map);
+}
+
+platform::Map_Step Input_View::open(const std::wstring& path) {
+    (void)close();  // a view that was open is replaced; its unmapping cannot fail the open
     if (!m_file.open(path)) return platform::Map_Step::open_file;
     uint64_t size = 0;
     const bool sized = m_file.size(size);

@@ -36,6 +36,9 @@ class Input_View {
     // that is not a regular file) fails at create_mapping on every platform, as the Windows
     // mapping call refuses it.
     [[nodiscard]] platform::Map_Step open(const std::wstring& path);
+    // Closes the file (a view of memory forgets it); false, with errno set, when the map could
+    // not be unmapped. Reads then fail with the state failure.
+    [[nodiscard]] bool close();
 
     [[nodiscard]] bool is_open() const { return m_open; }
     // The file's size when it was opened; nothing at or past it is ever served.

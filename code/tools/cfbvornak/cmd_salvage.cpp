@@ -105,7 +105,6 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
             status = kExitUsage;
         }
     }
-    if (step == platform::Map_Step::ok) platform::unmap_file(mapped);
     return status;
 }
 

@@ -231,7 +231,7 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     if (plan.outcome == Stream_Runs::Outcome::read_past_end) {
         // Only a normal stream gets here (whole mini sectors bound the mini ids), when the
         // header's sector size is larger than the file's: the read through the door fails.
-        file.door().throw_out_of_range(plan.failing_offset);
+        file.door().view().fail_at(plan.failing_offset);
     }
     const std::vector<Byte_Run>& runs = plan.runs;
 

@@ -4,8 +4,8 @@
 //
 // The directory is not located through the header (which may be the damaged part): every
 // 128-byte slot of every whole sector is tested for a plausible directory entry instead.
-// The check's two whole-file passes (signature search and slot scan) run over a memory map;
-// the repair's slot scan reads the file in blocks (Sector_Blocks.h).
+// Every read goes through the checked input view: the check's one pass over the whole file
+// (signature search and slot test together) and the repair's slot scan read it in blocks.
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -20,7 +20,8 @@
 #include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
-#include "file_operation/Sector_Blocks.h"
+#include "file_operation/Input_Blocks.h"
+#include "file_operation/Input_View.h"
 
 namespace vrk {
 
@@ -164,8 +165,8 @@ void probe_log(const std::string& message, int line) {
     Cfb_Logger::write(message, kCfbFileSource, line, Cfb_Logger::kInfo);
 }
 
-// What one pass over the file found: the name, and (when asked for, and the file could be
-// mapped and has two sectors or more) the offsets of every plausible directory slot.
+// What one pass over the file found: the name, and (when asked for, and the file has two
+// sectors or more) the offsets of every plausible directory slot.
 struct Signature_Pass {
     bool opened = false;
     bool found = false;
@@ -174,55 +175,66 @@ struct Signature_Pass {
     std::vector<uint64_t> plausible_slots;
 };
 
-// Blocks small enough to stay in the core's cache between the name search and the slot test,
-// a multiple of the 128-byte slot size.
-constexpr std::size_t kPassBlock = std::size_t{64} << 10;
+// Pieces small enough to stay in the core's cache between the name search and the slot test,
+// a multiple of the 128-byte slot size and a divisor of the block size.
+constexpr std::size_t kPassPiece = std::size_t{64} << 10;
+static_assert(Input_Blocks::kBlockSize % kPassPiece == 0);
 
-void collect_plausible_slots(const uint8_t* data, uint64_t size, uint64_t from, uint64_t to,
+void collect_plausible_slots(const uint8_t* data, uint64_t from, uint64_t to, uint64_t file_size,
                              uint64_t max_sid, std::vector<uint64_t>& plausible) {
+    // `data` holds the bytes from `from` on, whole slots up to `to`.
     for (uint64_t offset = from; offset < to; offset += Directory_Entry::kSize) {
-        if (slot_plausible(data + offset, kMaxItems, size, max_sid)) plausible.push_back(offset);
+        if (slot_plausible(data + (offset - from), kMaxItems, file_size, max_sid)) {
+            plausible.push_back(offset);
+        }
     }
 }
 
-// Searches the whole file for the root entry name through a read-only map, and with
-// `collect_slots` does the slot scan's first half on the same bytes, so that a check reads
-// the file once. A file that cannot be mapped (a zero-length one, or one another process
-// holds without read sharing) is searched as a stream.
+// Searches the whole file for the root entry name through the checked view, and with
+// `collect_slots` does the slot scan's first half on the same bytes, so that a check reads the
+// file once. A file the view does not open (a zero-length one, or one another process holds
+// without read sharing) is searched as a stream.
 Signature_Pass signature_pass(const std::wstring& path, bool collect_slots) {
     Signature_Pass pass;
-    platform::Mapped_File mapped;
-    if (platform::map_file(path, mapped) != platform::Map_Step::ok) {
+    Input_View view;
+    if (view.open(path) != platform::Map_Step::ok) {
         std::ifstream in(platform::to_path(path), std::ios::binary);
         pass.opened = in.is_open();
         pass.found = pass.opened && stream_holds_root_entry_signature(in);
         return pass;
     }
     pass.opened = true;
-    pass.file_size = mapped.size;
-    const uint64_t size = mapped.size;
+    const uint64_t size = view.size();
+    pass.file_size = size;
     // Below 1024 bytes some slots of sector 0 run past the end; the door's scan handles them.
     pass.slots_collected = collect_slots && size >= 1024;
     const uint64_t max_sid = pass.slots_collected ? ((size - 512) >> 9) - 1 : 0;
     // Every slot of every whole sector: [512, (max_sid + 2) * 512).
     const uint64_t slots_end = pass.slots_collected ? (max_sid + 2) * 512 : 0;
     constexpr uint64_t lookahead = kRootEntrySignature.size() - 1;
-    for (uint64_t block = 0; block < size; block += kPassBlock) {
-        const uint64_t block_end = std::min<uint64_t>(block + kPassBlock, size);
-        if (!pass.found) {
-            // Every match starting in this block; it may end in the next one.
-            const uint64_t search_end = std::min<uint64_t>(block_end + lookahead, size);
-            pass.found = contains_root_entry_signature(
-                mapped.data + block, static_cast<std::size_t>(search_end - block));
-            if (pass.found && !pass.slots_collected) break;
-        }
-        const uint64_t from = std::max<uint64_t>(block, 512);
-        const uint64_t to = std::min(block_end, slots_end);
-        if (from < to) {
-            collect_plausible_slots(mapped.data, size, from, to, max_sid, pass.plausible_slots);
+    Input_Blocks blocks(view);
+    for (uint64_t block = 0; block < size; block += Input_Blocks::kBlockSize) {
+        const uint64_t block_end = std::min<uint64_t>(block + Input_Blocks::kBlockSize, size);
+        // The block and the few bytes a match starting in it may run into.
+        const uint64_t read_end = std::min<uint64_t>(block_end + lookahead, size);
+        const uint8_t* data = blocks.at(block, static_cast<std::size_t>(read_end - block));
+        for (uint64_t piece = block; piece < block_end; piece += kPassPiece) {
+            const uint64_t piece_end = std::min<uint64_t>(piece + kPassPiece, block_end);
+            if (!pass.found) {
+                // Every match starting in this piece; it may end in the next one.
+                const uint64_t search_end = std::min<uint64_t>(piece_end + lookahead, size);
+                pass.found = contains_root_entry_signature(
+                    data + (piece - block), static_cast<std::size_t>(search_end - piece));
+                if (pass.found && !pass.slots_collected) return pass;
+            }
+            const uint64_t from = std::max<uint64_t>(piece, 512);
+            const uint64_t to = std::min(piece_end, slots_end);
+            if (from < to) {
+                collect_plausible_slots(data + (from - block), from, to, size, max_sid,
+                                        pass.plausible_slots);
+            }
         }
     }
-    platform::unmap_file(mapped);
     return pass;
 }
 
@@ -240,28 +252,16 @@ bool report_signature(const Signature_Pass& pass) {
     return false;
 }
 
-// The reading of slot bytes for the scan: straight off the door's map, or copied through
-// the door when it has none. A byte past the end fails exactly as a byte-wise read would.
+// The slot bytes for the scan, through the door's checked view: a slot that runs past the end
+// of the file fails exactly as a byte-wise read would.
 class Slot_Reader {
   public:
-    explicit Slot_Reader(Cfb_File& file) : m_file(file), m_mapped(file.door().mapped_data()) {}
+    explicit Slot_Reader(Cfb_File& file) : m_view(file.door().view()) {}
 
-    const uint8_t* at(uint64_t offset) {
-        if (m_mapped == nullptr) {
-            m_file.door().copy_data_to_mem(offset, kSlotReadSize, m_copied.data());
-            return m_copied.data();
-        }
-        if (!range_inside(offset, kSlotReadSize, m_file.file_size)) {
-            m_file.door().throw_out_of_range(offset < m_file.file_size ? m_file.file_size : offset);
-        }
-        // The map is the whole file, read-only, and the range was checked just above.
-        return m_mapped + offset;
-    }
+    const uint8_t* at(uint64_t offset) { return m_view.bytes(offset, kSlotReadSize); }
 
   private:
-    Cfb_File& m_file;
-    const uint8_t* m_mapped;
-    std::array<uint8_t, kSlotReadSize> m_copied{};
+    Input_View& m_view;
 };
 
 // The scan's second half: from the plausible slots (ascending offsets) choose the root entry
@@ -316,7 +316,7 @@ Error_Code Cfb_File::get_cfb_file_damaged_type(const File_Description& input) {
     const Signature_Pass pass = signature_pass(input.open_path_wstr, true);
     if (!report_signature(pass)) return ec::kNotCfb;
     const auto file = std::make_unique<Cfb_File>(input);
-    // The pass saw the same file through another map; should the file have changed size in
+    // The pass saw the same file through a view of its own; should the file have changed size in
     // between, scan again through the door.
     if (!pass.slots_collected || pass.file_size != file->file_size) return check_cfb_core(*file);
     file->scanned_directory_layout.clear();
@@ -337,17 +337,14 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     // The first half keeps only the offsets of plausible slots: stream data is almost never
     // plausible, and a directory is small next to its file.
     std::vector<uint64_t> plausible;
-    Slot_Reader slots(*this);
-    Sector_Blocks blocks(m_input.open_path_wstr, file_size);
+    Input_Blocks blocks(door().view());
     // max_sid is derived from the file size, so this walks each whole sector once.
     for (uint64_t sector = 0; sector <= max_sid; ++sector) {
         for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
             const uint64_t offset =
                 sector0_offset +
                 uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
-            const uint8_t* bytes = blocks.at(offset, kSlotReadSize);
-            if (slot_plausible(bytes != nullptr ? bytes : slots.at(offset), max_items, file_size,
-                               max_sid)) {
+            if (slot_plausible(blocks.at(offset, kSlotReadSize), max_items, file_size, max_sid)) {
                 plausible.push_back(offset);
             }
         }

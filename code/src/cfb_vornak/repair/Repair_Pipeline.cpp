@@ -25,7 +25,7 @@
 #include "common/byte_order.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
-#include "file_operation/Sector_Blocks.h"
+#include "file_operation/Input_Blocks.h"
 
 namespace vrk {
 
@@ -117,9 +117,9 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     const Error_Code probe = check_cfb_core(*this);
     if (!probe_allows_repair(probe, force)) return probe;
 
-    Sector_Values_Reader reader(door());
+    Sector_Values_Reader reader(door().view());
     {
-        Sector_Blocks blocks(m_input.open_path_wstr, door().file_size());
+        Input_Blocks blocks(door().view());
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets,
                                     &blocks);
     }

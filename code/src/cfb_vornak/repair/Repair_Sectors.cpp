@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <stdexcept>
-#include <string>
 #include <utility>
 
 #include "cfb_vornak/model/Cfb_File.h"
 #include "common/byte_order.h"
-#include "file_operation/File_Anywhere_Door.h"
-#include "file_operation/Sector_Blocks.h"
+#include "file_operation/Input_Blocks.h"
+#include "file_operation/Input_View.h"
 
 namespace vrk {
 
@@ -165,30 +163,12 @@ uint64_t first_slot_key(uint32_t slot, uint32_t value) {
 
 }  // namespace
 
-Sector_Values_Reader::Sector_Values_Reader(File_Anywhere_Door& door)
-    : m_door(&door), m_data(door.mapped_data()), m_size(door.file_size()) {}
-
-Sector_Values_Reader::Sector_Values_Reader(const uint8_t* data, uint64_t size)
-    : m_data(data), m_size(size) {}
-
-const uint8_t* Sector_Values_Reader::bytes(sid_t sid,
-                                           std::array<uint8_t, kRepairSectorSize>& buffer) {
-    const uint64_t offset = Cfb_File::sector_offset(sid);
-    if (m_data != nullptr && range_inside(offset, kRepairSectorSize, m_size)) {
-        return m_data + offset;
-    }
-    if (m_door == nullptr) {
-        throw std::out_of_range("sector " + std::to_string(sid) + " at offset " +
-                                std::to_string(offset) + " lies past the end of the data");
-    }
-    // Unmapped door, or a read past the end: the door reads or throws its own failure.
-    m_door->copy_data_to_mem(offset, kRepairSectorSize, buffer.data());
-    return buffer.data();
+const uint8_t* Sector_Values_Reader::bytes(sid_t sid) {
+    return m_view.bytes(Cfb_File::sector_offset(sid), kRepairSectorSize);
 }
 
 void Sector_Values_Reader::read(sid_t sid, Sector_Values& values) {
-    std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
-    read_values(bytes(sid, buffer), values);
+    read_values(bytes(sid), values);
 }
 
 void Repair_Sector_Sets::reset(uint64_t sector_bound) {
@@ -203,7 +183,7 @@ void Repair_Sector_Sets::reset(uint64_t sector_bound) {
 
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
                                  uint64_t mini_sector_count, Repair_Sector_Sets& sets,
-                                 Sector_Blocks* blocks) {
+                                 Input_Blocks* blocks) {
     sets.reset(max_sid);
     sets.mini_sector_count = mini_sector_count;
     const uint64_t end = sets.bound;
@@ -211,13 +191,11 @@ void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
     const Sector_Summary summary(max_sid, mini_sector_count == 0 ? 0 : mini_sector_count - 1);
     Repeat_Finder repeats;
     Sector_Hashes hashes;
-    std::array<uint8_t, kRepairSectorSize> buffer;  // filled only on the door path
     for (uint64_t i = 0; i < end; ++i) {
         const auto sid = static_cast<sid_t>(i);
         const uint8_t* bytes = blocks != nullptr
                                    ? blocks->at(Cfb_File::sector_offset(sid), kRepairSectorSize)
-                                   : nullptr;
-        if (bytes == nullptr) bytes = reader.bytes(sid, buffer);
+                                   : reader.bytes(sid);
         const Sector_Facts facts = summary.summarize(bytes, hashes);
         // With a marker and a value past the file a sector goes nowhere, repeat or not.
         if (facts.table_marker && facts.past_the_file) continue;

@@ -25,8 +25,8 @@
 
 namespace vrk {
 
-class File_Anywhere_Door;
-class Sector_Blocks;
+class Input_Blocks;
+class Input_View;
 
 inline constexpr std::size_t kValuesPerSector = 128;
 using Sector_Values = std::array<uint32_t, kValuesPerSector>;
@@ -34,24 +34,18 @@ using Sector_Values = std::array<uint32_t, kValuesPerSector>;
 inline constexpr std::size_t kRepairSectorSize = 512;
 
 // Reads sector `sid` from (sid + 1) * 512, the offset computed in 32 bits like every table
-// read of this library. Straight from the mapped file when the door maps it, through the
-// door's reads otherwise; past the end both throw the door's failure.
+// read of this library, through the checked view: past the end it throws the view's failure.
 class Sector_Values_Reader {
   public:
-    explicit Sector_Values_Reader(File_Anywhere_Door& door);
-    // A file held in memory (`size` bytes at `data`); reads past its end throw
-    // std::out_of_range.
-    Sector_Values_Reader(const uint8_t* data, uint64_t size);
+    explicit Sector_Values_Reader(Input_View& view) : m_view(view) {}
 
-    // The sector's 512 bytes: inside the map, or copied into `buffer` through the door.
-    const uint8_t* bytes(sid_t sid, std::array<uint8_t, kRepairSectorSize>& buffer);
+    // The sector's 512 bytes, valid until the next read through the view.
+    const uint8_t* bytes(sid_t sid);
     // The sector as 128 little-endian values, in slot order.
     void read(sid_t sid, Sector_Values& values);
 
   private:
-    File_Anywhere_Door* m_door = nullptr;
-    const uint8_t* m_data = nullptr;
-    uint64_t m_size = 0;
+    Input_View& m_view;
 };
 
 struct Repair_Sector_Sets {
@@ -74,10 +68,10 @@ struct Repair_Sector_Sets {
 };
 
 // Stage 2: sectors 0 .. max_sid - 1 (the sector max_sid itself is never looked at), read once
-// each, in ascending order: from `blocks` where given and able, through `reader` otherwise.
+// each, in ascending order: from `blocks` where given, through `reader` otherwise.
 void classify_sectors_by_markers(Sector_Values_Reader& reader, uint64_t max_sid,
                                  uint64_t mini_sector_count, Repair_Sector_Sets& sets,
-                                 Sector_Blocks* blocks = nullptr);
+                                 Input_Blocks* blocks = nullptr);
 
 // The chain that a small stream starting at mini sector `start` would have if stored
 // contiguously: start, start + 1, ..., start + length - 1, ENDOFCHAIN.
