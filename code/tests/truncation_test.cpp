@@ -1,0 +1,130 @@
+// The input cut short while it is read: another thread of the host, or another process, shortens
+// the file at a random moment of a check, an analysis or a repair. The host never dies (no
+// SIGBUS): every call ends with one of its public results. Windows refuses to shorten a mapped
+// file, so there the cuts fail and the calls see the whole file.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/builder/Cfb_Fs_Item.h"
+#include "cfb_vornak/cfb_vornak_api.h"
+#include "common/error_store.h"
+#include "common/platform.h"
+#include "support/test_folders.h"
+
+namespace vrk {
+namespace {
+
+namespace stdfs = std::filesystem;
+
+// A word-processing document of about 12 MB with its tables and directory after the data, so
+// that every call reads far into the file before it is done.
+std::string sample_document() {
+    std::mt19937 random(5);
+    Cfb_Fs_Item_DirNode root;
+    const auto stream = [&](std::size_t size) {
+        std::vector<uint8_t> bytes(size);
+        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+        return bytes;
+    };
+    root.add_stream(u"WordDocument", stream(std::size_t{2} << 20));
+    root.add_stream(u"1Table", stream(3000));
+    for (char16_t i = 0; i < 20; ++i) {
+        root.add_stream(u"data" + std::u16string(1, u'A' + i),
+                        stream(i % 2 == 0 ? 1500 : std::size_t{1} << 20));
+    }
+    Builder_Options options;
+    options.tables_at_end = true;
+    const std::vector<uint8_t> bytes = build_compound_file(root, options);
+    return {bytes.begin(), bytes.end()};
+}
+
+bool is_public_result(int32_t result) {
+    return result == 0 || (result <= -3100 && result >= -3114);
+}
+
+class Truncation : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() { ASSERT_EQ(VrkCfbInit("logs", "config", "work"), 0); }
+
+    // Writes the whole document again, then runs `call` while `cut` shortens it to `length`
+    // after `delay`; gives the call's result.
+    template <typename Call>
+    int32_t race(const std::function<void(const stdfs::path&, uint64_t)>& cut,
+                 std::chrono::microseconds delay, uint64_t length, Call call) {
+        test::write_file(m_input, m_document);
+        std::thread cutter([&] {
+            std::this_thread::sleep_for(delay);
+            cut(m_input, length);
+        });
+        const int32_t result = call();
+        cutter.join();
+        return result;
+    }
+
+    const std::string m_document = sample_document();
+    test::Temp_Folder m_folder{"truncation"};
+    stdfs::path m_input = m_folder / "input.doc";
+};
+
+void cut_by_thread(const stdfs::path& file, uint64_t length) {
+    std::error_code refused;  // on Windows while the file is mapped
+    stdfs::resize_file(file, length, refused);
+}
+
+void cut_by_process(const stdfs::path& file, uint64_t length) {
+    const std::string command =
+        "truncate -s " + std::to_string(length) + " \"" + file.string() + "\"";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+}
+
+TEST_F(Truncation, CallsEndWithAResultWhenTheirInputIsCutShort) {
+    const std::string input = m_input.string();
+    const std::string output = (m_folder / "out").string();
+    const std::string repaired = (m_folder / "repaired").string();
+    // An export answers with the thread's last error record: each starts from a success.
+    const auto fresh = [] { VRK_PUSH_ERROR(ec::kSuccess); };
+    const std::function<int32_t()> calls[] = {
+        [&] { return fresh(), VrkCfbFileCheck(input.c_str()); },
+        [&] { return fresh(), VrkCfbAnalysis(input.c_str(), output.c_str()); },
+        [&] { return fresh(), VrkCfbGeneralRepair(input.c_str(), repaired.c_str()); },
+    };
+    const char* const names[] = {"check", "analysis", "repair"};
+    const uint64_t size = m_document.size();
+    const uint64_t lengths[] = {size / 2, size - 700, 1000, 0, size / 7};
+    std::mt19937 random(11);
+    for (std::size_t c = 0; c < std::size(calls); ++c) {
+        // The cuts land anywhere in the call's run on the whole file.
+        test::write_file(m_input, m_document);
+        const auto start = std::chrono::steady_clock::now();
+        const int32_t whole = calls[c]();
+        const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
+            std::chrono::steady_clock::now() - start);
+        ASSERT_EQ(whole, 0) << names[c];
+        for (int round = 0; round < 8; ++round) {
+            // A child process only where there is a shell with truncate to run.
+            const bool by_process = !platform::kWindows && round % 2 == 1;
+            const std::chrono::microseconds delay(random() % (took.count() + 1));
+            const uint64_t length = lengths[round % std::size(lengths)];
+            const int32_t result =
+                race(by_process ? cut_by_process : cut_by_thread, delay, length, calls[c]);
+            const std::string where = std::string(names[c]) + " round " + std::to_string(round) +
+                                      " cut to " + std::to_string(length) + " after " +
+                                      std::to_string(delay.count()) + " us";
+            EXPECT_TRUE(is_public_result(result)) << where << ": result " << result;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vrk
