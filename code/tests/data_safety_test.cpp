@@ -136,7 +136,7 @@ Action builder_call(const std::string& out, platform::Create_Mode mode) {
 // folder. `file_blocks`, when not 0, limits the size of any file the tool writes (POSIX
 // ulimit -f, in the shell's blocks) with the signal ignored, so that writes fail as on a full
 // disk. Gives the exit status.
-Action tool(std::vector<std::string> words, int file_blocks = 0) {
+Action tool(const std::vector<std::string>& words, int file_blocks = 0) {
     return [=](const Scene& s) {
         const fs::path here = fs::current_path();
         const fs::path binary =
