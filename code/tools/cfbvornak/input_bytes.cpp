@@ -1,5 +1,7 @@
 #include "input_bytes.h"
 
+#include <limits>
+
 #include "common/fs_utils.h"
 #include "tool_common.h"
 
@@ -9,7 +11,7 @@ bool Input_Bytes::open(const std::string& path, std::string& error) {
     error = input_problem(path);
     if (!error.empty()) return false;
     const std::wstring wide = platform::widen(path);
-    const platform::Map_Step step = platform::map_file(wide, m_mapped);
+    const platform::Map_Step step = m_view.open(wide);
     if (step != platform::Map_Step::ok) {
         error = platform::errno_text();
         // An empty file cannot be mapped, but it is an answer, not a failure.
@@ -19,8 +21,21 @@ bool Input_Bytes::open(const std::string& path, std::string& error) {
             return false;
         }
         error.clear();
+        return true;
     }
-    m_file.open(wide);
+    if (m_view.size() > std::numeric_limits<std::size_t>::max()) {
+        error = "the file is too large to be read into memory";
+        return false;
+    }
+    if (m_view.in_memory()) {
+        m_size = m_view.size();
+        m_data = m_view.bytes(0, static_cast<std::size_t>(m_size));
+        return true;
+    }
+    m_copy.resize(static_cast<std::size_t>(m_view.size()));
+    // A file cut short while it is read keeps the bytes it still gave.
+    m_size = m_view.read_up_to(0, m_copy.size(), m_copy.data());
+    m_data = m_copy.data();
     return true;
 }
 
