@@ -38,16 +38,23 @@ std::string arg(const fs::path& path) {
     return platform::narrow(platform::from_path(path));
 }
 
-// Runs the tool with `args`, the global folders given last (they go anywhere); `extra` is
-// appended to the shell line as it stands (a redirection, say).
-Tool_Run tool(const std::vector<std::string>& args, const std::string& extra = "") {
+// The shell line that runs the tool with `args`, the global folders given last (they go
+// anywhere).
+std::string tool_line(const std::vector<std::string>& args) {
     const fs::path here = fs::current_path();
     const fs::path bin = here / ".." / ".." / "bin";
     std::string line = quote(arg(bin / (platform::kWindows ? "cfbvornak.exe" : "cfbvornak")));
     for (const std::string& a : args) line += " " + quote(a);
     const fs::path state = here / "tool_state";
-    line += " --log-dir " + quote(arg(state / "logs")) + " --config-dir " +
-            quote(arg(state / "config")) + " --work-dir " + quote(arg(state / "work"));
+    return line + " --log-dir " + quote(arg(state / "logs")) + " --config-dir " +
+           quote(arg(state / "config")) + " --work-dir " + quote(arg(state / "work"));
+}
+
+// Runs the tool with `args`; `extra` is appended to the shell line as it stands (a
+// redirection, say).
+Tool_Run tool(const std::vector<std::string>& args, const std::string& extra = "") {
+    const fs::path here = fs::current_path();
+    std::string line = tool_line(args);
     const fs::path out = here / "tool_out.txt";
     const fs::path err = here / "tool_err.txt";
     line += " " + extra;
@@ -200,6 +207,17 @@ TEST_F(ToolTest, CommandsAnswerWithStatusAndText) {
          1,
          {"a.doc: SOUND", "b.doc: SOUND", "totals: 3 files: 2 sound, 1 damaged, 0 unreadable"},
          {}},
+        {"salvage batch",
+         {"salvage", "-r", "@batch"},
+         1,
+         {"a.doc: 6 streams: 6 recovered", "junk.txt: not a compound file",
+          "totals: 3 files: 1 recovered whole, 1 incomplete, 1 not compound files, 0 failed"},
+         {}},
+        {"salvage batch to one file",
+         {"salvage", "-r", "@batch", "--out", "@x.doc"},
+         2,
+         {},
+         {"--out"}},
         {"list",
          {"list", "@sound.doc"},
          0,
@@ -310,8 +328,16 @@ TEST_F(ToolTest, JsonLinesWithSummary) {
     EXPECT_TRUE(has(run.out, "\"summary\":{\"files\":3,\"sound\":2,\"damaged\":1,\"unreadable\":0"))
         << run.out;
     EXPECT_TRUE(has(run.out, "\"readable_streams\":5,\"readable\":false")) << run.out;
-    // Progress goes to a terminal only.
+    // Progress goes to a terminal only (script(1) gives the tool one).
     EXPECT_FALSE(has(run.err, "files/s")) << run.err;
+    if (!platform::kWindows && fs::exists("/usr/bin/script")) {
+        const fs::path typed = fs::current_path() / "tty.txt";
+        const std::string line = "/usr/bin/script -qec " +
+                                 quote(tool_line({"check", "-r", file("batch")})) +
+                                 " /dev/null > " + quote(arg(typed));
+        EXPECT_EQ(std::system(line.c_str()) >> 8, 1);
+        EXPECT_TRUE(has(test::read_file(typed), "files/s")) << test::read_file(typed);
+    }
     if (have_python()) {
         EXPECT_EQ(python("import json,sys\n"
                          "for l in open(sys.argv[1]): json.loads(l)\nprint('ok')",
@@ -323,6 +349,38 @@ TEST_F(ToolTest, JsonLinesWithSummary) {
     EXPECT_TRUE(has(list.out, "\"name\":\"\\u0005SummaryInformation\"")) << list.out;
     EXPECT_TRUE(has(list.out, "\"path\":\"ObjectPool/a\\\\x2fb\\\\\\\\c\",\"name\":\"a/b\\\\c\""))
         << list.out;
+}
+
+// salvage -r: each file's tree under DIR/PATH, one JSON object per file and a summary object.
+TEST_F(ToolTest, SalvageBatchExtractsEachTree) {
+    const Tool_Run run =
+        tool({"salvage", "--json", "-r", file("batch"), "--extract", file("trees"), "-j", "2"});
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_EQ(count_of(run.out, "\n"), 4u) << run.out;
+    EXPECT_TRUE(has(run.out,
+                    "{\"summary\":{\"files\":3,\"recovered\":1,\"incomplete\":1,"
+                    "\"not_compound\":1,\"failed\":0}}"))
+        << run.out;
+    const std::vector<uint8_t> data = bytes_of(6000, 3);
+    EXPECT_EQ(test::read_file(path("trees") / "a.doc" / "Data"),
+              std::string(data.begin(), data.end()));
+    EXPECT_TRUE(fs::exists(path("trees") / "sub" / "b.doc" / "Data"));
+    EXPECT_FALSE(fs::exists(path("trees") / "sub" / "junk.txt"));
+    if (have_python()) {
+        EXPECT_EQ(python("import json,sys\n"
+                         "print(sum('report' in json.loads(l) for l in open(sys.argv[1])))",
+                         {arg(fs::current_path() / "tool_out.txt")}),
+                  "3\n");
+    }
+    // A link below DIR on the way to a file's folder is refused, not followed.
+    if (!platform::kWindows) {
+        fs::create_directories(path("linked") / "elsewhere");
+        fs::create_directory_symlink(path("linked") / "elsewhere", path("linked") / "sub");
+        const Tool_Run linked = tool({"salvage", "-r", file("batch"), "--extract", file("linked")});
+        EXPECT_EQ(linked.status, 2);
+        EXPECT_TRUE(has(linked.err, "sub is a link")) << linked.err;
+        EXPECT_TRUE(fs::is_empty(path("linked") / "elsewhere"));
+    }
 }
 
 // Counts the cells of each role in an SVG map (python's XML parser natively, a text scan
@@ -403,22 +461,39 @@ TEST_F(ToolTest, SectorsNamesSortAndMatchTheirOffsets) {
     const Tool_Run header =
         tool({"sectors", file("sound.doc"), file("dump2"), "--from", "0", "-n", "1"});
     EXPECT_TRUE(has(header.out, "dumped 1 of ")) << header.out;
-    EXPECT_TRUE(has(test::read_file(path("dump") / "header_at_0x000000.txt"),
-                    "0x000000  D0 CF 11 E0 A1 B1 1A E1  00 00"));
+    EXPECT_TRUE(
+        has(test::read_file(path("dump") / "header_at_0x000000.txt"),
+            "0x000010  00 00 00 00 00 00 00 00  3E 00 03 00 FE FF 09 00  |........>.......|"));
     EXPECT_TRUE(fs::exists(path("dump2") / "sector_000000_at_0x000200.txt"));
 }
 
-// Output nobody can write to is an error, not a verdict; so is an input that is no file.
-TEST_F(ToolTest, FailedStandardOutputIsAnError) {
-    if (platform::kWindows || !fs::exists("/dev/full")) GTEST_SKIP() << "needs /dev/full";
-    const Tool_Run run = tool({"check", file("sound.doc")}, "> /dev/full");
-    EXPECT_EQ(run.status, 2);
-    EXPECT_TRUE(has(run.err, "cannot write to standard output")) << run.err;
-    const Tool_Run cat = tool({"cat", file("sound.doc"), "WordDocument"}, "> /dev/full");
-    EXPECT_EQ(cat.status, 2);
-    const Tool_Run device = tool({"list", "/dev/null"});
-    EXPECT_EQ(device.status, 2);
-    EXPECT_TRUE(has(device.err, "/dev/null: not a regular file")) << device.err;
+// An input that is no readable file, and output nobody can write to, are errors in every
+// command (exit 2, the path and the reason), not verdicts.
+TEST_F(ToolTest, InputAndOutputErrorsInEveryCommand) {
+    std::vector<std::pair<std::string, std::string>> inputs = {{file("missing.doc"), ": "},
+                                                               {file("batch"), ": is a folder"}};
+    if (!platform::kWindows) inputs.emplace_back("/dev/null", ": not a regular file");
+    const bool full = !platform::kWindows && fs::exists("/dev/full");
+    for (std::vector<std::string> args :
+         std::vector<std::vector<std::string>>{{"check", ""},
+                                               {"list", ""},
+                                               {"cat", "", "Data"},
+                                               {"map", "", "--svg", file("e.svg")},
+                                               {"sectors", "", file("e_dump")},
+                                               {"analyze", "", file("e_analysis")},
+                                               {"repair", "", file("e.doc")},
+                                               {"salvage", ""}}) {
+        for (const auto& [input, reason] : inputs) {
+            args[1] = input;
+            const Tool_Run run = tool(args);
+            EXPECT_EQ(run.status, 2) << args[0] << " " << input;
+            EXPECT_TRUE(has(run.err, input + reason)) << args[0] << ": " << run.err;
+        }
+        args[1] = file("sound.doc");
+        const Tool_Run run = full ? tool(args, "> /dev/full") : Tool_Run{2, "", "standard output"};
+        EXPECT_EQ(run.status, 2) << args[0];
+        EXPECT_TRUE(has(run.err, "standard output")) << args[0] << ": " << run.err;
+    }
 }
 
 // On POSIX a name is bytes: a file whose name is not UTF-8 works in every command, and JSON
@@ -429,6 +504,9 @@ TEST_F(ToolTest, NamesThatAreNotUtf8) {
     const std::string sound = test::read_file(path("sound.doc"));
     test::write_file(platform::to_path(platform::widen(odd)), sound);
     EXPECT_EQ(tool({"check", "-r", file("odd")}).status, 0);
+    EXPECT_TRUE(
+        has(tool({"salvage", "--json", "-r", file("odd")}).out, "odd/\\udcff\\udcfe.doc\""));
+    EXPECT_EQ(tool({"salvage", odd, "--extract", odd + ".tree"}).status, 0);
     EXPECT_EQ(tool({"check", odd}).status, 0);
     EXPECT_TRUE(has(tool({"check", "--json", odd}).out, "odd/\\udcff\\udcfe.doc\""));
     EXPECT_EQ(tool({"list", odd}).status, 0);
@@ -463,16 +541,11 @@ TEST_F(ToolTest, AnalyzeNamesStreamsCutBySectorLimit) {
 TEST_F(ToolTest, ParallelRecipeOnThisMachine) {
     if (platform::kWindows || !fs::exists("/usr/bin/parallel"))
         GTEST_SKIP() << "needs GNU parallel";
-    const fs::path bin = fs::current_path() / ".." / ".." / "bin" / "cfbvornak";
     const fs::path merged = path("merged.jsonl");
-    const std::string line =
-        "cd " + quote(file("batch")) +
-        " && find . -type f | /usr/bin/parallel --will-cite "
-        "--sshlogin : -X -j 2 " +
-        quote(arg(bin)) + " --work-dir " + quote(arg(fs::current_path() / "tool_state" / "work")) +
-        " --log-dir " + quote(arg(fs::current_path() / "tool_state" / "logs")) + " --config-dir " +
-        quote(arg(fs::current_path() / "tool_state" / "config")) + " check --json > " +
-        quote(arg(merged));
+    const std::string line = "cd " + quote(file("batch")) +
+                             " && find . -type f | /usr/bin/parallel --will-cite --sshlogin : -X "
+                             "-j 2 " +
+                             tool_line({"check", "--json"}) + " > " + quote(arg(merged));
     EXPECT_NE(std::system(line.c_str()), 0);  // one file is not a compound file
     const std::string lines = test::read_file(merged);
     EXPECT_EQ(count_of(lines, "\"file\":"), 3u) << lines;

@@ -5,10 +5,12 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
 #include <thread>
 
+#include "common/platform.h"
 #include "tool_common.h"
 
 namespace vrk::cli {
@@ -65,13 +67,19 @@ Batch_Inputs collect_inputs(const std::vector<std::string>& given, bool recursiv
     Batch_Inputs inputs;
     for (const std::string& name : given) {
         const std::string path = user_path(name);
+        const std::filesystem::path native = platform::to_path(platform::widen(path));
         if (!is_folder(path)) {
             inputs.files.push_back(path);
+            inputs.relative.push_back(platform::narrow(platform::from_path(native.filename())));
         } else if (!recursive) {
             inputs.problems.push_back(name + ": is a folder (use --recursive)");
         } else {
-            const std::vector<std::string> below = files_below(path, inputs.problems);
-            inputs.files.insert(inputs.files.end(), below.begin(), below.end());
+            for (std::string& file : files_below(path, inputs.problems)) {
+                const std::filesystem::path below =
+                    platform::to_path(platform::widen(file)).lexically_relative(native);
+                inputs.relative.push_back(platform::narrow(platform::from_path(below)));
+                inputs.files.push_back(std::move(file));
+            }
         }
     }
     return inputs;
@@ -79,7 +87,7 @@ Batch_Inputs collect_inputs(const std::vector<std::string>& given, bool recursiv
 
 std::vector<std::size_t> run_batch(const std::vector<std::string>& files, unsigned jobs,
                                    bool progress, std::size_t categories,
-                                   const std::function<Batch_Item(const std::string&)>& work) {
+                                   const std::function<Batch_Item(std::size_t)>& work) {
     std::vector<std::size_t> counts(categories, 0);
     if (jobs == 0) jobs = std::max(1u, std::thread::hardware_concurrency());
     jobs =
@@ -93,7 +101,7 @@ std::vector<std::size_t> run_batch(const std::vector<std::string>& files, unsign
         for (std::size_t i = next++; i < files.size(); i = next++) {
             Batch_Item item;
             try {
-                item = work(files[i]);
+                item = work(i);
             } catch (const std::exception& failure) {
                 item.err = "cfbvornak: " + files[i] + ": " + failure.what() + "\n";
                 item.category = static_cast<int>(categories) - 1;

@@ -38,8 +38,8 @@ struct Command {
     std::function<Runner(CLI::App& app)> setup;
 };
 
-// A command that parses its own arguments (everything after its name) and prints its own help;
-// the global options go before its name.
+// A command that parses its own arguments (everything after its name but the global options)
+// and prints its own help.
 struct Own_Parsing_Command {
     const char* name;
     const char* summary;

@@ -113,9 +113,9 @@ int run_check(const Context& context, const Options& options) {
     std::mutex per_type_mutex;
     const bool progress = options.recursive && standard_error_is_terminal();
     const std::vector<std::size_t> counts =
-        run_batch(inputs.files, options.jobs, progress, kCategories, [&](const std::string& path) {
+        run_batch(inputs.files, options.jobs, progress, kCategories, [&](std::size_t i) {
             int32_t damage_type = -1;
-            Batch_Item item = report(context, options, path, damage_type);
+            Batch_Item item = report(context, options, inputs.files[i], damage_type);
             if (item.category != kUnreadable) {
                 const std::lock_guard<std::mutex> lock(per_type_mutex);
                 ++per_type[damage_type];

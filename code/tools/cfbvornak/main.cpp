@@ -164,41 +164,45 @@ int with_library(const Context& context, const std::function<int()>& work) {
     return status;
 }
 
-// A command that parses its own arguments, named after the global options (which then must
-// come first): found before the parser sees the line. False when the line names none.
+// A command that parses its own arguments: found before the parser sees the line, as the first
+// word that is not a global option (those go anywhere before "--"). False when the line names
+// none.
 bool run_own_parsing(int argc, char** argv, Context& context, int& status) {
-    std::vector<std::string> args(argv + 1, argv + argc);
-    std::size_t next = 0;
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    std::vector<std::string> rest;  // the line without the global options
     std::string lang;
-    for (; next < args.size(); ++next) {
-        const std::string& arg = args[next];
+    bool options_done = false;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
         const std::string name = arg.substr(0, arg.find('='));
-        std::string* slot = name == "--log-dir"      ? &context.log_dir
+        std::string* slot = options_done             ? nullptr
+                            : name == "--log-dir"    ? &context.log_dir
                             : name == "--config-dir" ? &context.config_dir
                             : name == "--work-dir"   ? &context.work_dir
                             : name == "--lang"       ? &lang
                                                      : nullptr;
-        if (slot == nullptr) break;
-        if (name.size() < arg.size()) {
+        options_done = options_done || arg == "--";
+        if (slot == nullptr) {
+            rest.push_back(arg);
+        } else if (name.size() < arg.size()) {
             *slot = arg.substr(name.size() + 1);
-        } else if (next + 1 < args.size()) {
-            *slot = args[++next];
+        } else if (i + 1 < args.size()) {
+            *slot = args[++i];
         } else {
             return false;
         }
     }
-    if (next == args.size()) return false;
+    if (rest.empty()) return false;
     const auto& commands = own_parsing_registry();
     const auto command =
         std::find_if(commands.begin(), commands.end(),
-                     [&](const Own_Parsing_Command& c) { return args[next] == c.name; });
+                     [&](const Own_Parsing_Command& c) { return rest.front() == c.name; });
     if (command == commands.end()) return false;
     if (!lang.empty()) context.english_only = lang == "en";
     for (std::string* folder : {&context.log_dir, &context.config_dir, &context.work_dir}) {
         *folder = user_path(*folder);
     }
-    const std::vector<std::string> command_args(
-        args.begin() + static_cast<std::ptrdiff_t>(next) + 1, args.end());
+    const std::vector<std::string> command_args(rest.begin() + 1, rest.end());
     // Help needs no library and must not create its folders.
     status = wants_help(command_args)
                  ? command->run(context, command_args)
