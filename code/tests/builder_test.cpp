@@ -245,9 +245,13 @@ void check_shape(const test::Sample_Shape& shape) {
         claim_chain(expected, *chain);
     }
     for (const auto& place : layout.streams) {
-        if (place.in_mini) continue;
-        for (const sid_t sid : place.chain) claim(sid, 0);
-        claim_chain(expected, place.chain);
+        if (place.in_mini || place.chain.empty()) continue;
+        // Slack runs on from the chain's last sector.
+        std::vector<sid_t> chain = place.chain;
+        for (uint32_t k = 1; k <= layout.slack_sectors; ++k)
+            chain.push_back(place.chain.back() + k);
+        for (const sid_t sid : chain) claim(sid, 0);
+        claim_chain(expected, chain);
     }
     EXPECT_EQ(sat, expected);
     EXPECT_EQ(Reader::walk(sat, reader.u32(off::kFirstDirSid)), layout.directory_sids);
@@ -264,7 +268,8 @@ void check_shape(const test::Sample_Shape& shape) {
     }
     EXPECT_EQ(minisat, expected_mini);
     EXPECT_EQ(layout.minisat_sids.size(), ceil_div(mini_sectors, ss / 4));
-    EXPECT_EQ(layout.container_sids.size(), ceil_div(mini_sectors * 64, ss));
+    EXPECT_EQ(layout.container_sids.size(),
+              ceil_div(mini_sectors * 64, ss) + (mini_sectors > 0 ? layout.slack_sectors : 0));
 
     // Directory.
     const uint32_t slots = static_cast<uint32_t>(layout.directory_sids.size() * (ss / 128));

@@ -131,6 +131,14 @@ const std::vector<std::pair<std::string, Recipe>>& recipes() {
         every.tables_at_end = true;
         every.sat_in_last_sector = true;
         r.push_back({"all_options", {mixed_tree, every}});
+        Builder_Options slack;
+        slack.slack_sectors = 3;
+        r.push_back({"slack_chains", {mixed_tree, slack}});
+        Builder_Options older;
+        Cfb_Fs_Item_DirNode earlier;
+        stream_sizes_tree(earlier);
+        older.older_save = build_compound_file(earlier);
+        r.push_back({"older_save", {nested_tree, older}});
         return r;
     }();
     return all;

@@ -39,10 +39,11 @@ struct Flat_Entry {
     sid_t start = ENDOFCHAIN;
     uint32_t size = 0;
     bool in_mini = false;
+    bool orphan = false;  // no link from the root reaches it
 };
 
 // The contiguous runs of the file, in file order.
-enum class Region { sat, disat, minisat, directory, container, streams, padding };
+enum class Region { older, sat, disat, minisat, directory, container, streams, padding };
 
 struct Plan {
     uint32_t sector_size = 512;
@@ -53,12 +54,15 @@ struct Plan {
     uint32_t sat_sectors = 0;
     uint32_t disat_sectors = 0;
     uint32_t padding_sectors = 0;
+    uint32_t older_sectors = 0;
     std::vector<Region> order;
     // First sector id of each region, indexed by Region.
-    sid_t first[7] = {};
+    sid_t first[8] = {};
 
     uint32_t count(Region r) const {
         switch (r) {
+            case Region::older:
+                return older_sectors;
             case Region::sat:
                 return sat_sectors;
             case Region::disat:
@@ -78,7 +82,7 @@ struct Plan {
     }
     uint64_t total() const {
         return uint64_t{sat_sectors} + disat_sectors + minisat_sectors + directory_sectors +
-               container_sectors + stream_sectors + padding_sectors;
+               container_sectors + stream_sectors + padding_sectors + older_sectors;
     }
     sid_t start(Region r) const { return first[static_cast<int>(r)]; }
 };
@@ -160,8 +164,22 @@ class Builder {
             throw std::invalid_argument("build_compound_file: major version must be 3 or 4");
         }
         m_plan.sector_size = options.major_version == 4 ? 4096 : 512;
+        const std::size_t older = options.older_save.size();
+        if (older != 0 && (older % m_plan.sector_size != 0 || older < 2 * m_plan.sector_size)) {
+            throw std::invalid_argument(
+                "build_compound_file: an older save must be whole sectors after its header");
+        }
+        m_plan.older_sectors =
+            older == 0 ? 0 : static_cast<uint32_t>(older / m_plan.sector_size - 1);
         flatten(root);
         place_mini_streams();
+        if (options.bad_record != Bad_Record::none) {
+            for (uint32_t did = 1; did < m_entries.size() && m_bad_record == NOSTREAM; ++did) {
+                if (m_entries[did].type == kTypeStream &&
+                    m_entries[did].path == m_entries[did].name)
+                    m_bad_record = did;
+            }
+        }
         plan_sectors();
         place_sectors();
         fill_tables();
@@ -173,7 +191,8 @@ class Builder {
 
   private:
     void flatten(const Cfb_Fs_Item_DirNode& root);
-    uint32_t add_children(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix);
+    uint32_t add_children(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix,
+                          const Flat_Entry* orphan_parent = nullptr);
     void place_mini_streams();
     void plan_sectors();
     bool passes_header_checks() const;
@@ -211,6 +230,7 @@ class Builder {
     std::vector<uint32_t> m_sat;
     std::vector<uint32_t> m_disat;  // the DISAT sectors' entries, next-sector links included
     std::vector<sid_t> m_header_disat;
+    uint32_t m_bad_record = NOSTREAM;  // the entry written with a broken name
 };
 
 void Builder::flatten(const Cfb_Fs_Item_DirNode& root) {
@@ -225,8 +245,10 @@ void Builder::flatten(const Cfb_Fs_Item_DirNode& root) {
 }
 
 // Gives the children of `storage` consecutive entries in name order, links them, then descends
-// into the child storages. Returns the id of the children's tree root.
-uint32_t Builder::add_children(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix) {
+// into the child storages. Returns the id of the children's tree root. `orphan_parent` is set
+// below a storage that no link reaches.
+uint32_t Builder::add_children(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix,
+                               const Flat_Entry* orphan_parent) {
     std::vector<const Cfb_Fs_Item_AbstractNode*> kids;
     kids.reserve(storage.children.size());
     for (const auto& child : storage.children) {
@@ -247,13 +269,19 @@ uint32_t Builder::add_children(const Cfb_Fs_Item_DirNode& storage, const std::u1
                 "the same name");
         }
     }
+    // The root's last children may be left out of its tree (orphans): they keep their records.
+    const std::size_t orphans = prefix.empty() && orphan_parent == nullptr
+                                    ? std::min<std::size_t>(m_options.orphans, kids.size())
+                                    : 0;
     std::vector<uint32_t> sorted;
     sorted.reserve(kids.size());
-    for (const auto* kid : kids) {
+    for (std::size_t k = 0; k < kids.size(); ++k) {
+        const auto* kid = kids[k];
         Flat_Entry entry;
         entry.node = kid;
         entry.name = kid->name;
         entry.path = prefix + kid->name;
+        entry.orphan = orphan_parent != nullptr || k + orphans >= kids.size();
         if (kid->is_dir()) {
             entry.type = kTypeStorage;
             entry.start = 0;
@@ -271,12 +299,15 @@ uint32_t Builder::add_children(const Cfb_Fs_Item_DirNode& storage, const std::u1
         m_entries.push_back(std::move(entry));
         m_links.emplace_back();
     }
-    const uint32_t tree_root = link_siblings(m_links, sorted, m_options.sibling_chain);
+    const std::vector<uint32_t> linked(sorted.begin(),
+                                       sorted.end() - static_cast<std::ptrdiff_t>(orphans));
+    const uint32_t tree_root = link_siblings(m_links, linked, m_options.sibling_chain);
     for (const uint32_t did : sorted) {
         if (m_entries[did].type != kTypeStorage) continue;
         const auto& sub = static_cast<const Cfb_Fs_Item_DirNode&>(*m_entries[did].node);
         const std::u16string sub_prefix = m_entries[did].path + u"/";
-        const uint32_t child = add_children(sub, sub_prefix);
+        const uint32_t child =
+            add_children(sub, sub_prefix, m_entries[did].orphan ? &m_entries[did] : nullptr);
         m_entries[did].child = child;
     }
     return tree_root;
@@ -325,9 +356,11 @@ void Builder::plan_sectors() {
         static_cast<uint32_t>(ceil_div(m_entries.size(), ss / kDirEntrySize));
     m_plan.container_sectors =
         static_cast<uint32_t>(ceil_div(uint64_t{m_mini_sectors} * kMiniSectorSize, ss));
+    if (m_plan.container_sectors > 0) m_plan.container_sectors += m_options.slack_sectors;
     uint64_t stream_sectors = 0;
     for (const Flat_Entry& e : m_entries) {
-        if (e.type == kTypeStream && !e.in_mini) stream_sectors += ceil_div(e.size, ss);
+        if (e.type == kTypeStream && !e.in_mini && e.size > 0)
+            stream_sectors += ceil_div(e.size, ss) + m_options.slack_sectors;
     }
     if (stream_sectors > MAXREGSECT / 2) {
         throw std::invalid_argument("build_compound_file: the streams need too many sectors");
@@ -335,6 +368,7 @@ void Builder::plan_sectors() {
     m_plan.stream_sectors = static_cast<uint32_t>(stream_sectors);
 
     const bool sat_last = m_options.sat_in_last_sector;
+    m_plan.order.clear();
     if (m_options.tables_at_end) {
         m_plan.order = {Region::container, Region::streams, Region::directory, Region::minisat};
         if (sat_last) {
@@ -349,6 +383,7 @@ void Builder::plan_sectors() {
         m_plan.order = {Region::sat,       Region::disat,   Region::minisat, Region::directory,
                         Region::container, Region::streams, Region::padding};
     }
+    m_plan.order.insert(m_plan.order.begin(), Region::older);
 
     // Few padding sectors are ever needed (tiny files only); the bound keeps the search finite.
     constexpr uint32_t kMaxPadding = 64;
@@ -362,7 +397,8 @@ void Builder::plan_sectors() {
                         ? ceil_div(sat - Cfb_Header::kHeaderDisatCount, per_sector - 1)
                         : 0;
             const uint64_t data = uint64_t{m_plan.minisat_sectors} + m_plan.directory_sectors +
-                                  m_plan.container_sectors + m_plan.stream_sectors + pad;
+                                  m_plan.container_sectors + m_plan.stream_sectors + pad +
+                                  m_plan.older_sectors;
             const uint64_t need = ceil_div(data + sat + disat, per_sector);
             if (need <= sat) break;
             sat = need;
@@ -384,7 +420,8 @@ void Builder::place_sectors() {
     for (Flat_Entry& e : m_entries) {
         if (e.type != kTypeStream || e.in_mini || e.size == 0) continue;
         e.start = next;
-        next += static_cast<uint32_t>(ceil_div(e.size, m_plan.sector_size));
+        next +=
+            static_cast<uint32_t>(ceil_div(e.size, m_plan.sector_size)) + m_options.slack_sectors;
     }
     Flat_Entry& root = m_entries[0];
     root.size = m_mini_sectors * kMiniSectorSize;
@@ -409,7 +446,8 @@ void Builder::fill_tables() {
     chain(m_plan.start(Region::container), m_plan.container_sectors);
     for (const Flat_Entry& e : m_entries) {
         if (e.type == kTypeStream && !e.in_mini && e.size > 0) {
-            chain(e.start, static_cast<uint32_t>(ceil_div(e.size, m_plan.sector_size)));
+            chain(e.start, static_cast<uint32_t>(ceil_div(e.size, m_plan.sector_size)) +
+                               m_options.slack_sectors);
         }
     }
 
@@ -482,6 +520,11 @@ void Builder::emit_directory(Sink& sink) const {
             write_u16_le(p + 2 * i, static_cast<uint16_t>(e.name[i]));
         }
         write_u16_le(p + 64, static_cast<uint16_t>((e.name.size() + 1) * 2));
+        if (slot == m_bad_record && m_options.bad_record == Bad_Record::name_length) {
+            write_u16_le(p + 64, 80);
+        } else if (slot == m_bad_record && m_options.bad_record == Bad_Record::nul_in_name) {
+            write_u16_le(p + 2, 0);
+        }
         p[66] = e.type;
         p[67] = e.type == kTypeRoot ? 1 : links.color;
         write_u32_le(p + 68, e.type == kTypeRoot ? NOSTREAM : links.left);
@@ -514,7 +557,8 @@ void Builder::emit_streams(Sink& sink) const {
     for (const Flat_Entry& e : m_entries) {
         if (e.type != kTypeStream || e.in_mini || e.size == 0) continue;
         emit_data(sink, e);
-        const uint64_t padded = ceil_div(e.size, m_plan.sector_size) * m_plan.sector_size;
+        const uint64_t padded =
+            (ceil_div(e.size, m_plan.sector_size) + m_options.slack_sectors) * m_plan.sector_size;
         sink.write_zeros(static_cast<std::size_t>(padded - e.size));
     }
 }
@@ -523,6 +567,12 @@ void Builder::emit(Sink& sink) const {
     emit_header(sink);
     for (const Region r : m_plan.order) {
         switch (r) {
+            case Region::older:
+                if (m_plan.older_sectors > 0) {
+                    sink.write(m_options.older_save.data() + m_plan.sector_size,
+                               uint64_t{m_plan.older_sectors} * m_plan.sector_size);
+                }
+                break;
             case Region::sat:
                 emit_table(sink, m_sat, m_plan.sat_sectors);
                 break;
@@ -561,6 +611,8 @@ void Builder::describe(Build_Layout& layout) const {
     layout.minisat_sids = run(m_plan.start(Region::minisat), m_plan.minisat_sectors);
     layout.directory_sids = run(m_plan.start(Region::directory), m_plan.directory_sectors);
     layout.container_sids = run(m_plan.start(Region::container), m_plan.container_sectors);
+    layout.older_save_sids = run(m_plan.start(Region::older), m_plan.older_sectors);
+    layout.slack_sectors = m_options.slack_sectors;
     for (uint32_t did = 0; did < m_entries.size(); ++did) {
         const Flat_Entry& e = m_entries[did];
         if (e.type == kTypeStorage) layout.storages.push_back(e.path);
@@ -569,6 +621,8 @@ void Builder::describe(Build_Layout& layout) const {
         place.path = e.path;
         place.did = did;
         place.in_mini = e.in_mini;
+        place.orphan = e.orphan;
+        place.bad_name = did == m_bad_record;
         place.size = e.size;
         if (e.size > 0) {
             const uint64_t unit = e.in_mini ? kMiniSectorSize : m_plan.sector_size;

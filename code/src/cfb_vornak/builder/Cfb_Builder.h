@@ -5,8 +5,9 @@
 // and every count and first-sector field is below the highest whole sector id
 // (((file size - 512) >> 9) - 1), so a default-built file checks as sound. Free padding sectors
 // (FREESECT in the SAT) are added at the end where needed; an empty root still makes a file of
-// three sectors. Sector order: SAT, DISAT, MiniSAT, directory, short-stream container, then each
-// large stream; every table and stream is one contiguous run of sectors, chained in the SAT.
+// three sectors. Sector order: an older save (when asked), SAT, DISAT, MiniSAT, directory,
+// short-stream container, then each large stream; every table and stream is one contiguous run
+// of sectors, chained in the SAT.
 // Streams under the mini stream cutoff (4096) live in 64-byte mini sectors inside the root's
 // short-stream container; empty streams start at ENDOFCHAIN; DISAT sectors appear once the SAT
 // needs more than 109 sectors; the directory's sibling links form a valid red-black tree unless
@@ -30,12 +31,34 @@
 
 namespace vrk {
 
+// A directory record written with a broken name, as some writers leave them.
+enum class Bad_Record {
+    none,
+    name_length,  // the name's length field says 80 bytes
+    nul_in_name,  // a NUL unit inside the name, the length field unchanged
+};
+
 struct Builder_Options {
     uint16_t major_version = 3;  // 3: 512-byte sectors; 4: 4096-byte sectors
     uint16_t minor_version = 0x003E;
     bool sibling_chain = false;       // each storage's children as one long right-sibling chain
     bool tables_at_end = false;       // directory, MiniSAT, SAT and DISAT after the stream data
     bool sat_in_last_sector = false;  // a SAT sector is the file's last sector (fails the checks)
+
+    // Layouts that real writers leave behind (outside readers list the same streams, but for
+    // orphans, which no link reaches, and a bad record, whose name they read otherwise):
+    // each big stream's chain and the short-stream container run on for this many zeroed
+    // sectors past what their size needs (the root's size stays the mini streams' own).
+    uint32_t slack_sectors = 0;
+    // The root's last children in name order are left out of its sibling tree: their records
+    // and their data stay, but no link reaches them.
+    uint32_t orphans = 0;
+    // The root's first stream child in name order gets a broken name.
+    Bad_Record bad_record = Bad_Record::none;
+    // An older save of the file (the bytes of a compound file with the same sector size), kept
+    // right after the header: its SAT, directory and data in sectors the live SAT marks free,
+    // as writers that save again leave them.
+    std::vector<uint8_t> older_save;
 };
 
 // Where the builder put everything, so tests can damage exactly one structure.
@@ -45,12 +68,16 @@ struct Build_Layout {
     std::vector<sid_t> disat_sids;
     std::vector<sid_t> minisat_sids;
     std::vector<sid_t> directory_sids;
-    std::vector<sid_t> container_sids;  // the root's short-stream container chain
+    std::vector<sid_t> container_sids;   // the root's short-stream container chain
+    std::vector<sid_t> older_save_sids;  // the older save's sectors, all free in the live SAT
+    uint32_t slack_sectors = 0;  // sectors each big stream's chain runs on for (see the options)
     struct Stream_Place {
         std::u16string path;  // names from the root joined by '/'
         uint32_t did = 0;
         bool in_mini = false;
-        std::vector<sid_t> chain;  // sector or mini sector ids
+        bool orphan = false;       // no link from the root reaches it
+        bool bad_name = false;     // its record carries the broken name
+        std::vector<sid_t> chain;  // sector or mini sector ids the size needs
         uint32_t size = 0;
     };
     std::vector<Stream_Place> streams;
