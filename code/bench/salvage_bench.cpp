@@ -119,8 +119,8 @@ int64_t salvage_once(const stdfs::path& input, const stdfs::path& output, bool t
     std::string error;
     const std::wstring out = vrk::platform::from_path(output);
     const bool written =
-        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, false, error, &file)
-                : vrk::salvage_extract(mapped.data, mapped.size, result, out, false, error, &file);
+        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, {}, error, &file)
+                : vrk::salvage_extract(mapped.data, mapped.size, result, out, {}, error, &file);
     return written ? static_cast<int64_t>(result.count(vrk::Salvage_State::recovered)) : -1;
 }
 

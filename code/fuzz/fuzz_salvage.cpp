@@ -26,7 +26,10 @@ const stdfs::path& scratch() {
 
 // Every stream of the rebuilt file must come back whole, with the bytes it was built from.
 void check_rebuilt(const uint8_t* data, std::size_t size, const vrk::Salvage_Result& result) {
-    const auto tree = vrk::salvage_tree(data, size, result, true);
+    vrk::Salvage_Keep keep;
+    keep.partial = true;
+    keep.inferred = true;
+    const auto tree = vrk::salvage_tree(data, size, result, keep);
     std::map<std::u16string, std::vector<uint8_t>> expected;
     std::vector<std::pair<const vrk::Cfb_Fs_Item_DirNode*, std::u16string>> todo{{tree.get(), u""}};
     // Each storage is visited once; the tree is finite.
@@ -68,7 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     stdfs::remove_all(scratch(), ec);
     const stdfs::path out = scratch() / "out";
     std::string error;
-    if (vrk::salvage_extract(data, size, result, vrk::platform::from_path(out), true, error)) {
+    vrk::Salvage_Keep keep;
+    keep.partial = true;
+    keep.inferred = true;
+    if (vrk::salvage_extract(data, size, result, vrk::platform::from_path(out), keep, error)) {
         for (stdfs::recursive_directory_iterator it(scratch(), ec), end; !ec && it != end;
              it.increment(ec)) {
             const stdfs::path rel = it->path().lexically_relative(out);

@@ -107,9 +107,9 @@ Action salvage_call(const std::string& target, bool extract) {
         const Salvage_Result result = salvage_bytes(mapped.data, mapped.size, false, reader);
         std::string error;
         const bool ok = extract
-                            ? salvage_extract(mapped.data, mapped.size, result, s.at(target), false,
+                            ? salvage_extract(mapped.data, mapped.size, result, s.at(target), {},
                                               error, reader)
-                            : salvage_write(mapped.data, mapped.size, result, s.at(target), false,
+                            : salvage_write(mapped.data, mapped.size, result, s.at(target), {},
                                             error, reader, platform::Create_Mode::staged);
         (void)platform::unmap_file(mapped);  // a test's map: nothing to report
         return ok ? 1 : 0;

@@ -82,7 +82,7 @@ void print_text(const std::string& shown, const Salvage_Result& result) {
     const std::size_t streams = result.stream_count();
     std::cout << shown << ": " << counted(streams, "stream", "streams") << ", "
               << counted(result.entries.size() - streams - 1, "storage", "storages") << "; "
-              << result.sector_size << "-byte sectors, layout from " << result.layout << "\n";
+              << result.sector_size << "-byte sectors, layout from " << result.layout() << "\n";
     constexpr std::size_t kColumns = 9;
     const std::array<bool, kColumns> right = {false, true,  true,  false, false,
                                               false, false, false, false};
@@ -142,7 +142,7 @@ void print_json(const std::string& shown, const Salvage_Result& result) {
                      .text("file", shown)
                      .boolean("compound_file", result.is_compound_file)
                      .unsigned_number("sector_size", result.sector_size)
-                     .text("layout", result.layout)
+                     .text("layout", result.layout())
                      .raw("entries", json_array(entries))
                      .str()
               << '\n';

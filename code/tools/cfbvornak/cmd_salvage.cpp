@@ -23,6 +23,7 @@ namespace {
 
 constexpr const char* kBatchHelp =
     "\nMany files: cfbvornak salvage -r IN... [--extract DIR] [-j N] [--json] [--keep-partial]\n"
+    "           [--keep-inferred]\n"
     "  -r, --recursive  also salvage every file below each folder IN\n"
     "  -j, --jobs N     worker threads (0: one per processor; default 1)\n"
     "One line per file (with --json one object per file, its report under \"report\"), then the\n"
@@ -38,7 +39,7 @@ enum Batch_Category { kWhole, kIncomplete, kNotCompound, kFailed, kBatchCategori
 
 struct Batch_Options {
     bool json = false;
-    bool keep_partial = false;
+    Salvage_Keep keep;
     std::string extract;  // the tree's root folder; empty: nothing written
 };
 
@@ -100,14 +101,14 @@ Batch_Item salvage_in_batch(const Batch_Options& options, const std::string& inp
     for (const std::string& line : result.log) {
         Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
     }
-    item.category = !result.is_compound_file                                          ? kNotCompound
-                    : result.count(Salvage_State::recovered) == result.stream_count() ? kWhole
-                                                                                      : kIncomplete;
+    item.category = !result.is_compound_file ? kNotCompound
+                    : result.complete()      ? kWhole
+                                             : kIncomplete;
     std::string folder;
     if (result.is_compound_file && !options.extract.empty()) {
         folder = batch_folder(options.extract, relative, error);
         if (folder.empty() || !salvage_extract(data, size, result, platform::widen(folder),
-                                               options.keep_partial, error, reader)) {
+                                               options.keep, error, reader)) {
             item.category = kFailed;
             item.err = "cfbvornak: " + input + ": " + error + "\n";
             folder.clear();
@@ -177,25 +178,23 @@ bool read_jobs(const Parsed_Args& parsed, unsigned& jobs) {
 
 constexpr const char* kHelp =
     "usage: cfbvornak salvage IN [--out FILE] [--extract DIR] [--keep-partial] "
-    "[--json]\n"
-    "\nRecovers the directory tree and the streams of a damaged compound file. "
-    "The layout\n"
-    "(sector size, SAT, directory, MiniSAT) is rebuilt from the header and "
-    "from the sectors'\n"
-    "contents, and every stream is reported as recovered (every sector came "
-    "through a verified\n"
-    "chain), partial (which bytes are missing) or lost.\n"
-    "\n  --out FILE      write a fresh version-3 compound file of the "
-    "recovered tree\n"
-    "  --extract DIR   write the recovered tree as folders and files, with the "
-    "chains no entry\n"
-    "                  claims under DIR/lost\n"
-    "  --keep-partial  also write the verified part of streams that did not "
-    "come back whole\n"
-    "  --json          the report as one JSON object\n"
-    "\nExit status: 0 every stream recovered, 1 some or all not (or not a "
-    "compound file),\n"
-    "2 usage or environment error.\n";
+    "[--keep-inferred] [--json]\n"
+    "\nRecovers the directory tree and the streams of a damaged compound file. The layout\n"
+    "(sector size, SAT, directory, MiniSAT) is rebuilt from the header and from the sectors'\n"
+    "contents, and every stream is reported as recovered (every sector came through a\n"
+    "verified chain), partial (which bytes are missing), ambiguous (candidate layouts that\n"
+    "the evidence cannot tell apart give other bytes), inferred (links lost with their SAT\n"
+    "sector rebuilt as runs; likely, not verified) or lost. Entries no link from the root\n"
+    "reaches are kept under \"orphans\".\n"
+    "\n  --out FILE       write a fresh version-3 compound file of the recovered tree\n"
+    "  --extract DIR    write the recovered tree as folders and files, with the chains no\n"
+    "                   entry claims under DIR/lost\n"
+    "  --keep-partial   also write the verified part of partial streams, and every candidate\n"
+    "                   of an ambiguous one as NAME#1, NAME#2, ...\n"
+    "  --keep-inferred  also write inferred streams\n"
+    "  --json           the report as one JSON object\n"
+    "\nExit status: 0 every stream record the file holds recovered, 1 some or all not (or\n"
+    "not a compound file), 2 usage or environment error.\n";
 
 int run_salvage(const Context&, const std::vector<std::string>& args) {
     if (wants_help(args)) {
@@ -205,27 +204,30 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     Parsed_Args parsed;
     std::string error;
     unsigned jobs = 1;
-    if (!parse_args(args, {"--json", "--keep-partial", "-r", "--recursive"},
+    if (!parse_args(args, {"--json", "--keep-partial", "--keep-inferred", "-r", "--recursive"},
                     {"--out", "--extract", "-j", "--jobs"}, parsed, error) ||
         parsed.positional.empty() || !read_jobs(parsed, jobs)) {
         print_error(error.empty() ? "salvage needs an input file and -j a count" : error);
         std::cerr << kHelp;
         return kExitUsage;
     }
+    Salvage_Keep keep;
+    keep.partial = parsed.flags.count("--keep-partial") != 0;
+    keep.inferred = parsed.flags.count("--keep-inferred") != 0;
     const bool recursive = parsed.flags.count("-r") + parsed.flags.count("--recursive") != 0;
     if (recursive || parsed.positional.size() > 1) {
         if (parsed.options.count("--out") != 0) {
             print_error("--out writes one file: salvage a single input with it");
             return kExitUsage;
         }
-        const Batch_Options batch{
-            parsed.flags.count("--json") != 0, parsed.flags.count("--keep-partial") != 0,
-            parsed.options.count("--extract") != 0 ? user_path(parsed.options["--extract"])
-                                                   : std::string()};
+        Batch_Options batch;
+        batch.json = parsed.flags.count("--json") != 0;
+        batch.keep = keep;
+        if (parsed.options.count("--extract") != 0)
+            batch.extract = user_path(parsed.options["--extract"]);
         return run_batch_salvage(parsed.positional, recursive, jobs, batch);
     }
     const bool json = parsed.flags.count("--json") != 0;
-    const bool keep_partial = parsed.flags.count("--keep-partial") != 0;
     const std::string input = user_path(parsed.positional[0]);
 
     const std::string problem = input_problem(input);
@@ -257,14 +259,10 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     }
     std::cout << (json ? salvage_report_json(result) : salvage_report_text(result));
 
-    int status =
-        result.is_compound_file && result.count(Salvage_State::recovered) == result.stream_count()
-            ? kExitOk
-            : kExitPartial;
+    int status = result.complete() ? kExitOk : kExitPartial;
     if (result.is_compound_file && parsed.options.count("--extract") != 0) {
         const std::string folder = user_path(parsed.options["--extract"]);
-        if (!salvage_extract(data, size, result, platform::widen(folder), keep_partial, error,
-                             reader)) {
+        if (!salvage_extract(data, size, result, platform::widen(folder), keep, error, reader)) {
             print_error(error);
             status = kExitUsage;
         }
@@ -276,9 +274,8 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
         if (reader == nullptr) {
             error = "the input cannot be opened to compare it with the output";
         }
-        if (reader == nullptr ||
-            !salvage_write(data, size, result, platform::widen(out), keep_partial, error, reader,
-                           platform::Create_Mode::staged)) {
+        if (reader == nullptr || !salvage_write(data, size, result, platform::widen(out), keep,
+                                                error, reader, platform::Create_Mode::staged)) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }

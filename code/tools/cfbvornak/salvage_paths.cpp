@@ -98,16 +98,6 @@ bool find_entry(const Salvage_Result& result, const std::vector<std::u16string>&
     return true;
 }
 
-const char* state_text(Salvage_State state) {
-    switch (state) {
-        case Salvage_State::recovered:
-            return "recovered";
-        case Salvage_State::partial:
-            return "partial";
-        case Salvage_State::lost:
-            return "lost";
-    }
-    return "lost";
-}
+const char* state_text(Salvage_State state) { return salvage_state_text(state); }
 
 }  // namespace vrk::cli

@@ -24,7 +24,7 @@ std::string display_path(const Salvage_Result& result, std::size_t index);
 bool find_entry(const Salvage_Result& result, const std::vector<std::u16string>& names,
                 std::size_t& index, std::string& error);
 
-// "recovered", "partial" or "lost".
+// "recovered", "partial", "ambiguous", "inferred" or "lost".
 const char* state_text(Salvage_State state);
 
 }  // namespace vrk::cli

@@ -2,15 +2,18 @@
 // the file's bytes can vouch for, and says for every stream whether it came back whole.
 //
 // 1. Evidence: the header's fields, every sector classified by content (allocation-table
-//    sectors, directory sectors), the directory records.
-// 2. Hypotheses: candidate layouts (sector size, SAT, directory chain, MiniSAT) from the
-//    header, from the contents, and mixes of the two.
-// 3. Verification: each layout is scored by how many directory entries resolve exactly (a
-//    stream's chain runs through known table entries, ends on ENDOFCHAIN after the number of
-//    sectors its size needs, and shares no sector with another chain; storages are reached from
-//    the root without rings). The best layout wins; the header's own wins ties.
-// 4. Result: per entry its state and the file ranges of the bytes that were verified. Only
-//    bytes that came through verified chains are ever handed out.
+//    sectors, directory sectors, sectors that start with a root record), the directory records.
+// 2. The header's own layout first: when its tables and directory check out against the file,
+//    it is the answer, and evidence found by content may add to it, never override it.
+// 3. Otherwise candidate layouts (sector size, SAT, directory chain, MiniSAT) from the header,
+//    from the contents, and mixes of the two, each resolved in full (see Salvage_Verifier).
+// 4. The choice: the layout that contradicts fewest of the header's facts, resolves the most
+//    entries, contradicts its own SAT least, and whose SAT reaches furthest into the file (a
+//    writer that saves again leaves its older tables and directories behind, which describe
+//    a shorter file). A stream that another candidate, not outranked on that evidence,
+//    resolves to other bytes is ambiguous: neither answer is called recovered.
+// 5. Result: per entry its state and the file ranges of its bytes. Only bytes that came through
+//    verified chains are handed out as recovered.
 #pragma once
 
 #include <array>
@@ -26,7 +29,14 @@ namespace platform {
 class Input_File;
 }
 
-enum class Salvage_State { recovered, partial, lost };
+// recovered: every byte came through verified links. partial: some verified bytes, the rest
+// missing. ambiguous: candidate layouts that the evidence cannot tell apart give other bytes.
+// inferred: some link was lost with its SAT sector and was rebuilt by the run rule (writers lay
+// chains out in runs), so the bytes are likely but unverified. lost: nothing verified.
+enum class Salvage_State { recovered, partial, ambiguous, inferred, lost };
+
+// "recovered", "partial", "ambiguous", "inferred", "lost".
+const char* salvage_state_text(Salvage_State state);
 
 // A run of the input file that holds bytes of a stream, at `stream_offset` in the stream.
 struct Salvage_Piece {
@@ -40,8 +50,14 @@ struct Salvage_Range {
     uint64_t length = 0;
 };
 
+// One answer of an ambiguous stream: its bytes under one candidate layout.
+struct Salvage_Candidate {
+    std::vector<Salvage_Piece> pieces;
+    std::string evidence;
+};
+
 struct Salvaged_Entry {
-    uint32_t did = 0;
+    uint32_t did = NOSTREAM;  // NOSTREAM for the "orphans" storage the salvage adds
     uint8_t object_type = 0;  // 1 storage, 2 stream, 5 root
     std::u16string name;
     int32_t parent = -1;  // index into Salvage_Result::entries; -1 for the root
@@ -52,8 +68,13 @@ struct Salvaged_Entry {
     uint64_t size = 0;
     sid_t start = ENDOFCHAIN;  // the record's first sector (mini sector for a small stream)
     Salvage_State state = Salvage_State::lost;
-    std::vector<Salvage_Piece> pieces;   // verified bytes only, ascending stream offsets
-    std::vector<Salvage_Range> missing;  // stream ranges not recovered
+    bool orphan = false;    // no link from the root reaches the record
+    bool bad_name = false;  // the record's name was unusable: named from its index instead
+    // recovered and partial: verified bytes only; inferred: the rebuilt run. Ascending stream
+    // offsets.
+    std::vector<Salvage_Piece> pieces;
+    std::vector<Salvage_Range> missing;         // stream ranges not recovered
+    std::vector<Salvage_Candidate> candidates;  // ambiguous: every answer seen
     std::string evidence;
     bool is_storage() const { return object_type == 1 || object_type == 5; }
     uint64_t recovered_bytes() const;
@@ -65,19 +86,41 @@ struct Salvage_Lost_Chain {
     std::vector<Salvage_Piece> pieces;
 };
 
+// Where the SAT of a layout came from.
+enum class Sat_Source { header, content, header_and_content };
+// "header", "content", "header+content".
+const char* sat_source_text(Sat_Source source);
+
+// A copy of the directory found in the file: the header's, or one that starts with a root
+// record found by content. Writers that save again leave older copies behind, and compound
+// files kept as streams bring their own.
+struct Salvage_Directory_Copy {
+    sid_t first_sector = 0;
+    bool named_by_header = false;
+    bool taken = false;
+    std::string note;  // why it was taken or not
+};
+
 struct Salvage_Result {
     bool is_compound_file = false;  // some layout found a directory
     uint32_t sector_size = 512;
-    std::string layout;                   // "header", "content", "header+content"
-    std::string reason;                   // why this layout was chosen
+    Sat_Source sat_source = Sat_Source::header;
+    std::string reason;                   // the chosen layout and why it was chosen
     std::vector<std::string> log;         // the steps taken, in order
     std::vector<Salvaged_Entry> entries;  // [0] is the root when is_compound_file
     std::vector<Salvage_Lost_Chain> lost_chains;
+    std::vector<Salvage_Directory_Copy> directories;
+    // Stream records of the chosen directory that no entry stands for (an unusable record).
+    uint32_t unplaced_stream_records = 0;
 
+    // "header", "content" or "header+content".
+    std::string layout() const { return sat_source_text(sat_source); }
     // The entry's path from the root, names joined by '/'.
     std::u16string path_of(std::size_t index) const;
     std::size_t stream_count() const;
     std::size_t count(Salvage_State state) const;
+    // Every stream record the file holds came back whole.
+    bool complete() const;
 };
 
 // Salvages the `size` bytes at `data` (the whole input file, read only). With
@@ -92,7 +135,7 @@ Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_lay
 // put through. False when the file cannot be read.
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
 
-// Copies the verified bytes of `entry` out of the input; missing ranges are not filled.
+// Copies the bytes of `pieces` out of the input; missing ranges read as zeros.
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
                                     const std::vector<Salvage_Piece>& pieces);
 

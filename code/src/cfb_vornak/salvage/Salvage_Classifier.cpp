@@ -73,8 +73,7 @@ int32_t guess_position(const uint8_t* sector, uint32_t entries) {
 
 }  // namespace
 
-Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry,
-                                const platform::Input_File* file) {
+Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometry& geometry) {
     Sector_Classes classes(geometry);
     classes.flags.assign(geometry.count, 0);
     classes.sat_position.assign(geometry.count, -1);
@@ -83,10 +82,11 @@ Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geom
     // Ids of a cut file's SAT may reach past its end; a generous bound still rejects text and
     // random data, whose 32-bit values are mostly huge.
     const uint64_t bound = static_cast<uint64_t>(geometry.count) * 2 + entries;
-    Sector_Blocks blocks(file, geometry.file_size);
+    Sector_Blocks blocks(input.file(), geometry.file_size);
     for (uint32_t sid = 0; sid < geometry.whole_count; ++sid) {
         const uint8_t* sector = blocks.at(geometry.offset(sid), geometry.sector_size);
-        if (sector == nullptr) sector = data + geometry.offset(sid);
+        if (sector == nullptr) sector = input.bytes(geometry.offset(sid), geometry.sector_size);
+        if (sector == nullptr) continue;  // whole sectors lie inside the file; never taken
         uint8_t f = 0;
         if (is_table_like(sector, entries, bound, true)) f |= kTableRange;
         if ((f & kTableRange) != 0 && is_table_like(sector, entries, bound)) {
@@ -103,7 +103,7 @@ Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geom
         if (ok) {
             f |= kDirOk;
             if (valid > 0) f |= kDirLike;
-            if (sector[66] == 5) f |= kRootFirst;
+            if (is_root_record(sector)) f |= kRootFirst;
         }
         classes.flags[sid] = f;
     }

@@ -8,10 +8,7 @@
 #include <vector>
 
 #include "cfb_vornak/format/cfb_types.h"
-
-namespace vrk::platform {
-class Input_File;
-}
+#include "cfb_vornak/salvage/Salvage_Input.h"
 
 namespace vrk::salvage {
 
@@ -49,10 +46,9 @@ struct Sector_Classes {
 bool is_table_like(const uint8_t* sector, uint32_t entries, uint64_t bound,
                    bool allow_twice = false);
 
-// Every whole sector of the `geometry.file_size` bytes at `data`. With `file` (the same bytes,
-// open for reading) the sectors are read from it in large blocks instead: one pass over the
-// cache rather than a touch of every page of the mapping. A short read falls back to `data`.
-Sector_Classes classify_sectors(const uint8_t* data, const Sector_Geometry& geometry,
-                                const platform::Input_File* file = nullptr);
+// Every whole sector of the input. With the input open as a file the sectors are read from it
+// in large blocks: one pass over the cache rather than a touch of every page of the mapping. A
+// short read falls back to the input's checked ranges.
+Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometry& geometry);
 
 }  // namespace vrk::salvage

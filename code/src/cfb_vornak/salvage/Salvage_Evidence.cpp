@@ -8,8 +8,43 @@ namespace vrk::salvage {
 
 namespace {
 
-constexpr uint8_t kMagic[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
-constexpr uint32_t kHeaderSize = 512;
+// Offsets of the header's fields.
+namespace header_at {
+constexpr std::size_t kMinorVersion = 24;
+constexpr std::size_t kMajorVersion = 26;
+constexpr std::size_t kByteOrder = 28;
+constexpr std::size_t kSectorShift = 30;
+constexpr std::size_t kMiniSectorShift = 32;
+constexpr std::size_t kNumDirSecs = 40;
+constexpr std::size_t kNumSatSecs = 44;
+constexpr std::size_t kFirstDirSid = 48;
+constexpr std::size_t kMiniStreamCutoff = 56;
+constexpr std::size_t kFirstMinisatSid = 60;
+constexpr std::size_t kNumMinisatSecs = 64;
+constexpr std::size_t kFirstDisatSid = 68;
+constexpr std::size_t kNumDisatSecs = 72;
+constexpr std::size_t kHeaderDisat = 76;
+}  // namespace header_at
+
+// Offsets of a directory record's fields.
+namespace record_at {
+constexpr std::size_t kNameLength = 64;
+constexpr std::size_t kObjectType = 66;
+constexpr std::size_t kColor = 67;
+constexpr std::size_t kLeft = 68;
+constexpr std::size_t kRight = 72;
+constexpr std::size_t kChild = 76;
+constexpr std::size_t kClsid = 80;
+constexpr std::size_t kStateBits = 96;
+constexpr std::size_t kCreationTime = 100;
+constexpr std::size_t kModifiedTime = 108;
+constexpr std::size_t kStart = 116;
+constexpr std::size_t kSize = 120;
+}  // namespace record_at
+
+constexpr uint8_t kTypeStorage = 1;
+constexpr uint8_t kTypeStream = 2;
+constexpr uint8_t kTypeRoot = 5;
 // Directory ids beyond this are taken for junk: no writer makes directories of millions of entries.
 constexpr uint32_t kMaxPlausibleDid = 0x00FFFFFF;
 
@@ -25,25 +60,41 @@ uint32_t Header_Evidence::declared_sector_size() const {
     return 0;
 }
 
+uint32_t Header_Evidence::sector_size() const {
+    const uint32_t declared = declared_sector_size();
+    const uint32_t by_version = major_version == 3 ? 512 : major_version == 4 ? 4096 : 0;
+    if (declared == 0) return by_version;
+    // A shift and a version that disagree leave the size open: one of them is broken.
+    return by_version == 0 || by_version == declared ? declared : 0;
+}
+
+bool Header_Evidence::speaks_for_file() const {
+    const bool version = major_version == 3 || major_version == 4;
+    const bool shift_fits =
+        (major_version == 3 && sector_shift == 9) || (major_version == 4 && sector_shift == 12);
+    const int right = int{magic_ok} + int{byte_order == 0xFFFE} + int{version} + int{shift_fits};
+    return right >= 2;
+}
+
 Header_Evidence read_header(const uint8_t* data, uint64_t size) {
     Header_Evidence h;
-    if (size < kHeaderSize) return h;
-    h.magic_ok = std::memcmp(data, kMagic, sizeof kMagic) == 0;
-    h.minor_version = read_u16_le(data + 24);
-    h.major_version = read_u16_le(data + 26);
-    h.byte_order = read_u16_le(data + 28);
-    h.sector_shift = read_u16_le(data + 30);
-    h.mini_sector_shift = read_u16_le(data + 32);
-    h.num_dir_secs = read_u32_le(data + 40);
-    h.num_sat_secs = read_u32_le(data + 44);
-    h.first_dir_sid = read_u32_le(data + 48);
-    h.mini_stream_cutoff = read_u32_le(data + 56);
-    h.first_minisat_sid = read_u32_le(data + 60);
-    h.num_minisat_secs = read_u32_le(data + 64);
-    h.first_disat_sid = read_u32_le(data + 68);
-    h.num_disat_secs = read_u32_le(data + 72);
+    if (size < Cfb_Header::kSize) return h;
+    h.magic_ok = read_u64_le(data) == Cfb_Header::kSignature;
+    h.minor_version = read_u16_le(data + header_at::kMinorVersion);
+    h.major_version = read_u16_le(data + header_at::kMajorVersion);
+    h.byte_order = read_u16_le(data + header_at::kByteOrder);
+    h.sector_shift = read_u16_le(data + header_at::kSectorShift);
+    h.mini_sector_shift = read_u16_le(data + header_at::kMiniSectorShift);
+    h.num_dir_secs = read_u32_le(data + header_at::kNumDirSecs);
+    h.num_sat_secs = read_u32_le(data + header_at::kNumSatSecs);
+    h.first_dir_sid = read_u32_le(data + header_at::kFirstDirSid);
+    h.mini_stream_cutoff = read_u32_le(data + header_at::kMiniStreamCutoff);
+    h.first_minisat_sid = read_u32_le(data + header_at::kFirstMinisatSid);
+    h.num_minisat_secs = read_u32_le(data + header_at::kNumMinisatSecs);
+    h.first_disat_sid = read_u32_le(data + header_at::kFirstDisatSid);
+    h.num_disat_secs = read_u32_le(data + header_at::kNumDisatSecs);
     for (uint32_t i = 0; i < kHeaderDisatEntries; ++i)
-        h.header_disat[i] = read_u32_le(data + 76 + 4 * i);
+        h.header_disat[i] = read_u32_le(data + header_at::kHeaderDisat + 4 * i);
     return h;
 }
 
@@ -58,33 +109,38 @@ Dir_Record decode_dir_record(const uint8_t* p, bool wide_size) {
     Dir_Record r;
     for (std::size_t i = 0; i < r.name_units.size(); ++i)
         r.name_units[i] = static_cast<char16_t>(read_u16_le(p + 2 * i));
-    r.name_length = read_u16_le(p + 64);
-    r.object_type = p[66];
-    r.color = p[67];
-    r.left = read_u32_le(p + 68);
-    r.right = read_u32_le(p + 72);
-    r.child = read_u32_le(p + 76);
-    std::memcpy(r.clsid.data(), p + 80, 16);
-    std::memcpy(r.state_bits.data(), p + 96, 4);
-    std::memcpy(r.creation_time.data(), p + 100, 8);
-    std::memcpy(r.modified_time.data(), p + 108, 8);
-    r.start = read_u32_le(p + 116);
-    r.size = wide_size ? read_u64_le(p + 120) : read_u32_le(p + 120);
+    r.name_length = read_u16_le(p + record_at::kNameLength);
+    r.object_type = p[record_at::kObjectType];
+    r.color = p[record_at::kColor];
+    r.left = read_u32_le(p + record_at::kLeft);
+    r.right = read_u32_le(p + record_at::kRight);
+    r.child = read_u32_le(p + record_at::kChild);
+    std::memcpy(r.clsid.data(), p + record_at::kClsid, r.clsid.size());
+    std::memcpy(r.state_bits.data(), p + record_at::kStateBits, r.state_bits.size());
+    std::memcpy(r.creation_time.data(), p + record_at::kCreationTime, r.creation_time.size());
+    std::memcpy(r.modified_time.data(), p + record_at::kModifiedTime, r.modified_time.size());
+    r.start = read_u32_le(p + record_at::kStart);
+    r.size = wide_size ? read_u64_le(p + record_at::kSize) : read_u32_le(p + record_at::kSize);
     return r;
 }
 
+bool is_root_record(const uint8_t* p) {
+    return p[record_at::kObjectType] == kTypeRoot;
+}
+
 Record_Kind classify_dir_record(const uint8_t* p) {
-    const uint8_t type = p[66];
+    const uint8_t type = p[record_at::kObjectType];
     if (type == 0) return Record_Kind::empty;
-    if (type != 1 && type != 2 && type != 5) return Record_Kind::invalid;
-    if (p[67] > 1) return Record_Kind::invalid;
-    const uint32_t left = read_u32_le(p + 68);
-    const uint32_t right = read_u32_le(p + 72);
-    const uint32_t child = read_u32_le(p + 76);
+    if (type != kTypeStorage && type != kTypeStream && type != kTypeRoot)
+        return Record_Kind::invalid;
+    if (p[record_at::kColor] > 1) return Record_Kind::invalid;
+    const uint32_t left = read_u32_le(p + record_at::kLeft);
+    const uint32_t right = read_u32_le(p + record_at::kRight);
+    const uint32_t child = read_u32_le(p + record_at::kChild);
     if (!plausible_link(left) || !plausible_link(right) || !plausible_link(child))
         return Record_Kind::invalid;
-    if (type == 2 && child != NOSTREAM) return Record_Kind::invalid;
-    const uint16_t name_length = read_u16_le(p + 64);
+    if (type == kTypeStream && child != NOSTREAM) return Record_Kind::invalid;
+    const uint16_t name_length = read_u16_le(p + record_at::kNameLength);
     const bool name_ok = [&] {
         if (name_length < 4 || name_length > 64 || name_length % 2 != 0) return false;
         const uint32_t units = name_length / 2;
@@ -94,8 +150,8 @@ Record_Kind classify_dir_record(const uint8_t* p) {
     }();
     if (name_ok) return Record_Kind::valid;
     // A root whose name was wiped still shows itself by its type and its lack of siblings.
-    if (type == 5 && left == NOSTREAM && right == NOSTREAM) return Record_Kind::valid;
-    return Record_Kind::invalid;
+    if (type == kTypeRoot && left == NOSTREAM && right == NOSTREAM) return Record_Kind::valid;
+    return Record_Kind::bad_name;
 }
 
 }  // namespace vrk::salvage

@@ -7,14 +7,16 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Header.h"
+#include "cfb_vornak/format/Directory_Entry.h"
+#include "cfb_vornak/format/Mini_Stream.h"
 #include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk::salvage {
 
-inline constexpr uint32_t kHeaderDisatEntries = 109;
-inline constexpr uint32_t kDirEntrySize = 128;
-inline constexpr uint32_t kMiniSectorSize = 64;
-inline constexpr uint32_t kMiniStreamCutoff = 4096;
+inline constexpr uint32_t kHeaderDisatEntries = Cfb_Header::kHeaderDisatCount;
+inline constexpr uint32_t kDirEntrySize = Directory_Entry::kSize;
+inline constexpr uint32_t kMiniSectorSize = Mini_Stream::kSectorSize;
 
 // The header fields (offsets in the 512-byte header).
 struct Header_Evidence {
@@ -36,6 +38,13 @@ struct Header_Evidence {
 
     // 512 or 4096 when the shift says so, else 0.
     uint32_t declared_sector_size() const;
+    // The sector size the header stands for: the shift's, or, with a broken shift, the one its
+    // major version implies (3: 512, 4: 4096); 0 when neither says or when they disagree.
+    uint32_t sector_size() const;
+    // True when at least two of the fields that say "this is a compound file header" (the
+    // signature, the byte order, the major version, a shift that fits it) are right: a
+    // header with one broken field still speaks for the file, a zeroed or random one does not.
+    bool speaks_for_file() const;
 };
 
 // Reads the header fields; a file shorter than 512 bytes gives all fields zero.
@@ -65,11 +74,15 @@ struct Dir_Record {
 // size; version 3 writers may leave junk in the high half, so only the low half counts there.
 Dir_Record decode_dir_record(const uint8_t* p, bool wide_size);
 
-enum class Record_Kind { empty, valid, invalid };
+enum class Record_Kind { empty, valid, bad_name, invalid };
 
 // An empty slot has object type 0. A valid one has type 1, 2 or 5, a colour of 0 or 1, links
 // that are NOSTREAM or plausible ids, and a zero-terminated name whose length matches; a root
-// record (type 5 without siblings) may have lost its name.
+// record (type 5 without siblings) may have lost its name. A record that is valid but for its
+// name (a NUL inside it, a length that does not match) is bad_name: its stream is still there.
 Record_Kind classify_dir_record(const uint8_t* p);
+
+// True when the 128 bytes at `p` hold a record of the root's type.
+bool is_root_record(const uint8_t* p);
 
 }  // namespace vrk::salvage

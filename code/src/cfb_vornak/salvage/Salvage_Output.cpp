@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cwctype>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <vector>
 
@@ -16,18 +17,6 @@
 namespace vrk {
 
 namespace {
-
-const char* state_text(Salvage_State s) {
-    switch (s) {
-        case Salvage_State::recovered:
-            return "recovered";
-        case Salvage_State::partial:
-            return "partial";
-        case Salvage_State::lost:
-            return "lost";
-    }
-    return "lost";
-}
 
 std::string utf8(const std::u16string& s) {
     return platform::to_utf8(platform::from_utf16(s.data(), s.size()));
@@ -48,24 +37,6 @@ std::string display_path(const std::u16string& path) {
         }
     }
     return out;
-}
-
-std::string json_string(const std::string& s) {
-    std::string out = "\"";
-    for (const char c : s) {
-        const auto u = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (u < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", u);
-            out += buf;
-        } else {
-            out += c;
-        }
-    }
-    return out + "\"";
 }
 
 std::string missing_text(const Salvaged_Entry& e) {
@@ -168,9 +139,43 @@ uint64_t chain_bytes(const Salvage_Lost_Chain& c) {
     return n;
 }
 
-bool wanted(const Salvaged_Entry& e, bool keep_partial) {
-    return e.state == Salvage_State::recovered ||
-           (keep_partial && e.state == Salvage_State::partial);
+// One file the salvage writes for a stream entry: its bytes under a name.
+struct Written_Stream {
+    std::u16string name;
+    const std::vector<Salvage_Piece>* pieces;
+};
+
+// What is written for a stream: a recovered one always; the others as `keep` asks (each
+// candidate of an ambiguous one under a suffixed name).
+std::vector<Written_Stream> streams_to_write(const Salvaged_Entry& e, const Salvage_Keep& keep) {
+    switch (e.state) {
+        case Salvage_State::recovered:
+            return {{e.name, &e.pieces}};
+        case Salvage_State::partial:
+            if (keep.partial) return {{e.name, &e.pieces}};
+            return {};
+        case Salvage_State::inferred:
+            if (keep.inferred) return {{e.name, &e.pieces}};
+            return {};
+        case Salvage_State::ambiguous: {
+            std::vector<Written_Stream> out;
+            for (std::size_t k = 0; keep.partial && k < e.candidates.size(); ++k) {
+                const std::string suffix = "#" + std::to_string(k + 1);
+                out.push_back({e.name + std::u16string(suffix.begin(), suffix.end()),
+                               &e.candidates[k].pieces});
+            }
+            return out;
+        }
+        case Salvage_State::lost:
+            return {};
+    }
+    return {};
+}
+
+uint64_t pieces_bytes(const std::vector<Salvage_Piece>& pieces) {
+    uint64_t n = 0;
+    for (const Salvage_Piece& p : pieces) n += p.length;
+    return n;
 }
 
 }  // namespace
@@ -179,6 +184,8 @@ std::string salvage_summary(const Salvage_Result& result) {
     return std::to_string(result.stream_count()) +
            " streams: " + std::to_string(result.count(Salvage_State::recovered)) + " recovered, " +
            std::to_string(result.count(Salvage_State::partial)) + " partial, " +
+           std::to_string(result.count(Salvage_State::ambiguous)) + " ambiguous, " +
+           std::to_string(result.count(Salvage_State::inferred)) + " inferred, " +
            std::to_string(result.count(Salvage_State::lost)) + " lost; " +
            std::to_string(result.lost_chains.size()) + " unclaimed chains";
 }
@@ -190,14 +197,28 @@ std::string salvage_report_text(const Salvage_Result& result) {
         out += "summary: " + salvage_summary(result) + "\n";
         return out;
     }
-    out += "layout: " + result.layout + " (" + result.reason + ")\n";
+    out += "layout: " + result.layout() + " (" + result.reason + ")\n";
+    for (const Salvage_Directory_Copy& d : result.directories) {
+        out += "directory\tsector " + std::to_string(d.first_sector) +
+               (d.named_by_header ? ", named by the header" : "") + "\t" +
+               (d.taken ? "taken" : "not taken") + "\t(" + d.note + ")\n";
+    }
     for (std::size_t i = 0; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
         if (e.object_type != 2) continue;
-        out += std::string(state_text(e.state)) + "\t" + display_path(result.path_of(i)) + "\t" +
-               std::to_string(e.size) + " bytes";
-        if (e.state != Salvage_State::recovered) out += ", " + missing_text(e);
+        out += std::string(salvage_state_text(e.state)) + "\t" + display_path(result.path_of(i)) +
+               "\t" + std::to_string(e.size) + " bytes";
+        if (e.state == Salvage_State::partial || e.state == Salvage_State::lost)
+            out += ", " + missing_text(e);
+        if (e.state == Salvage_State::ambiguous)
+            out += ", " + std::to_string(e.candidates.size()) + " candidates";
+        if (e.state == Salvage_State::inferred) out += ", not verified";
         out += "\t(" + e.evidence + ")\n";
+        for (std::size_t k = 0; k < e.candidates.size(); ++k) {
+            out += "candidate\t" + display_path(result.path_of(i)) + "#" + std::to_string(k + 1) +
+                   "\t" + std::to_string(pieces_bytes(e.candidates[k].pieces)) + " bytes\t(" +
+                   e.candidates[k].evidence + ")\n";
+        }
     }
     for (const Salvage_Lost_Chain& c : result.lost_chains) {
         out += "unclaimed\t" + lost_name(c) + "\t" + std::to_string(chain_bytes(c)) +
@@ -210,48 +231,70 @@ std::string salvage_report_text(const Salvage_Result& result) {
 }
 
 std::string salvage_report_json(const Salvage_Result& result) {
-    std::string out =
-        "{\"compound_file\":" + std::string(result.is_compound_file ? "true" : "false");
-    out +=
-        ",\"layout\":" + json_string(result.layout) + ",\"reason\":" + json_string(result.reason);
-    out += ",\"sector_size\":" + std::to_string(result.sector_size) + ",\"storages\":[";
-    bool first = true;
-    for (std::size_t i = 1; i < result.entries.size(); ++i) {
-        if (!result.entries[i].is_storage()) continue;
-        out += (first ? "" : ",") + json_string(utf8(result.path_of(i)));
-        first = false;
+    using Json = nlohmann::ordered_json;
+    Json report;
+    report["compound_file"] = result.is_compound_file;
+    report["layout"] = result.layout();
+    report["reason"] = result.reason;
+    report["sector_size"] = result.sector_size;
+    Json directories = Json::array();
+    for (const Salvage_Directory_Copy& d : result.directories) {
+        directories.push_back({{"first_sector", d.first_sector},
+                               {"named_by_header", d.named_by_header},
+                               {"taken", d.taken},
+                               {"note", d.note}});
     }
-    out += "],\"streams\":[";
-    first = true;
+    report["directories"] = std::move(directories);
+    Json storages = Json::array();
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        if (result.entries[i].is_storage()) storages.push_back(utf8(result.path_of(i)));
+    }
+    report["storages"] = std::move(storages);
+    Json streams = Json::array();
     for (std::size_t i = 0; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
         if (e.object_type != 2) continue;
-        out += first ? "{" : ",{";
-        first = false;
-        out += "\"path\":" + json_string(utf8(result.path_of(i))) +
-               ",\"size\":" + std::to_string(e.size) + ",\"state\":\"" + state_text(e.state) +
-               "\",\"recovered_bytes\":" + std::to_string(e.recovered_bytes()) + ",\"missing\":[";
-        for (std::size_t k = 0; k < e.missing.size(); ++k) {
-            out += (k ? ",{" : "{") + std::string("\"offset\":") +
-                   std::to_string(e.missing[k].offset) +
-                   ",\"length\":" + std::to_string(e.missing[k].length) + "}";
+        Json missing = Json::array();
+        for (const Salvage_Range& r : e.missing)
+            missing.push_back({{"offset", r.offset}, {"length", r.length}});
+        Json stream = {
+            {"path", utf8(result.path_of(i))},
+            {"size", e.size},
+            {"state", salvage_state_text(e.state)},
+            {"recovered_bytes", e.state == Salvage_State::inferred ? 0 : e.recovered_bytes()},
+            {"missing", std::move(missing)},
+            {"evidence", e.evidence},
+            {"orphan", e.orphan}};
+        if (!e.candidates.empty()) {
+            Json candidates = Json::array();
+            for (std::size_t k = 0; k < e.candidates.size(); ++k) {
+                candidates.push_back({{"name", utf8(e.name) + "#" + std::to_string(k + 1)},
+                                      {"bytes", pieces_bytes(e.candidates[k].pieces)},
+                                      {"evidence", e.candidates[k].evidence}});
+            }
+            stream["candidates"] = std::move(candidates);
         }
-        out += "],\"evidence\":" + json_string(e.evidence) + "}";
+        streams.push_back(std::move(stream));
     }
-    out += "],\"unclaimed_chains\":[";
-    for (std::size_t k = 0; k < result.lost_chains.size(); ++k) {
-        const Salvage_Lost_Chain& c = result.lost_chains[k];
-        out += (k ? ",{" : "{") + std::string("\"name\":") + json_string(lost_name(c)) +
-               ",\"first_sector\":" + std::to_string(c.first_sector) +
-               ",\"file_offset\":" + std::to_string(c.pieces.front().file_offset) +
-               ",\"bytes\":" + std::to_string(chain_bytes(c)) + "}";
+    report["streams"] = std::move(streams);
+    Json chains = Json::array();
+    for (const Salvage_Lost_Chain& c : result.lost_chains) {
+        chains.push_back({{"name", lost_name(c)},
+                          {"first_sector", c.first_sector},
+                          {"file_offset", c.pieces.front().file_offset},
+                          {"bytes", chain_bytes(c)}});
     }
-    out += "],\"summary\":{\"streams\":" + std::to_string(result.stream_count()) +
-           ",\"recovered\":" + std::to_string(result.count(Salvage_State::recovered)) +
-           ",\"partial\":" + std::to_string(result.count(Salvage_State::partial)) +
-           ",\"lost\":" + std::to_string(result.count(Salvage_State::lost)) +
-           ",\"unclaimed_chains\":" + std::to_string(result.lost_chains.size()) + "}}\n";
-    return out;
+    report["unclaimed_chains"] = std::move(chains);
+    report["summary"] = {{"streams", result.stream_count()},
+                         {"recovered", result.count(Salvage_State::recovered)},
+                         {"partial", result.count(Salvage_State::partial)},
+                         {"ambiguous", result.count(Salvage_State::ambiguous)},
+                         {"inferred", result.count(Salvage_State::inferred)},
+                         {"lost", result.count(Salvage_State::lost)},
+                         {"unclaimed_chains", result.lost_chains.size()},
+                         {"complete", result.complete()}};
+    // Names from a damaged file may not be valid UTF-8; they are written with replacements.
+    return report.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::wstring safe_component(const std::wstring& name) {
@@ -276,7 +319,7 @@ std::wstring safe_component(const std::wstring& name) {
 }
 
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                     const std::wstring& folder, bool keep_partial, std::string& error,
+                     const std::wstring& folder, const Salvage_Keep& keep, std::string& error,
                      const platform::Input_File* file) {
     // Every folder and file is made new, by name inside a folder held open, never through a
     // link: a name already taken gets the next free suffix, so nothing that was there before
@@ -295,16 +338,16 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
     }
     std::vector<std::set<std::wstring>> used(count);
     used[0].insert(L"lost");  // the unclaimed chains' folder
+    // A storage is one folder; a stream is as many files as streams_to_write gives.
     for (std::size_t i = 1; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
         const auto parent = static_cast<std::size_t>(e.parent);
-        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
         if (parent >= folders.size() || !folders[parent].is_open()) continue;
         const platform::Output_Folder& into = folders[parent];
-        const std::wstring base =
-            safe_component(platform::from_utf16(e.name.data(), e.name.size()));
-        std::wstring name;
         if (e.is_storage()) {
+            const std::wstring base =
+                safe_component(platform::from_utf16(e.name.data(), e.name.size()));
+            std::wstring name;
             platform::Output_Folder made;
             if (create_unique(used[parent], base, name, [&](const std::wstring& n) {
                     return into.make_folder(n, made);
@@ -313,7 +356,12 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
                 return false;
             }
             if (last_child[i] > i) folders[i] = std::move(made);
-        } else {
+        }
+        for (const Written_Stream& w :
+             e.is_storage() ? std::vector<Written_Stream>{} : streams_to_write(e, keep)) {
+            const std::wstring base =
+                safe_component(platform::from_utf16(w.name.data(), w.name.size()));
+            std::wstring name;
             platform::Output_File out;
             if (create_unique(used[parent], base, name, [&](const std::wstring& n) {
                     return into.create_file(n, out);
@@ -321,7 +369,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
                 error = "cannot write " + shown_path(into, name);
                 return false;
             }
-            if (!write_pieces(out, shown_path(into, name), data, size, file, e.pieces, error)) {
+            if (!write_pieces(out, shown_path(into, name), data, size, file, *w.pieces, error)) {
                 into.remove_file(name);  // no half-written stream under its name
                 return false;
             }
@@ -362,11 +410,13 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
 
 namespace {
 
+using Stream_Pieces = std::map<const Cfb_Fs_Item_FileNode*, const std::vector<Salvage_Piece>*>;
+
 // The recovered tree as builder items; with `streams`, stream items get no bytes of their own
-// and `streams` pairs each with its entry instead.
-std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
-    const uint8_t* data, uint64_t size, const Salvage_Result& result, bool keep_partial,
-    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*>* streams) {
+// and `streams` pairs each with its pieces instead.
+std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(const uint8_t* data, uint64_t size,
+                                             const Salvage_Result& result, const Salvage_Keep& keep,
+                                             Stream_Pieces* streams) {
     auto root = std::make_unique<Cfb_Fs_Item_DirNode>();
     if (result.entries.empty()) return root;
     auto copy_meta = [](const Salvaged_Entry& e, Cfb_Fs_Item_AbstractNode& item) {
@@ -388,30 +438,35 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
     dirs[0] = root.get();
     for (std::size_t i = 1; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
-        if (e.object_type == 2 && !wanted(e, keep_partial)) continue;
         Cfb_Fs_Item_DirNode* parent = dirs[static_cast<std::size_t>(e.parent)];
         if (parent == nullptr) continue;
-        std::u16string name = e.name.empty() ? u"_" : e.name;
-        // Each try has a different suffix; a storage has fewer children than tries.
-        for (uint32_t n = 2;
-             used[static_cast<std::size_t>(e.parent)].count(name) != 0 && n < 100000; ++n) {
-            const std::string suffix = "~" + std::to_string(n);
-            name =
-                e.name.substr(0, 31 - suffix.size()) + std::u16string(suffix.begin(), suffix.end());
-        }
-        used[static_cast<std::size_t>(e.parent)].insert(name);
-        if (e.is_storage()) {
-            Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
-            copy_meta(e, d);
-            dirs[i] = &d;
-        } else if (streams != nullptr) {
-            Cfb_Fs_Item_FileNode& f = parent->add_stream(name, {});
-            copy_meta(e, f);
-            (*streams)[&f] = &e;
-        } else {
-            Cfb_Fs_Item_FileNode& f =
-                parent->add_stream(name, salvaged_bytes(data, size, e.pieces));
-            copy_meta(e, f);
+        const std::vector<Written_Stream> items =
+            e.is_storage() ? std::vector<Written_Stream>{{e.name, nullptr}}
+                           : streams_to_write(e, keep);
+        for (const Written_Stream& w : items) {
+            const std::u16string base = w.name.substr(0, 31);
+            std::u16string name = base.empty() ? u"_" : base;
+            // Each try has a different suffix; a storage has fewer children than tries.
+            for (uint32_t n = 2;
+                 used[static_cast<std::size_t>(e.parent)].count(name) != 0 && n < 100000; ++n) {
+                const std::string suffix = "~" + std::to_string(n);
+                name = base.substr(0, 31 - suffix.size()) +
+                       std::u16string(suffix.begin(), suffix.end());
+            }
+            used[static_cast<std::size_t>(e.parent)].insert(name);
+            if (e.is_storage()) {
+                Cfb_Fs_Item_DirNode& d = parent->add_storage(name);
+                copy_meta(e, d);
+                dirs[i] = &d;
+            } else if (streams != nullptr) {
+                Cfb_Fs_Item_FileNode& f = parent->add_stream(name, {});
+                copy_meta(e, f);
+                (*streams)[&f] = w.pieces;
+            } else {
+                Cfb_Fs_Item_FileNode& f =
+                    parent->add_stream(name, salvaged_bytes(data, size, *w.pieces));
+                copy_meta(e, f);
+            }
         }
     }
     return root;
@@ -422,7 +477,7 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(
 class Pieces_Source final : public Stream_Source {
   public:
     Pieces_Source(const uint8_t* data, uint64_t size, const platform::Input_File* file,
-                  std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams)
+                  Stream_Pieces streams)
         : m_data(data), m_size(size), m_file(file), m_streams(std::move(streams)) {}
 
     uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
@@ -465,30 +520,31 @@ class Pieces_Source final : public Stream_Source {
         const auto found = m_streams.find(&item);
         if (found == m_streams.end()) return none;
         // Only pieces inside the input: salvaged_bytes refuses the others the same way.
-        for (const Salvage_Piece& p : found->second->pieces) {
+        for (const Salvage_Piece& p : *found->second) {
             if (!range_inside(p.file_offset, p.length, m_size)) return none;
         }
-        return found->second->pieces;
+        return *found->second;
     }
 
     const uint8_t* m_data;
     uint64_t m_size;
     const platform::Input_File* m_file;
-    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> m_streams;
+    Stream_Pieces m_streams;
 };
 
 }  // namespace
 
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
-                                                  const Salvage_Result& result, bool keep_partial) {
-    return tree_of(data, size, result, keep_partial, nullptr);
+                                                  const Salvage_Result& result,
+                                                  const Salvage_Keep& keep) {
+    return tree_of(data, size, result, keep, nullptr);
 }
 
 bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                   const std::wstring& path, bool keep_partial, std::string& error,
+                   const std::wstring& path, const Salvage_Keep& keep, std::string& error,
                    const platform::Input_File* file, platform::Create_Mode mode) {
-    std::map<const Cfb_Fs_Item_FileNode*, const Salvaged_Entry*> streams;
-    const auto tree = tree_of(data, size, result, keep_partial, &streams);
+    Stream_Pieces streams;
+    const auto tree = tree_of(data, size, result, keep, &streams);
     const Pieces_Source source(data, size, file, std::move(streams));
     // The output must never be the input the streams are read from.
     platform::File_Identity input;

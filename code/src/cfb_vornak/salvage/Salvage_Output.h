@@ -12,12 +12,22 @@
 
 namespace vrk {
 
-// One line per stream ("recovered", "partial" with the missing ranges, "lost"), the evidence
-// used, the chosen layout and why, one line per unclaimed chain (its name under --extract,
-// first sector and file offset), then the summary line.
+// Which streams that did not come back whole are written all the same.
+struct Salvage_Keep {
+    // partial: the verified part; ambiguous: every candidate, as "<name>#1", "<name>#2", ...
+    bool partial = false;
+    // inferred: the bytes of the rebuilt run.
+    bool inferred = false;
+};
+
+// The chosen layout and why, one line per copy of the directory seen (which was taken), one
+// line per stream (its state: "recovered", "partial" with the missing ranges, "ambiguous" with
+// one "candidate" line per answer, "inferred", "lost"; orphans under "orphans/"), the evidence
+// used, one line per unclaimed chain (its name under --extract, first sector and file offset),
+// then the summary line.
 std::string salvage_report_text(const Salvage_Result& result);
 std::string salvage_report_json(const Salvage_Result& result);
-// "N streams: R recovered, P partial, L lost; U unclaimed chains"
+// "N streams: R recovered, P partial, A ambiguous, I inferred, L lost; U unclaimed chains"
 std::string salvage_summary(const Salvage_Result& result);
 
 // A name that is safe as one component under a folder: separators, NUL and characters the
@@ -26,28 +36,29 @@ std::string salvage_summary(const Salvage_Result& result);
 std::wstring safe_component(const std::wstring& name);
 
 // Writes the recovered tree under `folder` (created if needed): storages as folders, streams
-// as files, unclaimed chains as lost/sector_N.bin. Partial streams only with `keep_partial`,
-// their missing ranges as zero bytes. Every folder and file is created new and never through
-// a link; a name already taken on disk gets the next free "~N" suffix. Nothing is written
-// outside `folder` and nothing that existed before is written to. False with a reason on a
-// file-system failure. `file`, when given, is the input open for reading: long runs are
-// then copied from it by the system (same bytes).
+// as files, orphans under "orphans", unclaimed chains as lost/sector_N.bin. Streams that did
+// not come back whole only as `keep` asks, missing ranges as zero bytes. Every folder and file
+// is created new and never through a link; a name already taken on disk gets the next free
+// "~N" suffix. Nothing is written outside `folder` and nothing that existed before is written
+// to. False with a reason on a file-system failure. `file`, when given, is the input open for
+// reading: long runs are then copied from it by the system (same bytes).
 [[nodiscard]] bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                                   const std::wstring& folder, bool keep_partial,
+                                   const std::wstring& folder, const Salvage_Keep& keep,
                                    std::string& error, const platform::Input_File* file = nullptr);
 
 // The recovered tree as builder items (root's class id, state bits and times included).
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
-                                                  const Salvage_Result& result, bool keep_partial);
+                                                  const Salvage_Result& result,
+                                                  const Salvage_Keep& keep);
 
 // Writes the recovered tree to `path` as a fresh compound file through the builder, the
 // streams' bytes read from the input as the file is written (never all held in memory).
-// Partial streams only with `keep_partial`, as salvage_tree gives them. False with a reason.
-// `file` as for salvage_extract; a `path` that reaches it is refused and nothing is written.
-// `mode` staged (the tool's) puts the file under `path` only once it is whole.
+// Streams as salvage_tree gives them. False with a reason. `file` as for salvage_extract; a
+// `path` that reaches it is refused and nothing is written. `mode` staged (the tool's) puts the
+// file under `path` only once it is whole.
 [[nodiscard]] bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
-                                 const std::wstring& path, bool keep_partial, std::string& error,
-                                 const platform::Input_File* file = nullptr,
+                                 const std::wstring& path, const Salvage_Keep& keep,
+                                 std::string& error, const platform::Input_File* file = nullptr,
                                  platform::Create_Mode mode = platform::Create_Mode::replace);
 
 }  // namespace vrk
