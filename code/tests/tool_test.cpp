@@ -213,6 +213,7 @@ TEST_F(ToolTest, CommandsAnswerWithStatusAndText) {
          {"a.doc: 6 streams: 6 recovered", "junk.txt: not a compound file",
           "totals: 3 files: 1 recovered whole, 1 incomplete, 1 not compound files, 0 failed"},
          {}},
+        {"salvage of a folder", {"salvage", "@batch"}, 2, {}, {"is a folder (use --recursive)"}},
         {"salvage batch to one file",
          {"salvage", "-r", "@batch", "--out", "@x.doc"},
          2,

@@ -232,7 +232,8 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
 
     const std::string problem = input_problem(input);
     if (!problem.empty()) {
-        print_error("cannot read " + input + ": " + problem);
+        print_error("cannot read " + input + ": " + problem +
+                    (is_folder(input) ? " (use --recursive)" : ""));
         return kExitUsage;
     }
     platform::Mapped_File mapped;
