@@ -255,6 +255,10 @@ std::vector<Layout_Row> writer_layouts() {
     o.slack_sectors = 2;
     out.push_back({"slack chains", o});
     o = {};
+    o.tables_at_end = true;
+    o.free_after_directory = 2;
+    out.push_back({"tables at end, free sectors after the directory", o});
+    o = {};
     o.orphans = 2;
     out.push_back({"orphans", o});
     o = {};

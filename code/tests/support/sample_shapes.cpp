@@ -133,6 +133,7 @@ const std::vector<std::pair<std::string, Recipe>>& recipes() {
         r.push_back({"all_options", {mixed_tree, every}});
         Builder_Options slack;
         slack.slack_sectors = 3;
+        slack.free_after_directory = 2;
         r.push_back({"slack_chains", {mixed_tree, slack}});
         Builder_Options older;
         Cfb_Fs_Item_DirNode earlier;

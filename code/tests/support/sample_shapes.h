@@ -15,7 +15,8 @@
 //   tables_at_end       stream data first, tables after it
 //   sat_in_last_sector  a SAT sector ends the file
 //   all_options         sibling chain, tables at the end and a SAT sector last together
-//   slack_chains        mixed shapes whose chains and container run on for 3 sectors of slack
+//   slack_chains        mixed shapes whose chains and container run on for 3 sectors of slack,
+//                       2 free sectors after the directory
 //   older_save          nested storages after an older save of other streams in free sectors
 // Stream contents are reproducible pseudo-random bytes.
 #pragma once

@@ -43,7 +43,7 @@ struct Flat_Entry {
 };
 
 // The contiguous runs of the file, in file order.
-enum class Region { older, sat, disat, minisat, directory, container, streams, padding };
+enum class Region { older, sat, disat, minisat, directory, spare, container, streams, padding };
 
 struct Plan {
     uint32_t sector_size = 512;
@@ -55,9 +55,10 @@ struct Plan {
     uint32_t disat_sectors = 0;
     uint32_t padding_sectors = 0;
     uint32_t older_sectors = 0;
+    uint32_t spare_sectors = 0;  // free sectors right after the directory
     std::vector<Region> order;
     // First sector id of each region, indexed by Region.
-    sid_t first[8] = {};
+    sid_t first[9] = {};
 
     uint32_t count(Region r) const {
         switch (r) {
@@ -71,6 +72,8 @@ struct Plan {
                 return minisat_sectors;
             case Region::directory:
                 return directory_sectors;
+            case Region::spare:
+                return spare_sectors;
             case Region::container:
                 return container_sectors;
             case Region::streams:
@@ -82,7 +85,7 @@ struct Plan {
     }
     uint64_t total() const {
         return uint64_t{sat_sectors} + disat_sectors + minisat_sectors + directory_sectors +
-               container_sectors + stream_sectors + padding_sectors + older_sectors;
+               container_sectors + stream_sectors + padding_sectors + older_sectors + spare_sectors;
     }
     sid_t start(Region r) const { return first[static_cast<int>(r)]; }
 };
@@ -384,6 +387,9 @@ void Builder::plan_sectors() {
                         Region::container, Region::streams, Region::padding};
     }
     m_plan.order.insert(m_plan.order.begin(), Region::older);
+    m_plan.spare_sectors = m_options.free_after_directory;
+    m_plan.order.insert(std::find(m_plan.order.begin(), m_plan.order.end(), Region::directory) + 1,
+                        Region::spare);
 
     // Few padding sectors are ever needed (tiny files only); the bound keeps the search finite.
     constexpr uint32_t kMaxPadding = 64;
@@ -398,7 +404,7 @@ void Builder::plan_sectors() {
                         : 0;
             const uint64_t data = uint64_t{m_plan.minisat_sectors} + m_plan.directory_sectors +
                                   m_plan.container_sectors + m_plan.stream_sectors + pad +
-                                  m_plan.older_sectors;
+                                  m_plan.older_sectors + m_plan.spare_sectors;
             const uint64_t need = ceil_div(data + sat + disat, per_sector);
             if (need <= sat) break;
             sat = need;
@@ -590,6 +596,9 @@ void Builder::emit(Sink& sink) const {
                 break;
             case Region::streams:
                 emit_streams(sink);
+                break;
+            case Region::spare:
+                sink.write_zeros(uint64_t{m_plan.spare_sectors} * m_plan.sector_size);
                 break;
             case Region::padding:
                 sink.write_zeros(uint64_t{m_plan.padding_sectors} * m_plan.sector_size);

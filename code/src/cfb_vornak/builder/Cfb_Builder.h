@@ -5,9 +5,9 @@
 // and every count and first-sector field is below the highest whole sector id
 // (((file size - 512) >> 9) - 1), so a default-built file checks as sound. Free padding sectors
 // (FREESECT in the SAT) are added at the end where needed; an empty root still makes a file of
-// three sectors. Sector order: an older save (when asked), SAT, DISAT, MiniSAT, directory,
-// short-stream container, then each large stream; every table and stream is one contiguous run
-// of sectors, chained in the SAT.
+// three sectors. Sector order: an older save (when asked), SAT, DISAT, MiniSAT, directory (and
+// free sectors after it, when asked), short-stream container, then each large stream; every
+// table and stream is one contiguous run of sectors, chained in the SAT.
 // Streams under the mini stream cutoff (4096) live in 64-byte mini sectors inside the root's
 // short-stream container; empty streams start at ENDOFCHAIN; DISAT sectors appear once the SAT
 // needs more than 109 sectors; the directory's sibling links form a valid red-black tree unless
@@ -59,6 +59,9 @@ struct Builder_Options {
     // right after the header: its SAT, directory and data in sectors the live SAT marks free,
     // as writers that save again leave them.
     std::vector<uint8_t> older_save;
+    // Free zeroed sectors right after the directory, as writers leave them where the
+    // directory once was longer.
+    uint32_t free_after_directory = 0;
 };
 
 // Where the builder put everything, so tests can damage exactly one structure.
