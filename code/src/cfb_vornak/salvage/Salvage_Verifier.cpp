@@ -318,7 +318,15 @@ class Resolver {
         for (sid_t s : m_sat.sat_sectors) claim(m_claims, s);
         for (sid_t s : m_sat.lost_sat_sectors) claim(m_claims, s);
         for (sid_t s : m_sat.disat_sectors) claim(m_claims, s);
-        for (sid_t s : m_layout.directory->sectors) claim_held(s);
+        const std::vector<sid_t>& dir = m_layout.directory->sectors;
+        for (sid_t s : dir) claim(m_claims, s);
+        // How far the save reaches: only directory sectors that hold a record the tree uses,
+        // and were not placed by inference (free zeroed sectors read as empty records).
+        const uint32_t per = m_g.sector_size / kDirEntrySize;
+        for (const Salvaged_Entry& e : m_ev.result.entries) {
+            const std::size_t k = e.did == NOSTREAM ? dir.size() : e.did / per;
+            if (k < dir.size() && k < m_layout.directory->inferred_from) claim_held(dir[k]);
+        }
     }
 
     // Claims a sector the directory or a chain holds, and notes how far the layout reaches.
