@@ -4,7 +4,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace CLI {
 class App;
@@ -38,18 +37,9 @@ struct Command {
     std::function<Runner(CLI::App& app)> setup;
 };
 
-// A command that parses its own arguments (everything after its name but the global options)
-// and prints its own help.
-struct Own_Parsing_Command {
-    const char* name;
-    const char* summary;
-    std::function<int(const Context&, const std::vector<std::string>&)> run;
-};
-
 // Registers a command at static-initialisation time.
 struct Registrar {
     explicit Registrar(Command command);
-    explicit Registrar(Own_Parsing_Command command);
 };
 
 // Runs `work` on a fresh thread and returns its result, so that the library's per-thread

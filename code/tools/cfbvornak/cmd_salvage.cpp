@@ -1,8 +1,10 @@
 // cfbvornak salvage: recovers what a damaged compound file still holds, and
 // says which bytes can be trusted.
+#include <CLI/CLI.hpp>
 #include <cstddef>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -21,18 +23,36 @@ namespace vrk::cli {
 
 namespace {
 
-constexpr const char* kBatchHelp =
-    "\nMany files: cfbvornak salvage -r IN... [--extract DIR] [-j N] [--json] [--keep-partial]\n"
-    "           [--keep-inferred]\n"
-    "  -r, --recursive  also salvage every file below each folder IN\n"
-    "  -j, --jobs N     worker threads (0: one per processor; default 1)\n"
-    "One line per file (with --json one object per file, its report under \"report\"), then the\n"
-    "totals (with --json one summary object); a progress line on standard error when that is a\n"
-    "terminal. With --extract each file's tree goes to DIR/PATH, PATH being the file's path\n"
-    "below the folder it was found in (or its name). --out takes a single input.\n"
-    "Exit status: 0 every stream of every file recovered, 1 some file not recovered whole or\n"
-    "not a compound file, 2 usage error, an input that cannot be read or a tree that cannot be\n"
-    "written.\n";
+constexpr const char* kExitStatuses =
+    "The layout (sector size, SAT, directory, MiniSAT) is rebuilt from the header and from the\n"
+    "sectors' contents, and every stream is reported as recovered (every sector came through a\n"
+    "verified chain), partial (which bytes are missing), ambiguous (candidate layouts that\n"
+    "the evidence cannot tell apart give other bytes), inferred (links lost with their SAT\n"
+    "sector rebuilt as runs; likely, not verified) or lost. Entries no link from the root\n"
+    "reaches are kept under \"orphans\".\n"
+    "\n"
+    "Many files (-r, or more than one IN): one line per file (with --json one object per file,\n"
+    "its report under \"report\"), then the totals (with --json one summary object); a progress\n"
+    "line on standard error when that is a terminal. With --extract each file's tree goes to\n"
+    "DIR/PATH, PATH being the file's path below the folder it was found in (or its name). --out\n"
+    "takes a single input.\n"
+    "\n"
+    "Exit status: 0 every stream record the file holds recovered, 1 some or all not (or\n"
+    "not a compound file), 2 usage or environment error. Many files: 0 every stream of every\n"
+    "file recovered, 1 some file not recovered whole or not a compound file, 2 usage error, an\n"
+    "input that cannot be read or a tree that cannot be written.";
+
+struct Options {
+    std::vector<std::string> inputs;
+    std::string out;
+    std::string extract;
+    bool out_given = false;
+    bool extract_given = false;
+    bool json = false;
+    bool recursive = false;
+    Salvage_Keep keep;
+    unsigned jobs = 1;
+};
 
 // How the files of a batch ended, for the totals.
 enum Batch_Category { kWhole, kIncomplete, kNotCompound, kFailed, kBatchCategories };
@@ -162,73 +182,19 @@ int run_batch_salvage(const std::vector<std::string>& given, bool recursive, uns
     return counts[kIncomplete] + counts[kNotCompound] == 0 ? kExitOk : kExitPartial;
 }
 
-// The value of -j / --jobs; false when it is not a count.
-bool read_jobs(const Parsed_Args& parsed, unsigned& jobs) {
-    const auto given =
-        parsed.options.count("-j") != 0 ? parsed.options.find("-j") : parsed.options.find("--jobs");
-    if (given == parsed.options.end()) return true;
-    const std::string& text = given->second;
-    if (text.empty() || text.size() > 4 ||
-        text.find_first_not_of("0123456789") != std::string::npos) {
-        return false;
-    }
-    jobs = static_cast<unsigned>(std::stoul(text));
-    return true;
-}
-
-constexpr const char* kHelp =
-    "usage: cfbvornak salvage IN [--out FILE] [--extract DIR] [--keep-partial] "
-    "[--keep-inferred] [--json]\n"
-    "\nRecovers the directory tree and the streams of a damaged compound file. The layout\n"
-    "(sector size, SAT, directory, MiniSAT) is rebuilt from the header and from the sectors'\n"
-    "contents, and every stream is reported as recovered (every sector came through a\n"
-    "verified chain), partial (which bytes are missing), ambiguous (candidate layouts that\n"
-    "the evidence cannot tell apart give other bytes), inferred (links lost with their SAT\n"
-    "sector rebuilt as runs; likely, not verified) or lost. Entries no link from the root\n"
-    "reaches are kept under \"orphans\".\n"
-    "\n  --out FILE       write a fresh version-3 compound file of the recovered tree\n"
-    "  --extract DIR    write the recovered tree as folders and files, with the chains no\n"
-    "                   entry claims under DIR/lost\n"
-    "  --keep-partial   also write the verified part of partial streams, and every candidate\n"
-    "                   of an ambiguous one as NAME#1, NAME#2, ...\n"
-    "  --keep-inferred  also write inferred streams\n"
-    "  --json           the report as one JSON object\n"
-    "\nExit status: 0 every stream record the file holds recovered, 1 some or all not (or\n"
-    "not a compound file), 2 usage or environment error.\n";
-
-int run_salvage(const Context&, const std::vector<std::string>& args) {
-    if (wants_help(args)) {
-        std::cout << kHelp << kBatchHelp;
-        return kExitOk;
-    }
-    Parsed_Args parsed;
-    std::string error;
-    unsigned jobs = 1;
-    if (!parse_args(args, {"--json", "--keep-partial", "--keep-inferred", "-r", "--recursive"},
-                    {"--out", "--extract", "-j", "--jobs"}, parsed, error) ||
-        parsed.positional.empty() || !read_jobs(parsed, jobs)) {
-        print_error(error.empty() ? "salvage needs an input file and -j a count" : error);
-        std::cerr << kHelp;
-        return kExitUsage;
-    }
-    Salvage_Keep keep;
-    keep.partial = parsed.flags.count("--keep-partial") != 0;
-    keep.inferred = parsed.flags.count("--keep-inferred") != 0;
-    const bool recursive = parsed.flags.count("-r") + parsed.flags.count("--recursive") != 0;
-    if (recursive || parsed.positional.size() > 1) {
-        if (parsed.options.count("--out") != 0) {
+int run_salvage(const Options& options) {
+    if (options.recursive || options.inputs.size() > 1) {
+        if (options.out_given) {
             print_error("--out writes one file: salvage a single input with it");
             return kExitUsage;
         }
         Batch_Options batch;
-        batch.json = parsed.flags.count("--json") != 0;
-        batch.keep = keep;
-        if (parsed.options.count("--extract") != 0)
-            batch.extract = user_path(parsed.options["--extract"]);
-        return run_batch_salvage(parsed.positional, recursive, jobs, batch);
+        batch.json = options.json;
+        batch.keep = options.keep;
+        if (options.extract_given) batch.extract = user_path(options.extract);
+        return run_batch_salvage(options.inputs, options.recursive, options.jobs, batch);
     }
-    const bool json = parsed.flags.count("--json") != 0;
-    const std::string input = user_path(parsed.positional[0]);
+    const std::string input = user_path(options.inputs[0]);
 
     const std::string problem = input_problem(input);
     if (!problem.empty()) {
@@ -258,25 +224,28 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     for (const std::string& line : result.log) {
         Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
     }
-    std::cout << (json ? salvage_report_json(result) : salvage_report_text(result));
+    std::cout << (options.json ? salvage_report_json(result) : salvage_report_text(result));
 
     int status = result.complete() ? kExitOk : kExitPartial;
-    if (result.is_compound_file && parsed.options.count("--extract") != 0) {
-        const std::string folder = user_path(parsed.options["--extract"]);
-        if (!salvage_extract(data, size, result, platform::widen(folder), keep, error, reader)) {
+    std::string error;
+    if (result.is_compound_file && options.extract_given) {
+        const std::string folder = user_path(options.extract);
+        if (!salvage_extract(data, size, result, platform::widen(folder), options.keep, error,
+                             reader)) {
             print_error(error);
             status = kExitUsage;
         }
     }
-    if (result.is_compound_file && parsed.options.count("--out") != 0) {
-        const std::string out = user_path(parsed.options["--out"]);
+    if (result.is_compound_file && options.out_given) {
+        const std::string out = user_path(options.out);
         // Staged: the file appears under its name only once it is whole. The open input is
         // what tells whether the name reaches it.
         if (reader == nullptr) {
             error = "the input cannot be opened to compare it with the output";
         }
-        if (reader == nullptr || !salvage_write(data, size, result, platform::widen(out), keep,
-                                                error, reader, platform::Create_Mode::staged)) {
+        if (reader == nullptr ||
+            !salvage_write(data, size, result, platform::widen(out), options.keep, error, reader,
+                           platform::Create_Mode::staged)) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }
@@ -284,8 +253,39 @@ int run_salvage(const Context&, const std::vector<std::string>& args) {
     return status;
 }
 
-const Registrar registrar({"salvage", "recover the streams of a damaged compound file",
-                           run_salvage});
+Runner setup(CLI::App& app) {
+    auto options = std::make_shared<Options>();
+    app.add_option("IN", options->inputs,
+                   "the damaged compound file (several files, or folders with --recursive)")
+        ->type_name("")
+        ->required();
+    app.add_option("--out", options->out,
+                   "write a fresh version-3 compound file of the recovered tree")
+        ->type_name("FILE")
+        ->each([options](const std::string&) { options->out_given = true; });
+    app.add_option("--extract", options->extract,
+                   "write the recovered tree as folders and files, with the chains no entry "
+                   "claims under DIR/lost")
+        ->type_name("DIR")
+        ->each([options](const std::string&) { options->extract_given = true; });
+    app.add_flag("--keep-partial", options->keep.partial,
+                 "also write the verified part of partial streams, and every candidate of an "
+                 "ambiguous one as NAME#1, NAME#2, ...");
+    app.add_flag("--keep-inferred", options->keep.inferred, "also write inferred streams");
+    app.add_flag("--json", options->json,
+                 "the report as one JSON object (many files: one per file, and a summary object)");
+    app.add_flag("-r,--recursive", options->recursive,
+                 "also salvage every file below each folder IN");
+    // Up to four digits, as a count of threads a machine could use; the bound stays out of the
+    // help's N.
+    app.add_option("-j,--jobs", options->jobs, "worker threads (0: one per processor; default 1)")
+        ->type_name("N")
+        ->check(CLI::Range(0U, 9999U).description(""));
+    return [options](const Context&) { return run_salvage(*options); };
+}
+
+const Registrar registrar(Command{"salvage", "recover the streams of a damaged compound file",
+                                  kExitStatuses, true, setup});
 
 }  // namespace
 

@@ -35,11 +35,6 @@ std::vector<Command>& registry() {
     return commands;
 }
 
-std::vector<Own_Parsing_Command>& own_parsing_registry() {
-    static std::vector<Own_Parsing_Command> commands;
-    return commands;
-}
-
 std::string environment(const char* name) {
     const char* value = std::getenv(name);
     return value != nullptr ? value : "";
@@ -124,14 +119,11 @@ std::size_t edit_distance(const std::string& a, const std::string& b) {
     return row[b.size()];
 }
 
-// "unknown command 'chek'; did you mean 'check'?" when one command is near enough.
-std::string unknown_command_text(const std::string& word) {
+// The name within two edits of `word` (being its beginning counts as one), the nearest first;
+// empty when none is.
+std::string nearest_name(const std::string& word, const std::vector<std::string>& names) {
     std::string best;
     std::size_t best_distance = 3;
-    std::vector<std::string> names;
-    for (const Command& command : registry()) names.emplace_back(command.name);
-    for (const Own_Parsing_Command& command : own_parsing_registry())
-        names.emplace_back(command.name);
     for (const std::string& name : names) {
         const std::size_t distance =
             name.rfind(word, 0) == 0 && !word.empty() ? 1 : edit_distance(word, name);
@@ -140,9 +132,34 @@ std::string unknown_command_text(const std::string& word) {
             best = name;
         }
     }
-    std::string text = "unknown command '" + word + "'";
-    if (!best.empty()) text += "; did you mean '" + best + "'?";
+    return best;
+}
+
+std::string with_suggestion(std::string text, const std::string& suggestion) {
+    if (!suggestion.empty()) text += "; did you mean '" + suggestion + "'?";
     return text;
+}
+
+// "unknown command 'chek'; did you mean 'check'?" when one command is near enough.
+std::string unknown_command_text(const std::string& word) {
+    std::vector<std::string> names;
+    for (const Command& command : registry()) names.emplace_back(command.name);
+    return with_suggestion("unknown command '" + word + "'", nearest_name(word, names));
+}
+
+// "unexpected argument '--jsno' for check; did you mean '--json'?": options are looked up among
+// the command's own and the global ones.
+std::string unexpected_argument_text(const std::string& word, const CLI::App& command) {
+    std::string text = "unexpected argument '" + word + "' for " + command.get_name();
+    if (word.size() < 2 || word[0] != '-') return text;
+    std::vector<std::string> names;
+    for (const CLI::App* app : {&command, command.get_parent()}) {
+        for (const CLI::Option* option : app->get_options()) {
+            for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+            for (const std::string& name : option->get_snames()) names.push_back("-" + name);
+        }
+    }
+    return with_suggestion(text, nearest_name(word.substr(0, word.find('=')), names));
 }
 
 constexpr const char* kGlobalOptions =
@@ -164,57 +181,9 @@ int with_library(const Context& context, const std::function<int()>& work) {
     return status;
 }
 
-// A command that parses its own arguments: found before the parser sees the line, as the first
-// word that is not a global option (those go anywhere before "--"). False when the line names
-// none.
-bool run_own_parsing(int argc, char** argv, Context& context, int& status) {
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    std::vector<std::string> rest;  // the line without the global options
-    std::string lang;
-    bool options_done = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        const std::string name = arg.substr(0, arg.find('='));
-        std::string* slot = options_done             ? nullptr
-                            : name == "--log-dir"    ? &context.log_dir
-                            : name == "--config-dir" ? &context.config_dir
-                            : name == "--work-dir"   ? &context.work_dir
-                            : name == "--lang"       ? &lang
-                                                     : nullptr;
-        options_done = options_done || arg == "--";
-        if (slot == nullptr) {
-            rest.push_back(arg);
-        } else if (name.size() < arg.size()) {
-            *slot = arg.substr(name.size() + 1);
-        } else if (i + 1 < args.size()) {
-            *slot = args[++i];
-        } else {
-            return false;
-        }
-    }
-    if (rest.empty()) return false;
-    const auto& commands = own_parsing_registry();
-    const auto command =
-        std::find_if(commands.begin(), commands.end(),
-                     [&](const Own_Parsing_Command& c) { return rest.front() == c.name; });
-    if (command == commands.end()) return false;
-    if (!lang.empty()) context.english_only = lang == "en";
-    for (std::string* folder : {&context.log_dir, &context.config_dir, &context.work_dir}) {
-        *folder = user_path(*folder);
-    }
-    const std::vector<std::string> command_args(rest.begin() + 1, rest.end());
-    // Help needs no library and must not create its folders.
-    status = wants_help(command_args)
-                 ? command->run(context, command_args)
-                 : with_library(context, [&] { return command->run(context, command_args); });
-    return true;
-}
-
 int run_command(int argc, char** argv) {
     Context context = default_context();
     remember_start_folder();
-    int own_status = kExitOk;
-    if (run_own_parsing(argc, argv, context, own_status)) return own_status;
 
     CLI::App app(
         "Checks, analyses, repairs and salvages damaged compound files (.doc, .xls, "
@@ -254,10 +223,6 @@ int run_command(int argc, char** argv) {
         sub->footer(std::string(kGlobalOptions) + "\n\n" + command.exit_statuses);
         runners.emplace_back(sub, command.setup(*sub));
     }
-    // Listed in the help; run_own_parsing runs them.
-    for (const Own_Parsing_Command& command : own_parsing_registry()) {
-        app.add_subcommand(command.name, command.summary)->group("Commands");
-    }
 
     try {
         app.parse(argc, argv);
@@ -279,8 +244,7 @@ int run_command(int argc, char** argv) {
         return kExitUsage;
     }
     if (!extras.empty()) {
-        print_error("unexpected argument '" + extras.front() + "' for " +
-                    chosen->first->get_name());
+        print_error(unexpected_argument_text(extras.front(), *chosen->first));
         std::cerr << "Run 'cfbvornak " << chosen->first->get_name() << " --help'.\n";
         return kExitUsage;
     }
@@ -316,10 +280,6 @@ int run_tool(int argc, char** argv) {
 
 Registrar::Registrar(Command command) {
     registry().push_back(std::move(command));
-}
-
-Registrar::Registrar(Own_Parsing_Command command) {
-    own_parsing_registry().push_back(std::move(command));
 }
 
 int run_on_fresh_thread(const std::function<int()>& work) {

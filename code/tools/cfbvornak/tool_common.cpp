@@ -333,47 +333,4 @@ std::string grouped(uint64_t value) {
     return digits;
 }
 
-bool parse_args(const std::vector<std::string>& args, const std::set<std::string>& flag_names,
-                const std::set<std::string>& option_names, Parsed_Args& parsed,
-                std::string& error) {
-    bool options_done = false;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        const std::string& arg = args[i];
-        if (options_done || arg.size() < 2 || arg[0] != '-') {
-            parsed.positional.push_back(arg);
-            continue;
-        }
-        if (arg == "--") {
-            options_done = true;
-            continue;
-        }
-        const std::size_t equals = arg.find('=');
-        const std::string name = arg.substr(0, equals);
-        if (equals == std::string::npos && flag_names.count(name) != 0) {
-            parsed.flags.insert(name);
-        } else if (option_names.count(name) != 0) {
-            if (equals != std::string::npos) {
-                parsed.options[name] = arg.substr(equals + 1);
-            } else if (i + 1 < args.size()) {
-                parsed.options[name] = args[++i];
-            } else {
-                error = "option " + name + " needs a value";
-                return false;
-            }
-        } else {
-            error = "unknown option " + arg;
-            return false;
-        }
-    }
-    return true;
-}
-
-bool wants_help(const std::vector<std::string>& args) {
-    for (const std::string& arg : args) {
-        if (arg == "--") return false;
-        if (arg == "--help" || arg == "-h") return true;
-    }
-    return false;
-}
-
 }  // namespace vrk::cli

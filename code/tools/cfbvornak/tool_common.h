@@ -5,8 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -67,18 +65,5 @@ int32_t folded_entry(const std::function<int32_t()>& entry);
 
 // "12,345" for counts in the tool's lines.
 std::string grouped(uint64_t value);
-
-// Arguments of a command that parses its own (Own_Parsing_Command): --flag, --option VALUE /
-// --option=VALUE, and the rest in order. "--" ends the options.
-struct Parsed_Args {
-    std::set<std::string> flags;
-    std::map<std::string, std::string> options;
-    std::vector<std::string> positional;
-};
-// False (with a message in `error`) on an unknown option or a missing value.
-bool parse_args(const std::vector<std::string>& args, const std::set<std::string>& flag_names,
-                const std::set<std::string>& option_names, Parsed_Args& parsed, std::string& error);
-// True when the arguments ask for help (--help or -h anywhere before "--").
-bool wants_help(const std::vector<std::string>& args);
 
 }  // namespace vrk::cli
