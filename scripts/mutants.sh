@@ -1,0 +1,180 @@
+#!/usr/bin/env bash
+# Fault injection for the test suite: applies one-line faults to the library, one at a time,
+# rebuilds only the tests that should notice, runs them, and restores the file. A fault counts as
+# caught when at least one of its tests fails. Prints caught/total and exits non-zero unless every
+# fault is caught. Slow (one incremental build per fault), so not part of scripts/test.sh.
+#
+#   bash scripts/mutants.sh            # every fault
+#   bash scripts/mutants.sh repair     # only faults whose file path contains "repair"
+#
+# Each fault names a line by a fixed text that must occur exactly once in its file: when the code
+# has moved on and the text is gone, the fault is reported as stale (and fails the run) instead of
+# being counted as caught.
+set -uo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$root"
+build=$(realpath -m "${CFB_MUTANTS_BUILD:-build/mutants}")
+jobs=${CFB_JOBS:-2}
+filter=${1:-}
+log="$build/mutants.log"
+
+# "file|tests" (ctest names; a replay test builds its fuzz target), then "line text @@ faulty text"
+mutants=(
+    # The door: the last readable byte, the failure text's shape, empty files, the failing offset.
+    "code/src/file_operation/File_Anywhere_Door.cpp|file_layer_test"
+    "    if (offset > m_file_size - 1) { @@     if (offset > m_file_size) {"
+    "code/src/file_operation/door_failure.cpp|file_layer_test"
+    '    std::snprintf(text.data(), text.size(), "[%s:%d->%s] %s\n", kDoorSourceFile, throw_line, @@     std::snprintf(text.data(), text.size(), "[%s:%d-->%s] %s\n", kDoorSourceFile, throw_line,'
+    "code/src/file_operation/Input_View.cpp|input_view_test file_layer_test"
+    "    if (!sized || size == 0) { @@     if (!sized) {"
+    "code/src/file_operation/Input_View.cpp|input_view_test file_layer_test"
+    "    if (!inside(offset, length)) throw_out_of_range(std::max(offset, m_size), site); @@     if (!inside(offset, length)) throw_out_of_range(offset, site);"
+    # Parse: chains, the DISAT walk, the tree.
+    "code/src/cfb_vornak/model/Sector_Chains.cpp|cfb_file_test allocation_table_test parse_equivalence_test"
+    "    chain.push_back(ENDOFCHAIN); @@     chain.push_back(FREESECT);"
+    "code/src/cfb_vornak/model/Sector_Chains.cpp|cfb_file_test allocation_table_test parse_equivalence_test"
+    "            } else if (next < size && visited.test(next)) { @@             } else if (next < size && !visited.test(next)) {"
+    "code/src/cfb_vornak/model/Allocation_Table.cpp|cfb_file_test allocation_table_test parse_equivalence_test"
+    "    for (; k < count && k < limit; ++k) { @@     for (; k <= count && k < limit; ++k) {"
+    "code/src/cfb_vornak/model/Cfb_Directory_Tree.cpp|directory_tree_test reports_test"
+    "        if (placed[did] == 0) root->add_child(nodes[did].get()); @@         if (placed[did] != 0) root->add_child(nodes[did].get());"
+    "code/src/cfb_vornak/model/Mini_Allocation_Table.cpp|minisat_test release_test"
+    "        if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid > max_sid) { @@         if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid >= max_sid) {"
+    # Probe: the document kind, the extension rule, the root's type, a slot's name.
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    '            if (name_starts_with(record, u"Workbook\0"sv)) return kKindSheet; @@             if (name_starts_with(record, u"Workbook\0"sv)) return kKindSlides;'
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    "    if (extension == L\"xls\") return kind == kKindSheet; @@     if (extension == L\"xls\") return kind != kKindSheet;"
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    "        if (slots.at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset; @@         if (slots.at(offset)[kOffObjectType] != kRootStorageType) root_offset = &offset;"
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    "    if (name_valid_size < 1 || name_valid_size > kNameSize) return false; @@     if (name_valid_size < 2 || name_valid_size > kNameSize) return false;"
+    # Repair: sector classification and the expected mini chains.
+    "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
+    "        if (facts.past_the_file) sets.beyond_end_sids.insert(sid); @@         if (!facts.past_the_file) sets.beyond_end_sids.insert(sid);"
+    "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
+    "        if (repeats.has_repeat(bytes, hashes)) continue; @@         if (!repeats.has_repeat(bytes, hashes)) continue;"
+    "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
+    "                size / mini_sector_size + (size % mini_sector_size != 0 ? 1 : 0); @@                 size / mini_sector_size;"
+    # Release: the last piece of a stream, the mini/normal split, joined runs.
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
+    "        const uint64_t n = std::min(remaining, unit); @@         const uint64_t n = unit;"
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
+    "    const bool normal = size > cutoff; @@     const bool normal = size >= cutoff;"
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
+    "            if (!runs.empty() && runs.back().offset + runs.back().length == offset) { @@             if (!runs.empty()) {"
+    # Reports: a row's range, the list's end mark, byte padding.
+    "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test analysis_entry_test"
+    "        out = put_width10(out, 15 + 16 * static_cast<uint64_t>(row)); @@         out = put_width10(out, 16 + 16 * static_cast<uint64_t>(row));"
+    "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test analysis_entry_test"
+    "            out[-2] = '.'; @@             out[-2] = ',';"
+    "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test analysis_entry_test"
+    "        if (byte < 16) { @@         if (byte < 15) {"
+    # Salvage: the verifier's root test, its mini/normal split, a short stream's state.
+    "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
+    "               m_records[0].fields.object_type == kTypeRoot; @@                m_records[0].fields.object_type != kTypeRoot;"
+    "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
+    "            w.mini = e.size < Mini_Stream::kCutoff; @@             w.mini = e.size > Mini_Stream::kCutoff;"
+    "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
+    "            e.state = got == 0 ? Salvage_State::lost : Salvage_State::partial; @@             e.state = got == 0 ? Salvage_State::partial : Salvage_State::lost;"
+)
+
+mkdir -p "$build"
+if [ ! -f "$build/CMakeCache.txt" ]; then
+    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DCFB_WERROR=ON >/dev/null || exit 1
+fi
+: >"$log"
+
+backup=$(mktemp)
+current=""
+# The faulty file is put back whatever ends the run.
+restore() {
+    if [ -n "$current" ]; then
+        cp "$backup" "$current"
+        current=""
+    fi
+}
+trap 'restore; rm -f "$backup"' EXIT
+trap 'exit 130' INT TERM
+
+# Builds the named tests, or the fuzz targets behind their replay tests.
+build_tests() {
+    local targets=()
+    local name
+    for name in "$@"; do targets+=(--target "${name%_replay}"); done
+    cmake --build "$build" -j "$jobs" "${targets[@]}" >>"$log" 2>&1
+}
+
+# Every test the faults name must pass on the unfaulty code first, or a failure would be taken
+# for a catch.
+all_tests=()
+for ((i = 0; i < ${#mutants[@]}; i += 2)); do
+    IFS='|' read -r file tests <<<"${mutants[i]}"
+    [[ -n "$filter" && "$file" != *"$filter"* ]] && continue
+    read -ra names <<<"$tests"
+    all_tests+=("${names[@]}")
+done
+mapfile -t all_tests < <(printf '%s\n' "${all_tests[@]}" | sort -u)
+if ! build_tests "${all_tests[@]}" ||
+    ! (cd "$build" && ctest -R "^($(IFS='|'; echo "${all_tests[*]}"))\$" --timeout 600 >>"$log" 2>&1); then
+    echo "BROKEN  the unfaulty code fails its own tests (see $log)"
+    exit 1
+fi
+
+total=0
+caught=0
+failures=()
+for ((i = 0; i < ${#mutants[@]}; i += 2)); do
+    IFS='|' read -r file tests <<<"${mutants[i]}"
+    line=${mutants[i + 1]%% @@ *}
+    faulty=${mutants[i + 1]#* @@ }
+    [[ -n "$filter" && "$file" != *"$filter"* ]] && continue
+    total=$((total + 1))
+    label="$file: ${line#"${line%%[![:space:]]*}"}"
+    read -ra names <<<"$tests"
+    count=$(grep -cxF -- "$line" "$file")
+    if [ "$count" != 1 ]; then
+        echo "STALE   $label (the line occurs $count times)"
+        failures+=("stale: $label")
+        continue
+    fi
+    # The unfaulty build first: the previous fault's objects are rebuilt.
+    if ! build_tests "${names[@]}"; then
+        echo "BROKEN  the unfaulty build fails (see $log)"
+        exit 1
+    fi
+    cp "$file" "$backup"
+    current=$file
+    LINE=$line FAULTY=$faulty perl -0pi -e 's/^\Q$ENV{LINE}\E$/$ENV{FAULTY}/m' "$file"
+    if cmp -s "$file" "$backup"; then
+        echo "INVALID $label (the fault changed nothing)"
+        failures+=("invalid: $label")
+        restore
+        continue
+    fi
+    regex="^($(IFS='|'; echo "${names[*]}"))\$"
+    if ! build_tests "${names[@]}"; then
+        echo "INVALID $label (the fault does not compile)"
+        failures+=("invalid: $label")
+    else
+        # Caught only when tests ran and one of them failed; no test run is an error.
+        (cd "$build" && ctest -R "$regex" --timeout 600 >"$build/last.log" 2>&1)
+        cat "$build/last.log" >>"$log"
+        if ! grep -qE "tests passed, [0-9]+ tests failed out of [1-9]" "$build/last.log"; then
+            echo "MISSED  $label"
+            failures+=("missed: $label")
+        elif grep -qE "tests passed, 0 tests failed" "$build/last.log"; then
+            echo "MISSED  $label"
+            failures+=("missed: $label")
+        else
+            echo "CAUGHT  $label"
+            caught=$((caught + 1))
+        fi
+    fi
+    restore
+done
+
+echo "caught $caught/$total"
+for failure in "${failures[@]}"; do echo "  $failure"; done
+[ "$total" -gt 0 ] && [ "$caught" -eq "$total" ]
