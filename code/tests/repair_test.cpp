@@ -699,8 +699,8 @@ TEST(RepairPipeline, TheDisatCountIsTheMiniSatCount) {
 //   with no FATSECT/DIFSECT value and no repeated 32-bit value, such as random bytes) is taken
 //   for a DISAT sector. Any stream of more than 128 such sectors in a row does this
 //   ("stream_sizes" and the shapes built around it: "sibling_chain", "tables_at_end",
-//   "sat_in_last_sector", "all_options"); the header then lacks those SAT sectors and claims a
-//   DISAT.
+//   "sat_in_last_sector", "all_options", and "slack_chains" and "older_save", whose slack and
+//   older save hold such runs); the header then lacks those SAT sectors and claims a DISAT.
 // - When the root's stream size / 63 exceeds the number of sectors ("many_streams": hundreds
 //   of small streams in a small file), every SAT entry lies inside the estimated mini sector
 //   range, so SAT sectors compete with the MiniSAT sectors on score and some are taken for
@@ -715,9 +715,9 @@ TEST(RepairPipeline, TheDisatCountIsTheMiniSatCount) {
 // The other shapes come back whole: their directory starts at the lowest sector holding
 // plausible directory records, and their MiniSAT sector scores highest. So does a large stream
 // of text, whose sectors repeat values and are therefore no candidates.
-const std::set<std::string> kUnrecoverable{"stream_sizes", "sibling_chain", "tables_at_end",
-                                           "many_streams", "disat",         "sat_in_last_sector",
-                                           "all_options",  "version4"};
+const std::set<std::string> kUnrecoverable{
+    "stream_sizes",       "sibling_chain", "tables_at_end", "many_streams", "disat",
+    "sat_in_last_sector", "all_options",   "version4",      "slack_chains", "older_save"};
 
 void write_manifest(const stdfs::path& path, const std::string& json) {
     test::write_file(path, json);
