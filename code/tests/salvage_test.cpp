@@ -90,6 +90,7 @@ struct Outcome {
     Salvage_Result result;
     std::size_t recovered = 0;
     std::size_t wrong = 0;           // reported recovered but differing from the original
+    std::size_t stale = 0;           // recovered with the older save's bytes, not the live ones
     std::size_t inferred_wrong = 0;  // inferred, differing: a guess, but a file laid out in
                                      // runs should not make it
     std::map<std::u16string, Salvage_State> states;
@@ -127,11 +128,13 @@ Outcome run(const Sample& s, const std::vector<uint8_t>& damaged) {
             }
             return false;
         };
-        const bool right = matches(s.streams) || matches(s.older);
+        const bool live = matches(s.streams);
+        const bool right = live || matches(s.older);
         if (e.state == Salvage_State::inferred) {
             o.inferred_wrong += right ? 0 : 1;
         } else {
             ++(right ? o.recovered : o.wrong);
+            o.stale += right && !live ? 1 : 0;
         }
     }
     return o;
@@ -159,7 +162,7 @@ using Check = std::function<void(const Sample&, const Outcome&, const std::strin
 
 // Every stream back whole, orphans under "orphans", broken names as record_<id>.
 void all_back(const Sample& s, const Outcome& o, const std::string& where) {
-    EXPECT_EQ(o.wrong + o.inferred_wrong, 0u) << where;
+    EXPECT_EQ(o.wrong + o.inferred_wrong + o.stale, 0u) << where;
     EXPECT_EQ(o.recovered, s.streams.size()) << where << ": " << o.result.reason;
 }
 
@@ -399,6 +402,26 @@ TEST(SalvageDamage, OrphansNamesAndCopies) {
     EXPECT_FALSE(out.result.directories[0].taken);  // the older save's, first in the file
     EXPECT_TRUE(out.result.directories[1].taken);
     EXPECT_EQ(out.result.layout(), "content");
+}
+
+// A header whose DISAT names the older save's SAT sector (the file's first sector, a sound
+// table of its own that marks the live directory's sector free) beside the live directory: the
+// header contradicts itself, and the later save wins.
+TEST(SalvageDamage, HeaderNamingAnOlderSatSector) {
+    for (uint32_t seed = 1; seed <= 4; ++seed) {
+        Cfb_Fs_Item_DirNode older;
+        older.add_stream(u"Current User", test::random_bytes(47, seed));
+        older.add_stream(u"Data", test::random_bytes(5000, seed + 1));
+        Builder_Options o;
+        o.older_save = build_compound_file(older);
+        Cfb_Fs_Item_DirNode live;
+        live.add_stream(u"Current User", test::random_bytes(62, seed));
+        live.add_stream(u"Data", test::random_bytes(6000 + seed, seed + 2));
+        Sample s = build(live, o);
+        ASSERT_LT(s.layout.directory_sids.front(), s.layout.sector_size / 4);
+        test::patch_u32(s.bytes, test::offsets::kHeaderDisat, 0);
+        all_back(s, run(s, s.bytes), "seed " + std::to_string(seed));
+    }
 }
 
 // Two copies of the directory that the evidence cannot tell apart (the copy, in a sector the

@@ -110,20 +110,28 @@ struct Header_Facts {
     sid_t first_minisat = ENDOFCHAIN;  // when it names a sector that looks like a table
 };
 
-Header_Facts header_facts(const Header_Evidence& header, const Sector_Classes& classes,
-                          const Sat_Table& sat) {
+// True when sector `sid` lies wholly inside the file and holds only zero bytes.
+bool zeroed_sector(const Salvage_Input& input, const Sector_Geometry& g, sid_t sid) {
+    const uint8_t* p = sid < g.whole_count ? input.bytes(g.offset(sid), g.sector_size) : nullptr;
+    return p != nullptr && std::all_of(p, p + g.sector_size, [](uint8_t b) { return b == 0; });
+}
+
+Header_Facts header_facts(const Salvage_Input& input, const Header_Evidence& header,
+                          const Sector_Classes& classes, const Sat_Table& sat) {
     Header_Facts f;
     f.speaks = true;
     f.sector_size = classes.geometry.sector_size;
     // A position counts when the table marks its sector FATSECT (a broken DISAT entry names
     // some other sector, which nothing marks), or when the sector would have marked itself but
-    // its entries were lost (a zeroed SAT sector is still the one the header names).
+    // its entries were lost to zeros (a zeroed SAT sector is still the one the header names;
+    // a data sector that a broken DISAT entry names has lost nothing).
     const uint32_t per = classes.geometry.entries_per_sector();
     for (std::size_t p = 0; p < sat.fixed.size() && p < sat.sat_sectors.size(); ++p) {
         const sid_t s = sat.sat_sectors[p];
         const bool marked = sat.fixed[p] != 0 && sat.is_known(s) && sat.entries[s] == FATSECT;
         const bool lost_itself = sat.fixed[p] != 0 && s / per == p && s < sat.known.size() &&
-                                 sat.known[s] == kEntryUnknown;
+                                 sat.known[s] == kEntryUnknown &&
+                                 zeroed_sector(input, classes.geometry, s);
         f.sat_positions.push_back(marked || lost_itself ? s : FREESECT);
     }
     // The first sectors the header names must start chains: no known link leads to them, and
@@ -132,14 +140,25 @@ Header_Facts header_facts(const Header_Evidence& header, const Sector_Classes& c
     auto chain_head = [&](sid_t sid) {
         if (sat.is_known(sid) && is_special(sat.entries[sid]) && sat.entries[sid] != ENDOFCHAIN)
             return false;
-        for (std::size_t i = 0; i < sat.entries.size(); ++i) {
+        // Entries past the file's sectors may hold anything.
+        for (std::size_t i = 0; i < sat.entries.size() && i < g.count; ++i) {
             if (sat.known[i] != kEntryUnknown && sat.entries[i] == sid) return false;
         }
         return true;
     };
     if (header.first_dir_sid < g.whole_count &&
-        (classes.flags[header.first_dir_sid] & kRootFirst) && chain_head(header.first_dir_sid))
-        f.first_dir = header.first_dir_sid;
+        (classes.flags[header.first_dir_sid] & kRootFirst)) {
+        if (chain_head(header.first_dir_sid)) {
+            f.first_dir = header.first_dir_sid;
+        } else {
+            // The header's SAT does not let its own directory start there: the header
+            // contradicts itself (a DISAT entry naming an older copy of a SAT sector, or a
+            // first directory sector naming an older directory). The SAT sector that says so
+            // is no fact, and neither is the directory.
+            const std::size_t p = header.first_dir_sid / per;
+            if (p < f.sat_positions.size()) f.sat_positions[p] = FREESECT;
+        }
+    }
     if (header.first_minisat_sid < g.whole_count &&
         (classes.flags[header.first_minisat_sid] & kTableRange) &&
         chain_head(header.first_minisat_sid))
@@ -354,8 +373,8 @@ Salvage_Result Salvage_Search::run() {
         if (header_fits) {
             from_header =
                 std::make_shared<const Sat_Table>(header_sat(m_input, *classes, m_header));
-            m_facts =
-                m_header_only ? Header_Facts{} : header_facts(m_header, *classes, *from_header);
+            m_facts = m_header_only ? Header_Facts{}
+                                    : header_facts(m_input, m_header, *classes, *from_header);
             try_sat(classes, from_header, header_fits, true);
             // The header's own layout, checked out in full, is the answer.
             if (settled()) {
