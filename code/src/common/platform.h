@@ -206,6 +206,11 @@ class Output_File {
     // the bytes do not pass through the caller (copy_file_range on Linux). Returns the number
     // of bytes appended; fewer than asked means the source ended or an error occurred.
     [[nodiscard]] uint64_t append_range(const Input_File& source, uint64_t offset, uint64_t length);
+    // Overwrites bytes already written, from `offset` on (a header known only once the rest is
+    // written); later writes still go to the end. Never extends the file: the part of `size`
+    // past what was written is left out, and the answer is then false, as on a failed write.
+    // Overwriting takes no new space, so the test hook leaves it alone.
+    [[nodiscard]] bool write_at(uint64_t offset, const void* data, std::size_t size);
     // Closes the file; false when the last writes could not be completed. A staged file stays
     // under its temporary name until commit() (or goes with the object).
     [[nodiscard]] bool close();

@@ -432,6 +432,21 @@ uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, ui
     return copied;
 }
 
+bool Output_File::write_at(uint64_t offset, const void* data, std::size_t size) {
+    if (!is_open() || offset > m_written) return false;
+    const auto inside = static_cast<std::size_t>(std::min<uint64_t>(size, m_written - offset));
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    std::size_t done = 0;
+    while (done < inside) {
+        const ssize_t got = ::pwrite(descriptor(m_handle), bytes + done, chunk(inside - done),
+                                     static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return false;
+        done += static_cast<std::size_t>(got);
+    }
+    return inside == size;
+}
+
 bool Output_File::close() {
     if (m_handle == kNoHandle) return true;
     const bool ok = ::close(descriptor(m_handle)) == 0;

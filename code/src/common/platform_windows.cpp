@@ -491,6 +491,30 @@ uint64_t Output_File::append_range(const Input_File& source, uint64_t offset, ui
     return copied;
 }
 
+bool Output_File::write_at(uint64_t offset, const void* data, std::size_t size) {
+    if (!is_open() || offset > m_written) return false;
+    const auto inside = static_cast<std::size_t>(std::min<uint64_t>(size, m_written - offset));
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    HANDLE file = native_handle(m_handle);
+    std::size_t done = 0;
+    bool ok = true;
+    while (ok && done < inside) {
+        const uint64_t at = offset + done;
+        OVERLAPPED where{};
+        where.Offset = static_cast<DWORD>(at);
+        where.OffsetHigh = static_cast<DWORD>(at >> 32);
+        DWORD wrote = 0;
+        const auto want = static_cast<DWORD>(std::min<std::size_t>(inside - done, 1u << 30));
+        ok = ::WriteFile(file, bytes + done, want, &wrote, &where) != 0 && wrote != 0;
+        if (!ok) set_errno_from_last_error(::GetLastError());
+        done += wrote;
+    }
+    // A positioned write moves the file pointer: later writes go to the end again.
+    LARGE_INTEGER none{};
+    ok = ::SetFilePointerEx(file, none, nullptr, FILE_END) != 0 && ok;
+    return ok && inside == size;
+}
+
 bool Output_File::close() {
     if (m_handle == kNoHandle) return true;
     const bool ok = ::CloseHandle(native_handle(m_handle)) != 0;
