@@ -423,8 +423,18 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
         Input_View file;
         ASSERT_EQ(file.open(platform::from_path(path)), platform::Map_Step::ok);
         Input_Blocks blocks(file, round % 3 == 0 ? 300 : 700 + 512 * (round % 5));
+        // The blocks handed over, overlaps taken once, are the file from offset 512 on.
+        std::vector<uint8_t> body;
+        blocks.on_block_done([&](uint64_t offset, const uint8_t* bytes, std::size_t size) {
+            ASSERT_LE(offset, 512 + body.size());
+            const std::size_t skip = 512 + body.size() - offset;
+            if (skip < size) body.insert(body.end(), bytes + skip, bytes + size);
+        });
         Repair_Sector_Sets from_blocks;
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, from_blocks, &blocks);
+        blocks.finish();
+        ASSERT_GE(body.size(), 512 * max_sid);
+        ASSERT_TRUE(std::equal(body.begin(), body.end(), image.bytes.begin() + 512)) << round;
         ASSERT_EQ(from_blocks.candidate_sids.members(), sets.candidate_sids.members()) << round;
         ASSERT_EQ(from_blocks.found_sat_sids.members(), sets.found_sat_sids.members()) << round;
         ASSERT_EQ(from_blocks.past_mini_range_sids.members(), sets.past_mini_range_sids.members());
@@ -805,6 +815,46 @@ TEST(RepairRoundTrip, ALastSatSectorIsLeftOutOfTheHeader) {
         EXPECT_NE(header_u32(output, test::header_disat_offset(i)), last);
     }
     EXPECT_FALSE(repaired.file->repair_sector_sets.found_sat_sids.contains(last));
+}
+
+// The body is written while the sectors are sorted and the header last, over a placeholder: a
+// write failing at byte N leaves what a header-then-body copy leaves, its first N bytes (in
+// place), or nothing (staged). N falls in the header, at block edges and in the copied tail.
+TEST(RepairPipeline, AWriteFailingAtByteNLeavesTheFirstNBytes) {
+    test::Temp_Folder folder("fault");
+    const auto bytes = built(large_text_shape());
+    write(folder / "in.bin", bytes);
+    ASSERT_EQ(repair(folder / "in.bin", folder / "whole.cfb").code, ec::kSuccess);
+    const std::vector<uint8_t> whole = read(folder / "whole.xls");
+    ASSERT_EQ(whole.size(), bytes.size());
+    ASSERT_TRUE(std::equal(bytes.begin() + 512, bytes.end(), whole.begin() + 512));
+    const uint64_t block_end = 512 + Input_Blocks::kBlockSize;
+    for (const uint64_t at : {uint64_t{0}, uint64_t{100}, uint64_t{512}, uint64_t{513},
+                              block_end - 1, block_end + 1, uint64_t{whole.size() - 1}}) {
+        for (const auto fault :
+             {platform::Write_Fault::disk_full, platform::Write_Fault::short_write}) {
+            for (const auto mode :
+                 {platform::Create_Mode::replace, platform::Create_Mode::staged}) {
+                const stdfs::path out = folder / "out.cfb";
+                Cfb_File file(describe(folder / "in.bin"), describe(out));
+                platform::set_write_fault_for_tests(fault, at);
+                const Error_Code code =
+                    file.cfb_file_head_changing(describe(out), true, nullptr, mode);
+                platform::set_write_fault_for_tests(platform::Write_Fault::none, 0);
+                if (mode == platform::Create_Mode::staged) {
+                    EXPECT_EQ(code, ec::kWriteFailed) << at;
+                    EXPECT_FALSE(any_output(folder / "out")) << at;
+                    continue;
+                }
+                EXPECT_EQ(code, ec::kSuccess) << at;
+                EXPECT_EQ(read(folder / "out.xls"),
+                          std::vector<uint8_t>(whole.begin(),
+                                               whole.begin() + static_cast<std::ptrdiff_t>(at)))
+                    << at;
+                stdfs::remove(folder / "out.xls");
+            }
+        }
+    }
 }
 
 }  // namespace

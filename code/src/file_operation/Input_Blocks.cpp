@@ -7,15 +7,29 @@ namespace vrk {
 Input_Blocks::Input_Blocks(Input_View& view, std::size_t block_size)
     : m_view(view), m_block_size(std::max<std::size_t>(block_size, 1)) {}
 
+void Input_Blocks::finish() {
+    if (m_done && m_filled != 0) m_done(m_start, m_base, static_cast<std::size_t>(m_filled));
+    m_start = 0;
+    m_filled = 0;
+}
+
 const uint8_t* Input_Blocks::refill(uint64_t offset, std::size_t length) {
-    if (m_view.in_memory()) return m_view.bytes(offset, length);
+    finish();
     const uint64_t wanted = std::max<uint64_t>(length, m_view.available(offset, m_block_size));
+    if (m_view.in_memory()) {
+        // Fails unless the whole range lies inside the file.
+        m_base = m_view.bytes(offset, static_cast<std::size_t>(wanted));
+        m_start = offset;
+        m_filled = wanted;
+        return m_base;
+    }
     if (m_block.size() < wanted) m_block.resize(static_cast<std::size_t>(wanted));
+    m_base = m_block.data();
     m_start = offset;
     m_filled = m_view.read_up_to(offset, wanted, m_block.data());
     // Only the caller's range must be there: the rest of the block is read ahead.
     if (m_filled < length) m_view.fail_at(offset + m_filled);
-    return m_block.data();
+    return m_base;
 }
 
 }  // namespace vrk

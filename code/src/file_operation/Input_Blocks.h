@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "file_operation/Input_View.h"
@@ -16,6 +17,9 @@ class Input_Blocks {
   public:
     static constexpr std::size_t kBlockSize = std::size_t{256} << 10;
 
+    // Receives a block the pass is done with: its offset in the file and its bytes.
+    using Block_Done = std::function<void(uint64_t offset, const uint8_t* bytes, std::size_t size)>;
+
     explicit Input_Blocks(Input_View& view, std::size_t block_size = kBlockSize);
 
     // The `length` bytes at `offset`, valid until the next call; fails as the view does. A range
@@ -23,10 +27,17 @@ class Input_Blocks {
     // ascending offsets read the file once.
     [[nodiscard]] const uint8_t* at(uint64_t offset, std::size_t length) {
         if (offset >= m_start && range_inside(offset - m_start, length, m_filled)) {
-            return m_block.data() + (offset - m_start);
+            return m_base + (offset - m_start);
         }
         return refill(offset, length);
     }
+
+    // From now on every block is handed to `done` while it is still in the cache: just before
+    // the next block replaces it, and the last one at finish(). A block may begin inside the
+    // one before it (a refill starts at the range asked for).
+    void on_block_done(Block_Done done) { m_done = std::move(done); }
+    // Hands the current block to the receiver, if any, and forgets it.
+    void finish();
 
   private:
     const uint8_t* refill(uint64_t offset, std::size_t length);
@@ -34,8 +45,10 @@ class Input_Blocks {
     Input_View& m_view;
     std::size_t m_block_size;
     std::vector<uint8_t> m_block;
+    const uint8_t* m_base = nullptr;  // the block's first byte: in m_block or the view's memory
     uint64_t m_start = 0;
     uint64_t m_filled = 0;  // bytes of the block read from m_start on
+    Block_Done m_done;
 };
 
 }  // namespace vrk

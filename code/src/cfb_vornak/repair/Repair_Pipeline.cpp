@@ -6,11 +6,13 @@
 // 4. Rebuild the header: the sound default header with the counts and first sectors found,
 //    and a header DISAT of the first 109 SAT sectors.
 // 5. Give the output path the extension of the document kind.
-// 6. Write the 512-byte header and then the input from offset 512 on, unchanged and without
-//    passing through this process where the system can copy between files itself: the
-//    output is as long as the input. The input itself is only read, and an output name that
-//    reaches the input (by identity, after the extension rule) is refused like a failed create.
-//    The exports create and write the output in place; the tool stages it in a temporary file
+// 6. Write the input from offset 512 on, unchanged, behind the 512-byte header: the output is
+//    as long as the input. Stages 2 and 6 share one pass: each block stage 2 reads is written
+//    out once its sectors are sorted, while it is still in the cache, behind a placeholder
+//    for the header, which is written over the placeholder once stage 4 has rebuilt it. The
+//    input itself is only read, and an output name that reaches the input (by identity, after
+//    the extension rule) is refused like a failed create, before anything is written. The
+//    exports create and write the output in place; the tool stages it in a temporary file
 //    renamed over the name only once every byte is written.
 #include <algorithm>
 #include <array>
@@ -105,6 +107,41 @@ void name_output(File_Description& output, int32_t document_kind) {
     output.path_wstr = output.open_path_wstr;
 }
 
+// Stage 6's body: the input from offset 512 to `end`, written behind a placeholder for the
+// header as the pass of stage 2 hands over its blocks. Bytes that do not go on where the body
+// ends (a pass that starts again lower down) are left to the final copy, as is what the pass
+// never reads (the last sectors). After a failed write nothing more is written, as a copy
+// stops at its first failure.
+class Body_Writer {
+  public:
+    Body_Writer(platform::Output_File& out, uint64_t end) : m_out(out), m_end(end) {}
+
+    void start() {
+        const std::array<uint8_t, Cfb_Header::kSize> placeholder{};
+        m_ok = m_out.write(placeholder.data(), placeholder.size());
+    }
+    void take(uint64_t offset, const uint8_t* bytes, std::size_t size) {
+        if (!m_ok || offset > m_next) return;
+        const uint64_t end = std::min<uint64_t>(offset + size, m_end);
+        if (end <= m_next) return;
+        m_ok = m_out.write(bytes + (m_next - offset), static_cast<std::size_t>(end - m_next));
+        m_next = end;
+    }
+    // Copies what the pass left; true when the whole body was written.
+    [[nodiscard]] bool finish(const platform::Input_File& in) {
+        if (!m_ok) return false;
+        const uint64_t rest = m_end - m_next;
+        m_ok = m_out.append_range(in, m_next, rest) == rest;
+        return m_ok;
+    }
+
+  private:
+    platform::Output_File& m_out;
+    uint64_t m_end;
+    uint64_t m_next = Cfb_Header::kSize;
+    bool m_ok = false;
+};
+
 void log_open_failure(const std::wstring& path) {
     CFB_LOG_ERROR("无法打开文件！");
     CFB_LOG_ERROR(path);
@@ -117,31 +154,8 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     const Error_Code probe = check_cfb_core(*this);
     if (!probe_allows_repair(probe, force)) return probe;
 
-    Sector_Values_Reader reader(door().view());
-    {
-        Input_Blocks blocks(door().view());
-        classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets,
-                                    &blocks);
-    }
-    sort_out_candidate_sectors(
-        reader,
-        expected_mini_chains(scanned_directory_layout, expected_mini_stream_cutoff,
-                             fixed_mini_sector_size),
-        repair_sector_sets);
-
-    rebuild_header(*this);
-
     File_Description target = output;
     name_output(target, document_kind);
-    if (outcome != nullptr) {
-        outcome->document_kind = document_kind;
-        outcome->header = standard_header;
-        const std::size_t kept =
-            std::min(rebuilt_header_disat.size(), Cfb_Header::kHeaderDisatCount);
-        outcome->header_disat.assign(
-            rebuilt_header_disat.begin(),
-            rebuilt_header_disat.begin() + static_cast<std::ptrdiff_t>(kept));
-    }
 
     // The input is opened first: the output must never be the file it reaches, whichever name
     // (the same one, a link, one the extension rule turned back into it) leads there.
@@ -156,6 +170,39 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     platform::Output_File out;
     const platform::Create_Result created =
         out.create(target.path_wstr, mode, identity_known ? &input_identity : nullptr);
+    const bool writing = created == platform::Create_Result::created && input_open;
+
+    Body_Writer body(out, std::max<uint64_t>(file_size, Cfb_Header::kSize));
+    Sector_Values_Reader reader(door().view());
+    {
+        Input_Blocks blocks(door().view());
+        if (writing) {
+            body.start();
+            blocks.on_block_done([&body](uint64_t offset, const uint8_t* bytes, std::size_t size) {
+                body.take(offset, bytes, size);
+            });
+        }
+        classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets,
+                                    &blocks);
+        blocks.finish();
+    }
+    sort_out_candidate_sectors(
+        reader,
+        expected_mini_chains(scanned_directory_layout, expected_mini_stream_cutoff,
+                             fixed_mini_sector_size),
+        repair_sector_sets);
+
+    rebuild_header(*this);
+
+    if (outcome != nullptr) {
+        outcome->document_kind = document_kind;
+        outcome->header = standard_header;
+        const std::size_t kept =
+            std::min(rebuilt_header_disat.size(), Cfb_Header::kHeaderDisatCount);
+        outcome->header_disat.assign(
+            rebuilt_header_disat.begin(),
+            rebuilt_header_disat.begin() + static_cast<std::ptrdiff_t>(kept));
+    }
     if (created != platform::Create_Result::created) {
         if (outcome != nullptr)
             outcome->output_is_input = created == platform::Create_Result::is_input;
@@ -167,10 +214,9 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
         return ec::kCfbOpenFailed;
     }
 
+    const bool body_written = body.finish(in);
     const auto header = encode_header(standard_header, rebuilt_header_disat);
-    const uint64_t rest = file_size > Cfb_Header::kSize ? file_size - Cfb_Header::kSize : 0;
-    const bool written = out.write(header.data(), header.size()) &&
-                         out.append_range(in, Cfb_Header::kSize, rest) == rest;
+    const bool written = out.write_at(0, header.data(), header.size()) && body_written;
     if (mode == platform::Create_Mode::staged) {
         // Whole or not at all: a failed write leaves whatever held the name before.
         if (!written || !out.commit()) {
