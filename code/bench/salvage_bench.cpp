@@ -29,6 +29,7 @@
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/platform.h"
+#include "file_operation/Input_View.h"
 
 namespace {
 
@@ -106,21 +107,18 @@ const Sample& sample(uint64_t megabytes) {
     return made.emplace(megabytes, result).first->second;
 }
 
-// Maps `input`, salvages it and writes the result to `output` (a folder, or a compound file
-// when `to_file`); the streams recovered, or -1 on a failure.
+// Reads `input` through the checked input view, salvages it and writes the result to `output`
+// (a folder, or a compound file when `to_file`), as the tool does; the streams recovered, or -1
+// on a failure.
 int64_t salvage_once(const stdfs::path& input, const stdfs::path& output, bool to_file) {
-    vrk::platform::Mapped_File mapped;
-    if (vrk::platform::map_file(vrk::platform::from_path(input), mapped) !=
-        vrk::platform::Map_Step::ok)
-        return -1;
-    vrk::platform::Input_File file;
-    if (!file.open(vrk::platform::from_path(input))) return -1;
-    const vrk::Salvage_Result result = vrk::salvage_bytes(mapped.data, mapped.size, false, &file);
+    vrk::Input_View view;
+    if (view.open(vrk::platform::from_path(input)) != vrk::platform::Map_Step::ok) return -1;
+    const vrk::salvage::Salvage_Input source(view);
+    const vrk::Salvage_Result result = vrk::salvage_input(source);
     std::string error;
     const std::wstring out = vrk::platform::from_path(output);
-    const bool written =
-        to_file ? vrk::salvage_write(mapped.data, mapped.size, result, out, {}, error, &file)
-                : vrk::salvage_extract(mapped.data, mapped.size, result, out, {}, error, &file);
+    const bool written = to_file ? vrk::salvage_write(source, result, out, {}, error)
+                                 : vrk::salvage_extract(source, result, out, {}, error);
     return written ? static_cast<int64_t>(result.count(vrk::Salvage_State::recovered)) : -1;
 }
 

@@ -23,6 +23,7 @@
 #include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/error_codes.h"
 #include "common/platform.h"
+#include "file_operation/Input_View.h"
 #include "support/cfb_patch.h"
 #include "support/test_folders.h"
 
@@ -97,21 +98,14 @@ Action export_analysis(const std::string& folder) {
 // The salvage as the tool runs it, in this process: 1 when the output was written.
 Action salvage_call(const std::string& target, bool extract) {
     return [=](const Scene& s) {
-        platform::Mapped_File mapped;
-        if (platform::map_file(platform::from_path(s.input), mapped) != platform::Map_Step::ok) {
-            return -1;
-        }
-        platform::Input_File file;
-        const platform::Input_File* reader =
-            file.open(platform::from_path(s.input)) ? &file : nullptr;
-        const Salvage_Result result = salvage_bytes(mapped.data, mapped.size, false, reader);
+        Input_View view;
+        if (view.open(platform::from_path(s.input)) != platform::Map_Step::ok) return -1;
+        const salvage::Salvage_Input input(view);
+        const Salvage_Result result = salvage_input(input);
         std::string error;
-        const bool ok = extract
-                            ? salvage_extract(mapped.data, mapped.size, result, s.at(target), {},
-                                              error, reader)
-                            : salvage_write(mapped.data, mapped.size, result, s.at(target), {},
-                                            error, reader, platform::Create_Mode::staged);
-        (void)platform::unmap_file(mapped);  // a test's map: nothing to report
+        const bool ok = extract ? salvage_extract(input, result, s.at(target), {}, error)
+                                : salvage_write(input, result, s.at(target), {}, error,
+                                                platform::Create_Mode::staged);
         return ok ? 1 : 0;
     };
 }

@@ -16,6 +16,7 @@
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
+#include "file_operation/Input_View.h"
 #include "json_text.h"
 #include "tool_common.h"
 
@@ -78,13 +79,32 @@ std::string batch_folder(const std::string& root, const std::string& relative, s
     return platform::narrow(platform::from_path(folder));
 }
 
-// The input mapped read-only for the time of one file's salvage.
-struct Mapped_Input {
-    platform::Mapped_File mapped;
-    platform::Map_Step step = platform::Map_Step::open_file;
-    ~Mapped_Input() {
-        if (step == platform::Map_Step::ok) platform::unmap_file(mapped);
+// The input for the time of one file's salvage, read through the checked input view: a file
+// cut short meanwhile reads as ending early instead of killing the process.
+class Salvage_Source {
+  public:
+    // False, with errno set, when the file cannot be read. An empty file (which the view does
+    // not open) is an answer, not a failure: it reads as no bytes.
+    bool open(const std::string& path) {
+        const std::wstring wide = platform::widen(path);
+        const platform::Map_Step step = m_view.open(wide);
+        if (step == platform::Map_Step::ok) {
+            m_input = std::make_unique<salvage::Salvage_Input>(m_view);
+            return true;
+        }
+        std::string size_error;
+        if (step != platform::Map_Step::create_mapping ||
+            fs::get_file_size(wide, size_error) != 0) {
+            return false;
+        }
+        m_input = std::make_unique<salvage::Salvage_Input>(nullptr, 0, nullptr);
+        return true;
     }
+    [[nodiscard]] const salvage::Salvage_Input& input() const { return *m_input; }
+
+  private:
+    Input_View m_view;
+    std::unique_ptr<salvage::Salvage_Input> m_input;
 };
 
 // One file of a batch: its summary line (or JSON object) and its tree under DIR/PATH.
@@ -92,17 +112,8 @@ Batch_Item salvage_in_batch(const Batch_Options& options, const std::string& inp
                             const std::string& relative) {
     Batch_Item item;
     std::string error = input_problem(input);
-    Mapped_Input in;
-    if (error.empty()) {
-        in.step = platform::map_file(platform::widen(input), in.mapped);
-        std::string size_error;
-        // An empty file cannot be mapped, but it is an answer (not a compound file).
-        if (in.step != platform::Map_Step::ok &&
-            (in.step != platform::Map_Step::create_mapping ||
-             fs::get_file_size(platform::widen(input), size_error) != 0)) {
-            error = platform::errno_text();
-        }
-    }
+    Salvage_Source source;
+    if (error.empty() && !source.open(input)) error = platform::errno_text();
     if (!error.empty()) {
         item.category = kFailed;
         item.err = "cfbvornak: cannot read " + input + ": " + error + "\n";
@@ -111,12 +122,7 @@ Batch_Item salvage_in_batch(const Batch_Options& options, const std::string& inp
         }
         return item;
     }
-    const bool mapped = in.step == platform::Map_Step::ok;
-    const uint8_t* data = mapped ? in.mapped.data : nullptr;
-    const uint64_t size = mapped ? in.mapped.size : 0;
-    platform::Input_File file;
-    const platform::Input_File* reader = file.open(platform::widen(input)) ? &file : nullptr;
-    const Salvage_Result result = salvage_bytes(data, size, false, reader);
+    const Salvage_Result result = salvage_input(source.input());
     const std::string prefix = "salvage " + input + ": ";
     for (const std::string& line : result.log) {
         Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
@@ -127,8 +133,8 @@ Batch_Item salvage_in_batch(const Batch_Options& options, const std::string& inp
     std::string folder;
     if (result.is_compound_file && !options.extract.empty()) {
         folder = batch_folder(options.extract, relative, error);
-        if (folder.empty() || !salvage_extract(data, size, result, platform::widen(folder),
-                                               options.keep, error, reader)) {
+        if (folder.empty() || !salvage_extract(source.input(), result, platform::widen(folder),
+                                               options.keep, error)) {
             item.category = kFailed;
             item.err = "cfbvornak: " + input + ": " + error + "\n";
             folder.clear();
@@ -202,24 +208,14 @@ int run_salvage(const Options& options) {
                     (is_folder(input) ? " (use --recursive)" : ""));
         return kExitUsage;
     }
-    platform::Mapped_File mapped;
-    const platform::Map_Step step = platform::map_file(platform::widen(input), mapped);
-    // An empty file cannot be mapped, but it is an answer, not an environment
-    // failure.
-    std::string size_error;
-    const bool empty_file = step == platform::Map_Step::create_mapping &&
-                            fs::get_file_size(platform::widen(input), size_error) == 0;
-    if (step != platform::Map_Step::ok && !empty_file) {
+    Salvage_Source source;
+    if (!source.open(input)) {
         print_error("cannot read " + input + ": " + platform::errno_text());
         return kExitUsage;
     }
-    const uint8_t* data = step == platform::Map_Step::ok ? mapped.data : nullptr;
-    const uint64_t size = step == platform::Map_Step::ok ? mapped.size : 0;
-
-    // Passes over the whole file and the copies of long runs read through an open file.
-    platform::Input_File file;
-    const platform::Input_File* reader = file.open(platform::widen(input)) ? &file : nullptr;
-    const Salvage_Result result = salvage_bytes(data, size, false, reader);
+    // Passes over the whole file and the copies of long runs read through the open file.
+    const platform::Input_File* reader = source.input().file();
+    const Salvage_Result result = salvage_input(source.input());
     const std::string prefix = "salvage " + input + ": ";
     for (const std::string& line : result.log) {
         Cfb_Logger::write_unfiltered(prefix + line, __FILE__, __LINE__, Cfb_Logger::kInfo);
@@ -230,8 +226,8 @@ int run_salvage(const Options& options) {
     std::string error;
     if (result.is_compound_file && options.extract_given) {
         const std::string folder = user_path(options.extract);
-        if (!salvage_extract(data, size, result, platform::widen(folder), options.keep, error,
-                             reader)) {
+        if (!salvage_extract(source.input(), result, platform::widen(folder), options.keep,
+                             error)) {
             print_error(error);
             status = kExitUsage;
         }
@@ -244,7 +240,7 @@ int run_salvage(const Options& options) {
             error = "the input cannot be opened to compare it with the output";
         }
         if (reader == nullptr ||
-            !salvage_write(data, size, result, platform::widen(out), options.keep, error, reader,
+            !salvage_write(source.input(), result, platform::widen(out), options.keep, error,
                            platform::Create_Mode::staged)) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;

@@ -85,14 +85,20 @@ bool Salvage_Result::complete() const {
 
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
                                     const std::vector<Salvage_Piece>& pieces) {
+    return salvaged_bytes(salvage::Salvage_Input(data, size, nullptr), pieces);
+}
+
+std::vector<uint8_t> salvaged_bytes(const salvage::Salvage_Input& input,
+                                    const std::vector<Salvage_Piece>& pieces) {
     uint64_t total = 0;
     for (const Salvage_Piece& p : pieces) {
-        if (!range_inside(p.file_offset, p.length, size)) return {};
+        if (!range_inside(p.file_offset, p.length, input.size())) return {};
         total = std::max(total, p.stream_offset + p.length);
     }
     std::vector<uint8_t> out(total, 0);
-    for (const Salvage_Piece& p : pieces)
-        std::memcpy(out.data() + p.stream_offset, data + p.file_offset, p.length);
+    for (const Salvage_Piece& p : pieces) {
+        if (!input.copy(p.file_offset, p.length, out.data() + p.stream_offset)) return {};
+    }
     return out;
 }
 
@@ -541,21 +547,21 @@ void Salvage_Search::list_directory_copies(Salvage_Result& result) const {
 
 Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only,
                              const platform::Input_File* file) {
-    const Salvage_Input input(data, size, file);
+    return salvage_input(Salvage_Input(data, size, file), header_layout_only);
+}
+
+Salvage_Result salvage_input(const Salvage_Input& input, bool header_layout_only) {
     return Salvage_Search(input, header_layout_only).run();
 }
 
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
                              std::size_t& streams) {
-    platform::Mapped_File mapped;
-    if (platform::map_file(path, mapped) != platform::Map_Step::ok) return false;
-    platform::Input_File file;
-    const platform::Input_File* reader = file.open(path) ? &file : nullptr;
+    Input_View view;
+    if (view.open(path) != platform::Map_Step::ok) return false;
+    const Salvage_Input input(view);
     // The streams the file holds, found with every kind of evidence; those a plain reader gets.
-    streams = salvage_bytes(mapped.data, mapped.size, false, reader).stream_count();
-    resolved =
-        salvage_bytes(mapped.data, mapped.size, true, reader).count(Salvage_State::recovered);
-    platform::unmap_file(mapped);
+    streams = salvage_input(input, false).stream_count();
+    resolved = salvage_input(input, true).count(Salvage_State::recovered);
     return true;
 }
 

@@ -28,6 +28,9 @@ namespace vrk {
 namespace platform {
 class Input_File;
 }
+namespace salvage {
+class Salvage_Input;
+}
 
 // recovered: every byte came through verified links. partial: some verified bytes, the rest
 // missing. ambiguous: candidate layouts that the evidence cannot tell apart give other bytes.
@@ -130,13 +133,20 @@ struct Salvage_Result {
 Salvage_Result salvage_bytes(const uint8_t* data, uint64_t size, bool header_layout_only = false,
                              const platform::Input_File* file = nullptr);
 
-// Counts the streams of the file at `path` (mapped read-only, found with every kind of
-// evidence) and those that resolve under the header's own layout: the check a repaired file is
-// put through. False when the file cannot be read.
+// The same, reading the input through `input` (the checked input view on POSIX: a file cut
+// short meanwhile reads as ending early).
+Salvage_Result salvage_input(const salvage::Salvage_Input& input, bool header_layout_only = false);
+
+// Counts the streams of the file at `path` (read through the checked input view, found with every
+// kind of evidence) and those that resolve under the header's own layout: the check a repaired file
+// is put through. False when the file cannot be read.
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
 
-// Copies the bytes of `pieces` out of the input; missing ranges read as zeros.
+// Copies the bytes of `pieces` out of the input; missing ranges read as zeros. Nothing when a
+// piece does not lie inside the input (or the file no longer holds it).
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
+                                    const std::vector<Salvage_Piece>& pieces);
+std::vector<uint8_t> salvaged_bytes(const salvage::Salvage_Input& input,
                                     const std::vector<Salvage_Piece>& pieces);
 
 }  // namespace vrk

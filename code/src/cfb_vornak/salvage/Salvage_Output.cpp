@@ -6,6 +6,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
@@ -93,9 +95,11 @@ bool write_file(platform::Output_File& out, const std::vector<uint8_t>& bytes) {
 // the system from `file` when it is open, the others from the mapped bytes), joined where they
 // also follow each other in the file; a stream with gaps, or one split into many small runs,
 // goes through one gathered copy instead, which yields the same bytes.
-bool write_pieces(platform::Output_File& out, const std::string& shown, const uint8_t* data,
-                  uint64_t size, const platform::Input_File* file,
-                  const std::vector<Salvage_Piece>& pieces, std::string& error) {
+bool write_pieces(platform::Output_File& out, const std::string& shown,
+                  const salvage::Salvage_Input& input, const std::vector<Salvage_Piece>& pieces,
+                  std::string& error) {
+    const uint64_t size = input.size();
+    const platform::Input_File* file = input.file();
     constexpr uint64_t kSmallRun = 64 * 1024;
     uint64_t next = 0;
     uint64_t runs = 0;
@@ -109,7 +113,7 @@ bool write_pieces(platform::Output_File& out, const std::string& shown, const ui
     }
     bool ok = true;
     if (gathered || runs > 1 + next / kSmallRun) {
-        ok = write_file(out, salvaged_bytes(data, size, pieces));
+        ok = write_file(out, salvaged_bytes(input, pieces));
     } else {
         for (std::size_t i = 0; ok && i < pieces.size();) {
             const uint64_t start = pieces[i].file_offset;
@@ -118,9 +122,12 @@ bool write_pieces(platform::Output_File& out, const std::string& shown, const ui
                 length += pieces[i].length;
             }
             // Short runs cost less as one write than as a copy between the files.
-            ok = file != nullptr && length >= kSmallRun
-                     ? out.append_range(*file, start, length) == length
-                     : out.write(data + start, static_cast<std::size_t>(length));
+            if (file != nullptr && length >= kSmallRun) {
+                ok = out.append_range(*file, start, length) == length;
+            } else {
+                const uint8_t* bytes = input.bytes(start, static_cast<std::size_t>(length));
+                ok = bytes != nullptr && out.write(bytes, static_cast<std::size_t>(length));
+            }
         }
         ok = out.close() && ok;
     }
@@ -321,6 +328,11 @@ std::wstring safe_component(const std::wstring& name) {
 bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                      const std::wstring& folder, const Salvage_Keep& keep, std::string& error,
                      const platform::Input_File* file) {
+    return salvage_extract(salvage::Salvage_Input(data, size, file), result, folder, keep, error);
+}
+
+bool salvage_extract(const salvage::Salvage_Input& input, const Salvage_Result& result,
+                     const std::wstring& folder, const Salvage_Keep& keep, std::string& error) {
     // Every folder and file is made new, by name inside a folder held open, never through a
     // link: a name already taken gets the next free suffix, so nothing that was there before
     // (the input included) is written to, and nothing lands outside `folder`.
@@ -369,7 +381,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
                 error = "cannot write " + shown_path(into, name);
                 return false;
             }
-            if (!write_pieces(out, shown_path(into, name), data, size, file, *w.pieces, error)) {
+            if (!write_pieces(out, shown_path(into, name), input, *w.pieces, error)) {
                 into.remove_file(name);  // no half-written stream under its name
                 return false;
             }
@@ -399,7 +411,7 @@ bool salvage_extract(const uint8_t* data, uint64_t size, const Salvage_Result& r
                 error = "cannot write " + shown_path(lost, name);
                 return false;
             }
-            if (!write_pieces(out, shown_path(lost, name), data, size, file, c.pieces, error)) {
+            if (!write_pieces(out, shown_path(lost, name), input, c.pieces, error)) {
                 lost.remove_file(name);
                 return false;
             }
@@ -414,7 +426,7 @@ using Stream_Pieces = std::map<const Cfb_Fs_Item_FileNode*, const std::vector<Sa
 
 // The recovered tree as builder items; with `streams`, stream items get no bytes of their own
 // and `streams` pairs each with its pieces instead.
-std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(const uint8_t* data, uint64_t size,
+std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(const salvage::Salvage_Input& input,
                                              const Salvage_Result& result, const Salvage_Keep& keep,
                                              Stream_Pieces* streams) {
     auto root = std::make_unique<Cfb_Fs_Item_DirNode>();
@@ -464,7 +476,7 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(const uint8_t* data, uint64_t size,
                 (*streams)[&f] = w.pieces;
             } else {
                 Cfb_Fs_Item_FileNode& f =
-                    parent->add_stream(name, salvaged_bytes(data, size, *w.pieces));
+                    parent->add_stream(name, salvaged_bytes(input, *w.pieces));
                 copy_meta(e, f);
             }
         }
@@ -476,9 +488,8 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> tree_of(const uint8_t* data, uint64_t size,
 // read as zeros, as salvaged_bytes gives them.
 class Pieces_Source final : public Stream_Source {
   public:
-    Pieces_Source(const uint8_t* data, uint64_t size, const platform::Input_File* file,
-                  Stream_Pieces streams)
-        : m_data(data), m_size(size), m_file(file), m_streams(std::move(streams)) {}
+    Pieces_Source(const salvage::Salvage_Input& input, Stream_Pieces streams)
+        : m_input(input), m_streams(std::move(streams)) {}
 
     uint64_t size(const Cfb_Fs_Item_FileNode& item) const override {
         uint64_t end = 0;
@@ -490,7 +501,7 @@ class Pieces_Source final : public Stream_Source {
         write_or_copy(item, out, nullptr);
     }
 
-    [[nodiscard]] const platform::Input_File* input_file() const override { return m_file; }
+    [[nodiscard]] const platform::Input_File* input_file() const override { return m_input.file(); }
 
     // Long runs are copied from the file; short ones (mini streams) come from the map.
     void write_or_copy(const Cfb_Fs_Item_FileNode& item, const Bytes_Out& out,
@@ -508,7 +519,7 @@ class Pieces_Source final : public Stream_Source {
             if (copy && p.length >= kCopiedRun) {
                 copy(p.file_offset, p.length);
             } else {
-                out(m_data + p.file_offset, static_cast<std::size_t>(p.length));
+                read_out(p, out);
             }
             at = p.stream_offset + p.length;
         }
@@ -521,14 +532,28 @@ class Pieces_Source final : public Stream_Source {
         if (found == m_streams.end()) return none;
         // Only pieces inside the input: salvaged_bytes refuses the others the same way.
         for (const Salvage_Piece& p : *found->second) {
-            if (!range_inside(p.file_offset, p.length, m_size)) return none;
+            if (!range_inside(p.file_offset, p.length, m_input.size())) return none;
         }
         return *found->second;
     }
 
-    const uint8_t* m_data;
-    uint64_t m_size;
-    const platform::Input_File* m_file;
+    // The piece's bytes in blocks; a file that no longer holds them fails the write.
+    void read_out(const Salvage_Piece& p, const Bytes_Out& out) const {
+        constexpr uint64_t kBlock = 64 * 1024;
+        for (uint64_t done = 0; done < p.length;) {
+            const auto n = static_cast<std::size_t>(std::min(kBlock, p.length - done));
+            const uint8_t* bytes = m_input.bytes(p.file_offset + done, n);
+            if (bytes == nullptr) {
+                throw std::runtime_error("cannot read the input at offset " +
+                                         std::to_string(p.file_offset + done) +
+                                         ": the file ended early");
+            }
+            out(bytes, n);
+            done += n;
+        }
+    }
+
+    const salvage::Salvage_Input& m_input;
     Stream_Pieces m_streams;
 };
 
@@ -537,19 +562,26 @@ class Pieces_Source final : public Stream_Source {
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
                                                   const Salvage_Result& result,
                                                   const Salvage_Keep& keep) {
-    return tree_of(data, size, result, keep, nullptr);
+    return tree_of(salvage::Salvage_Input(data, size, nullptr), result, keep, nullptr);
 }
 
 bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                    const std::wstring& path, const Salvage_Keep& keep, std::string& error,
                    const platform::Input_File* file, platform::Create_Mode mode) {
+    return salvage_write(salvage::Salvage_Input(data, size, file), result, path, keep, error, mode);
+}
+
+bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& result,
+                   const std::wstring& path, const Salvage_Keep& keep, std::string& error,
+                   platform::Create_Mode mode) {
+    const platform::Input_File* file = input.file();
     Stream_Pieces streams;
-    const auto tree = tree_of(data, size, result, keep, &streams);
-    const Pieces_Source source(data, size, file, std::move(streams));
+    const auto tree = tree_of(input, result, keep, &streams);
+    const Pieces_Source source(input, std::move(streams));
     // The output must never be the input the streams are read from.
-    platform::File_Identity input;
-    const bool input_known = file != nullptr && file->identity(input);
-    const Write_Target target{path, mode, input_known ? &input : nullptr};
+    platform::File_Identity identity;
+    const bool input_known = file != nullptr && file->identity(identity);
+    const Write_Target target{path, mode, input_known ? &identity : nullptr};
     try {
         switch (write_compound_file(target, *tree, source)) {
             case Write_Result::written:

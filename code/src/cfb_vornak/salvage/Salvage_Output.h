@@ -8,6 +8,7 @@
 
 #include "cfb_vornak/builder/Cfb_Fs_Item.h"
 #include "cfb_vornak/salvage/Salvage.h"
+#include "cfb_vornak/salvage/Salvage_Input.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -46,6 +47,11 @@ std::wstring safe_component(const std::wstring& name);
                                    const std::wstring& folder, const Salvage_Keep& keep,
                                    std::string& error, const platform::Input_File* file = nullptr);
 
+// The same, reading the input through `input` (the checked input view on POSIX).
+[[nodiscard]] bool salvage_extract(const salvage::Salvage_Input& input,
+                                   const Salvage_Result& result, const std::wstring& folder,
+                                   const Salvage_Keep& keep, std::string& error);
+
 // The recovered tree as builder items (root's class id, state bits and times included).
 std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t size,
                                                   const Salvage_Result& result,
@@ -59,6 +65,11 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
 [[nodiscard]] bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& result,
                                  const std::wstring& path, const Salvage_Keep& keep,
                                  std::string& error, const platform::Input_File* file = nullptr,
+                                 platform::Create_Mode mode = platform::Create_Mode::replace);
+// The same, reading the input through `input`; a file that ends early fails the write.
+[[nodiscard]] bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& result,
+                                 const std::wstring& path, const Salvage_Keep& keep,
+                                 std::string& error,
                                  platform::Create_Mode mode = platform::Create_Mode::replace);
 
 }  // namespace vrk
