@@ -117,18 +117,19 @@ void BM_Classification(benchmark::State& state) {
         vrk::Cfb_File::check_cfb_core(file);
         vrk::Sector_Values_Reader reader(file.door().view());
         vrk::Input_Blocks blocks(file.door().view());
-        vrk::classify_sectors_by_markers(reader, file.max_sid, file.mini_sector_count,
-                                         file.repair_sector_sets, &blocks);
-        vrk::sort_out_candidate_sectors(reader,
-                                        vrk::expected_mini_chains(file.scanned_directory_layout,
-                                                                  file.expected_mini_stream_cutoff,
-                                                                  file.fixed_mini_sector_size),
-                                        file.repair_sector_sets);
+        vrk::Repair_Sector_Sets sets;
+        vrk::classify_sectors_by_markers(reader, file.max_sid, file.mini_sector_count, sets,
+                                         &blocks);
+        vrk::sort_out_candidate_sectors(
+            reader,
+            vrk::expected_mini_chains(file.scanned_directory_layout, vrk::layout::kMiniStreamCutoff,
+                                      vrk::layout::kMiniSectorSize),
+            sets);
         const double elapsed = seconds_since(start);
         cpu_total += static_cast<double>(std::clock() - cpu_start) / CLOCKS_PER_SEC;
         state.SetIterationTime(elapsed);
         total += elapsed;
-        sat_sectors = file.repair_sector_sets.found_sat_sids.size();
+        sat_sectors = sets.found_sat_sids.size();
     }
     state.counters["s_per_gb"] = total / static_cast<double>(state.iterations()) / gigabytes;
     state.counters["cpu_s_per_gb"] =

@@ -21,7 +21,7 @@ TEST(CfbFileConstruction, FilesUnder1024BytesAreNotParsed) {
     std::vector<uint8_t> bytes = Raw_Cfb(1).bytes;
     const File_Description least = write_sample("min.cfb", bytes);
     Cfb_File file(least);
-    EXPECT_EQ(file.object_state, 0u);
+    EXPECT_EQ(file.object_state, Object_State::constructed);
     EXPECT_EQ(file.max_sid, 0u);
     EXPECT_EQ(file.standard_header.magic, Cfb_Header::kSignature);
     EXPECT_EQ(file.parse_header(), 0);
@@ -30,11 +30,11 @@ TEST(CfbFileConstruction, FilesUnder1024BytesAreNotParsed) {
     bytes.resize(1023);
     const File_Description in = write_sample("short.cfb", bytes);
     Cfb_File light(in);
-    EXPECT_EQ(light.object_state, 1u);
+    EXPECT_EQ(light.object_state, Object_State::too_small);
     EXPECT_EQ(light.file_size, 1023u);
     EXPECT_EQ(light.standard_header.magic, 0u);
     Cfb_File full(in, File_Description{});
-    EXPECT_EQ(full.object_state, 1u);
+    EXPECT_EQ(full.object_state, Object_State::too_small);
     EXPECT_EQ(full.header.magic, 0u);  // not even the header was read
 }
 
@@ -60,7 +60,7 @@ TEST(CfbFileConstruction, FullConstructorParsesABuiltFile) {
     root.add_stream(u"small", std::vector<uint8_t>(1000, 0x11));
     root.add_storage(u"store").add_stream(u"big", std::vector<uint8_t>(5000, 0x22));
     Cfb_File file(write_sample("built.cfb", build_compound_file(root)), File_Description{});
-    EXPECT_EQ(file.object_state, 2u);
+    EXPECT_EQ(file.object_state, Object_State::parsed);
     EXPECT_EQ(file.validate_header(), ec::kSuccess);
     EXPECT_EQ(file.root_entry.name_units(), u"Root Entry");
     ASSERT_EQ(file.short_stream_container.size(), 1024u);

@@ -263,7 +263,7 @@ void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
     try {
         Cfb_File full(in, File_Description{});
         ASSERT_EQ(difference(full, l, false, 0), "") << label << " (full)";
-        EXPECT_EQ(full.object_state, 2u);
+        EXPECT_EQ(full.object_state, Object_State::parsed);
         check_release(full, label);
     } catch (const std::logic_error& failure) {
         thrown = failure.what();

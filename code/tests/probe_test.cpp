@@ -290,7 +290,7 @@ TEST_F(Probe, CoreStreamRules) {
     patch_u16(sheet.bytes, sheet.entry_of(u"Workbook") + 64, 64);
     Cfb_File file(describe(save(sheet, "s.xls")));
     EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
-    EXPECT_EQ(file.document_kind, 1);
+    EXPECT_EQ(file.document_kind, Document_Kind::spreadsheet);
 }
 
 }  // namespace

@@ -480,14 +480,14 @@ TEST(RepairOutputPath, PrefixDropsTheExtensionAndTidiesSeparators) {
 }
 
 TEST(RepairOutputPath, TheDocumentKindChoosesTheExtension) {
-    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", 0), L"out/b.doc");
-    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", 1), L"out/b.xls");
-    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", 2), L"out/b.ppt");
-    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", 3), L"out/b.cfb");
-    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", -1), L"out/b.cfb");
+    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", Document_Kind::word_processing), L"out/b.doc");
+    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", Document_Kind::spreadsheet), L"out/b.xls");
+    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", Document_Kind::presentation), L"out/b.ppt");
+    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", Document_Kind::unknown), L"out/b.cfb");
+    EXPECT_EQ(repair_final_output_path(L"out/b.cfb", static_cast<Document_Kind>(-1)), L"out/b.cfb");
     // A name whose only dot leads has no extension: the new one is appended.
-    EXPECT_EQ(repair_final_output_path(L"out/.cfb", 1), L"out/.cfb.xls");
-    EXPECT_EQ(repair_final_output_path(L"表格.cfb", 1), L"表格.xls");
+    EXPECT_EQ(repair_final_output_path(L"out/.cfb", Document_Kind::spreadsheet), L"out/.cfb.xls");
+    EXPECT_EQ(repair_final_output_path(L"表格.cfb", Document_Kind::spreadsheet), L"表格.xls");
 }
 
 // ---- the whole pipeline on files
@@ -687,7 +687,7 @@ TEST(RepairPipeline, TheDisatCountIsTheMiniSatCount) {
 
     const Repaired repaired = repair(folder / "in.bin", folder / "out.cfb");
     ASSERT_EQ(repaired.code, ec::kSuccess);
-    const auto& sets = repaired.file->repair_sector_sets;
+    const auto& sets = *repaired.file->repair_sector_sets;
     EXPECT_EQ(sets.found_disat_sids.members(), (Sids{5}));
     EXPECT_EQ(sets.found_minisat_sids.members(), (Sids{1, 2, 3}));
     EXPECT_EQ(sets.found_sat_sids.size(), 1u + 128u);
@@ -789,7 +789,7 @@ TEST(RepairRoundTrip, SatSectorsOfRandomDataRunsAreTakenForDisat) {
     ASSERT_EQ(repaired.code, ec::kSuccess);
     // The 3 MiB stream runs through every sector the SAT sectors after the first one link.
     const std::vector<sid_t> run(layout.sat_sids.begin() + 1, layout.sat_sids.end() - 1);
-    const auto& sets = repaired.file->repair_sector_sets;
+    const auto& sets = *repaired.file->repair_sector_sets;
     EXPECT_EQ(sets.found_disat_sids.members(), run);
     EXPECT_EQ(sets.found_minisat_sids.members(), layout.minisat_sids);
     const auto output = read(folder / "out.xls");
@@ -814,7 +814,7 @@ TEST(RepairRoundTrip, ALastSatSectorIsLeftOutOfTheHeader) {
     for (uint32_t i = 0; i < 109; ++i) {
         EXPECT_NE(header_u32(output, test::header_disat_offset(i)), last);
     }
-    EXPECT_FALSE(repaired.file->repair_sector_sets.found_sat_sids.contains(last));
+    EXPECT_FALSE(repaired.file->repair_sector_sets->found_sat_sids.contains(last));
 }
 
 // The body is written while the sectors are sorted and the header last, over a placeholder: a

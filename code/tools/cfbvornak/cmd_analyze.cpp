@@ -47,7 +47,8 @@ std::vector<Cut_Stream> streams_cut_by_limit(const std::wstring& input) {
     // files are not parsed again.
     std::string size_error;
     const int64_t size = fs::get_file_size(input, size_error);
-    if (size < 0 || static_cast<uint64_t>(size) < (uint64_t{kNormalChainLimit} + 2) * 512) {
+    if (size < 0 ||
+        static_cast<uint64_t>(size) < (uint64_t{kNormalChainLimit} + 2) * layout::kSectorSize) {
         return cut;
     }
     const File_Description description{input, input, platform::to_utf8(input)};

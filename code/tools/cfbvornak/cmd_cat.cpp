@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
 #include "common/platform.h"
@@ -105,7 +106,7 @@ int run_cat(const Options& options) {
     }
     const Salvaged_Entry& entry = result.entries[index];
     const std::string path = display_path(result, index);
-    if (entry.object_type != 2) {
+    if (entry.object_type != layout::kTypeStream) {
         print_error(options.input + ": '" + path + "' is a storage, not a stream");
         return kExitUsage;
     }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/format/Entry_Fields.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
@@ -33,11 +34,11 @@ struct Options {
 
 const char* type_text(const Salvaged_Entry& entry) {
     switch (entry.object_type) {
-        case 1:
+        case layout::kTypeStorage:
             return "storage";
-        case 2:
+        case layout::kTypeStream:
             return "stream";
-        case 5:
+        case layout::kTypeRootStorage:
             return "root";
         default:
             return "unknown";
@@ -58,7 +59,8 @@ std::string time_text(const std::array<uint8_t, 8>& filetime) {
 
 std::string start_text(const Salvaged_Entry& entry) {
     // A stream without bytes has no first sector.
-    if (is_special(entry.start) || (entry.object_type == 2 && entry.size == 0)) return "-";
+    if (is_special(entry.start) || (entry.object_type == layout::kTypeStream && entry.size == 0))
+        return "-";
     return std::to_string(entry.start);
 }
 
@@ -94,10 +96,10 @@ void print_text(const std::string& shown, const Salvage_Result& result) {
         char bits[16];
         std::snprintf(bits, sizeof bits, "0x%08X",
                       static_cast<unsigned>(state_bits_value(entry.state_bits)));
-        const bool storage = entry.object_type == 1;
+        const bool storage = entry.object_type == layout::kTypeStorage;
         rows.push_back({type_text(entry), storage ? "-" : grouped(entry.size),
                         storage ? "-" : start_text(entry),
-                        entry.object_type == 2 ? state_text(entry.state) : "-",
+                        entry.object_type == layout::kTypeStream ? state_text(entry.state) : "-",
                         or_dash(time_text(entry.modified_time)),
                         or_dash(time_text(entry.creation_time)),
                         clsid_is_null(entry.clsid) ? "-" : clsid_text(entry.clsid), bits,
@@ -131,7 +133,9 @@ void print_json(const std::string& shown, const Salvage_Result& result) {
             .unsigned_number("did", entry.did)
             .unsigned_number("size", entry.size)
             .raw("start_sector", is_special(entry.start) ? "null" : std::to_string(entry.start))
-            .raw("state", entry.object_type == 2 ? json_bytes(state_text(entry.state)) : "null")
+            .raw("state", entry.object_type == layout::kTypeStream
+                              ? json_bytes(state_text(entry.state))
+                              : "null")
             .raw("clsid", clsid_is_null(entry.clsid) ? "null" : json_bytes(clsid_text(entry.clsid)))
             .raw("created", json_time(entry.creation_time))
             .raw("modified", json_time(entry.modified_time))

@@ -12,9 +12,8 @@ namespace vrk::cli {
 
 namespace {
 
-constexpr uint64_t kCell = 512;
+constexpr uint64_t kCell = layout::kSectorSize;
 constexpr uint64_t kMaxCellsPastEnd = 65536;
-constexpr uint32_t kMiniStreamCutoff = 4096;
 
 // Claims cells for the structures; cells past the end grow the map up to its bound.
 class Claims {
@@ -116,8 +115,8 @@ Sector_Map map_from_model(Cfb_File& file, uint64_t file_size) {
     map.cells.assign(map.file_cells, Map_Cell{});
     Claims claims(map);
     if (!map.cells.empty()) claims.cell(0, Cell_Role::header);
-    // Parsed only when the file has a header and a sector (object_state 2).
-    if (file.object_state == 2) {
+    // Parsed only when the file has a header and a sector.
+    if (file.object_state == Object_State::parsed) {
         for (const Table_Sector& sector : file.sat_sector_dicts)
             claims.sector(sector.sid, Cell_Role::sat);
         for (const sid_t sid : file.disat_sids) claims.sector(sid, Cell_Role::disat);
@@ -127,13 +126,16 @@ Sector_Map map_from_model(Cfb_File& file, uint64_t file_size) {
         for (const sid_t sid : file.directory_entrys_sids_list)
             claims.sector(sid, Cell_Role::directory);
         const sids_array& table = file.big_sids_array;
-        if (file.root_entry.object_type == 5) {
+        if (file.root_entry.object_type == layout::kTypeRootStorage) {
             claims.chain(table, file.root_entry.start_sid,
                          (uint64_t{file.root_entry.stream_size} + kCell - 1) / kCell,
                          Cell_Role::container, -1);
         }
         for (const Directory_Entry& entry : file.directory_entrys) {
-            if (entry.object_type != 2 || entry.stream_size < kMiniStreamCutoff) continue;
+            if (entry.object_type != layout::kTypeStream ||
+                entry.stream_size < layout::kMiniStreamCutoff) {
+                continue;
+            }
             map.owners.push_back(entry_path(file, entry.did));
             claims.chain(table, entry.start_sid, (uint64_t{entry.stream_size} + kCell - 1) / kCell,
                          Cell_Role::stream, static_cast<int32_t>(map.owners.size() - 1));
@@ -165,7 +167,9 @@ void overlay_salvage(Sector_Map& map, const Salvage_Result& result) {
     for (std::size_t i = 0; i < result.entries.size(); ++i) {
         const Salvaged_Entry& entry = result.entries[i];
         // Small streams lie inside the container's sectors, which keep their role.
-        if (entry.object_type != 2 || entry.size < kMiniStreamCutoff) continue;
+        if (entry.object_type != layout::kTypeStream || entry.size < layout::kMiniStreamCutoff) {
+            continue;
+        }
         map.owners.push_back(display_path(result, i) + " (" + state_text(entry.state) + ")");
         const Cell_Role role =
             entry.state == Salvage_State::recovered ? Cell_Role::recovered : Cell_Role::partial;

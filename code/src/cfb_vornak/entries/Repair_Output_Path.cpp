@@ -21,20 +21,22 @@ std::wstring repair_cfb_output_path(const std::wstring& output_prefix) {
     return output_prefix + L".cfb";
 }
 
-std::wstring document_kind_extension(int32_t document_kind) {
+std::wstring document_kind_extension(Document_Kind document_kind) {
     switch (document_kind) {
-        case 0:
+        case Document_Kind::word_processing:
             return L"doc";
-        case 1:
+        case Document_Kind::spreadsheet:
             return L"xls";
-        case 2:
+        case Document_Kind::presentation:
             return L"ppt";
-        default:
-            return L"";
+        case Document_Kind::unknown:
+            break;
     }
+    return L"";
 }
 
-std::wstring repair_final_output_path(const std::wstring& cfb_output_path, int32_t document_kind) {
+std::wstring repair_final_output_path(const std::wstring& cfb_output_path,
+                                      Document_Kind document_kind) {
     std::wstring path = cfb_output_path;
     const std::wstring extension = document_kind_extension(document_kind);
     if (!extension.empty()) {

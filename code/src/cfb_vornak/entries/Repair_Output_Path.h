@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "cfb_vornak/format/Document_Kind.h"
+
 namespace vrk {
 
 // The caller's output path without the extension of its last component ("." and "..", and a
@@ -17,14 +19,15 @@ std::wstring repair_output_prefix(const std::wstring& output_path);
 // The path handed to the repair: the prefix with ".cfb" appended.
 std::wstring repair_cfb_output_path(const std::wstring& output_prefix);
 
-// The extension for a document kind: "doc" (0), "xls" (1), "ppt" (2); empty for any other kind.
-std::wstring document_kind_extension(int32_t document_kind);
+// The extension for a document kind: "doc", "xls" or "ppt"; empty for any other kind.
+std::wstring document_kind_extension(Document_Kind document_kind);
 
 // The path the repair finally writes: `cfb_output_path` with the extension of its last
 // component replaced by the document kind's (a path-style extension replacement: the part
 // from the last "." of the last component; "." and "..", and names whose only dot is the
 // first character, have none and get the new one appended), unchanged for other kinds; then
 // sent through UTF-8 and back, as the repair stores it.
-std::wstring repair_final_output_path(const std::wstring& cfb_output_path, int32_t document_kind);
+std::wstring repair_final_output_path(const std::wstring& cfb_output_path,
+                                      Document_Kind document_kind);
 
 }  // namespace vrk

@@ -1,17 +1,19 @@
-// The 512-byte header at the start of a compound file.
+// The 512-byte header at the start of a compound file: its fields as read (the offsets are in
+// Cfb_Layout.h), and the one encoder of a header this library writes.
 #pragma once
 
 #include <array>
 #include <cstdint>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk {
 
 struct Cfb_Header {
-    static constexpr std::size_t kSize = 512;
-    static constexpr std::size_t kHeaderDisatCount = 109;
-    static constexpr uint64_t kSignature = 0xE11AB1A1E011CFD0ull;  // D0 CF 11 E0 A1 B1 1A E1
+    static constexpr std::size_t kSize = layout::kHeaderSize;
+    static constexpr std::size_t kHeaderDisatCount = layout::kHeaderDisatCount;
+    static constexpr uint64_t kSignature = layout::kSignature;
 
     uint64_t magic = 0;                             // 0: signature, as one little-endian value
     std::array<uint8_t, 16> file_id{};              // 8: class id, zero in a sound file
@@ -41,5 +43,10 @@ struct Cfb_Header {
     }
     uint16_t endian_value() const { return static_cast<uint16_t>(endian[0] | (endian[1] << 8)); }
 };
+
+// The 512 bytes of `header`: its 76 bytes of fields, then the first 109 entries of `disat`
+// (zero where it holds fewer).
+[[nodiscard]] std::array<uint8_t, Cfb_Header::kSize> encode_header(const Cfb_Header& header,
+                                                                   const sids_array& disat);
 
 }  // namespace vrk

@@ -1,16 +1,18 @@
-// One 128-byte directory entry as read from the file, plus its own index (DID).
+// One 128-byte directory entry as read from the file, plus its own index (DID), and the one
+// decoder of an entry's bytes (the offsets are in Cfb_Layout.h).
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <string>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk {
 
 struct Directory_Entry {
-    static constexpr std::size_t kSize = 128;
+    static constexpr std::size_t kSize = layout::kDirectoryEntrySize;
 
     std::array<uint8_t, 64> name{};          // 0: UTF-16LE name, raw
     uint16_t name_valid_size = 0;            // 64: name length in bytes with its zero
@@ -30,6 +32,15 @@ struct Directory_Entry {
     // The UTF-16 units of `name` up to the first zero unit (at most 32).
     std::u16string name_units() const;
 };
+
+// Decodes the fields of an entry whose first `have` bytes (at most layout::kEntryBytesRead) are
+// at `bytes`, in file order, and stops at the first field that runs past `have`: the fields
+// before it are kept, and so are the bytes before the cut of a raw byte field. True when
+// every field was whole. `did` is left as it is.
+[[nodiscard]] bool decode_directory_entry(const uint8_t* bytes, std::size_t have,
+                                          Directory_Entry& record);
+// The entry whose layout::kEntryBytesRead bytes are at `bytes`, with index `did`.
+[[nodiscard]] Directory_Entry decode_directory_entry(const uint8_t* bytes, uint32_t did);
 
 // "UNKNOWN_OR_UNALLOCATED", "STORAGE", "STREAM", "ROOT_STORAGE" or 未知的数值-<signed byte>.
 std::string object_type_text(uint8_t object_type);

@@ -1,25 +1,14 @@
-// Sector ids and the markers of the compound file format.
+// Sector id lists and the description of a file the library opens; the markers live in
+// Cfb_Layout.h.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
+
 namespace vrk {
-
-using sid_t = uint32_t;
-
-inline constexpr sid_t FREESECT = 0xFFFFFFFFu;     // unallocated sector
-inline constexpr sid_t ENDOFCHAIN = 0xFFFFFFFEu;   // last sector of a chain
-inline constexpr sid_t FATSECT = 0xFFFFFFFDu;      // sector holds part of the SAT
-inline constexpr sid_t DIFSECT = 0xFFFFFFFCu;      // sector holds part of the DISAT
-inline constexpr sid_t MAXREGSECT = 0xFFFFFFFBu;   // highest ordinary id
-inline constexpr uint32_t NOSTREAM = 0xFFFFFFFFu;  // no sibling / child
-
-// Every value above MAXREGSECT is a marker.
-[[nodiscard]] constexpr bool is_special(sid_t sid) {
-    return sid > MAXREGSECT;
-}
 
 using sids_array = std::vector<sid_t>;
 using sids_list = std::vector<sid_t>;

@@ -9,19 +9,10 @@
 #include "common/platform.h"
 
 namespace vrk {
-namespace {
-
-constexpr uint64_t kHeaderDisatOffset = 76;
-constexpr uint32_t kEntriesPerSector = 128;
-// A DISAT sector's last entry names the next DISAT sector.
-constexpr uint32_t kDisatEntriesPerSector = 127;
-
-}  // namespace
-
 void Cfb_File::parse_disat() {
     Sector_Reader in(*m_door);
     for (std::size_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
-        header_disat[i] = in.u32(kHeaderDisatOffset + 4 * i);
+        header_disat[i] = in.u32(layout::header::kHeaderDisat + 4 * i);
     }
 
     // The header's count bounds the walk; there is no ring test. Every sector of the file read
@@ -37,12 +28,12 @@ void Cfb_File::parse_disat() {
         }
         disat_sids.push_back(sid);
         const uint32_t base = sector_offset(sid);
-        sids_array entries(kDisatEntriesPerSector);
-        for (uint32_t i = 0; i < kDisatEntriesPerSector; ++i) {
+        sids_array entries(layout::kDisatIdsPerSector);
+        for (uint32_t i = 0; i < layout::kDisatIdsPerSector; ++i) {
             entries[i] = in.u32(uint64_t{base} + 4 * i);
         }
         disat_sector_entries.push_back(std::move(entries));
-        sid = in.u32(uint64_t{base} + 4 * kDisatEntriesPerSector);
+        sid = in.u32(uint64_t{base} + 4 * layout::kDisatIdsPerSector);
     }
     if (k < count && sid <= max_sid) {
         CFB_FILE_LOG_ERROR("parse_disat stopped after " + std::to_string(limit) +
@@ -70,7 +61,7 @@ void Cfb_File::parse_sat_form_disat() {
         }
     }
     big_sids_array.reserve(
-        static_cast<std::size_t>(std::min({named, limit, max_sid + 1}) * kEntriesPerSector));
+        static_cast<std::size_t>(std::min({named, limit, max_sid + 1}) * layout::kIdsPerSector));
     // Every sector named is read (or the parse ends): the room is filled, so its pages are
     // taken at once instead of one fault each.
     platform::populate_for_writing(big_sids_array.data(),
@@ -89,15 +80,15 @@ void Cfb_File::parse_sat_form_disat() {
         }
         ++sectors_read;
         const uint32_t base = sector_offset(sid);
-        sid_t values[kEntriesPerSector];
-        const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
+        sid_t values[layout::kIdsPerSector];
+        const uint32_t inside = in.u32_run(base, layout::kIdsPerSector, values);
         // The sector's record appears with its first entry read, as an entry-wise append makes
         // it; a sector cut by the end of the file keeps the entries before the failing one.
         if (inside > 0) {
             sat_sector_dicts.push_back(Table_Sector{sid, inside, big_sids_array.size()});
             big_sids_array.insert(big_sids_array.end(), values, values + inside);
         }
-        if (inside < kEntriesPerSector) {
+        if (inside < layout::kIdsPerSector) {
             in.fail_past_end(uint64_t{base} + 4 * inside);
         }
     };

@@ -11,21 +11,17 @@ namespace vrk {
 
 namespace {
 
-constexpr uint8_t kStorage = 1;
-constexpr uint8_t kStream = 2;
-constexpr uint8_t kRootStorage = 5;
-
 // `index` is the entry's position, which the directory reader makes equal to its DID; links
 // are resolved by position, so no id from the file can index past the node array.
 std::unique_ptr<Cfb_Directory_Entry_AbstractNode> make_node(const Directory_Entry& entry,
                                                             uint32_t index) {
     const std::string did = "(did:" + std::to_string(entry.did) + ")";
     switch (entry.object_type) {
-        case kStorage:
+        case layout::kTypeStorage:
             return std::make_unique<Cfb_Directory_Entry_DirNode>("dir_node " + did, index);
-        case kRootStorage:
+        case layout::kTypeRootStorage:
             return std::make_unique<Cfb_Directory_Entry_DirNode>("root " + did, index);
-        case kStream:
+        case layout::kTypeStream:
             return std::make_unique<Cfb_Directory_Entry_FileNode>("file " + did, index);
         default:
             return std::make_unique<Cfb_Directory_Entry_FileNode>("unknown_de " + did, index);
@@ -59,7 +55,7 @@ int32_t Cfb_Directory_Tree::build_cfb_directory_tree(
     nodes.reserve(entries.size());
     for (const Directory_Entry& entry : entries) {
         nodes.push_back(make_node(entry, static_cast<uint32_t>(nodes.size())));
-        if (entry.object_type == kRootStorage) {
+        if (entry.object_type == layout::kTypeRootStorage) {
             root = static_cast<Cfb_Directory_Entry_DirNode*>(nodes.back().get());
         }
     }

@@ -1,35 +1,11 @@
 #include "cfb_vornak/model/Cfb_File.h"
 
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
+// For the destructor: the repair's sector sets are owned here but known only to the repair.
+#include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/byte_order.h"
 
 namespace vrk {
-namespace {
-
-// Offsets of the header fields (the header_disat entries start at 76).
-constexpr uint64_t kMagicOffset = 0;
-constexpr uint64_t kFileIdOffset = 8;
-constexpr uint64_t kMinorVersionOffset = 24;
-constexpr uint64_t kMajorVersionOffset = 26;
-constexpr uint64_t kEndianOffset = 28;
-constexpr uint64_t kSectorShiftOffset = 30;
-constexpr uint64_t kMiniSectorShiftOffset = 32;
-constexpr uint64_t kReservedWordOffset = 34;
-constexpr uint64_t kReservedDwordOffset = 36;
-constexpr uint64_t kNumDirSecsOffset = 40;
-constexpr uint64_t kNumSatSecsOffset = 44;
-constexpr uint64_t kFirstDirSidOffset = 48;
-constexpr uint64_t kTransactionOffset = 52;
-constexpr uint64_t kMiniCutoffOffset = 56;
-constexpr uint64_t kFirstMinisatSidOffset = 60;
-constexpr uint64_t kNumMinisatSecsOffset = 64;
-constexpr uint64_t kFirstDisatSidOffset = 68;
-constexpr uint64_t kNumDisatSecsOffset = 72;
-constexpr uint64_t kHeaderDisatOffset = 76;
-
-constexpr uint64_t kSmallestCompoundFile = 1024;
-
-}  // namespace
 
 Cfb_File::Cfb_File(const File_Description& input) : m_input(input) {
     Door_Config config;
@@ -39,27 +15,27 @@ Cfb_File::Cfb_File(const File_Description& input) : m_input(input) {
     config.use_mutex = false;
     m_door = std::make_unique<File_Anywhere_Door>(m_input.open_path_wstr, config);
     file_size = m_door->file_size();
-    if (file_size < kSmallestCompoundFile) {
-        object_state = 1;
+    if (file_size < layout::kSmallestCompoundFile) {
+        object_state = Object_State::too_small;
         return;
     }
-    max_sid = ((file_size - sector0_offset) >> fixed_sector_shift) - 1;
+    max_sid = ((file_size - layout::kSector0Offset) >> layout::kSectorShift) - 1;
 
-    standard_header.magic = Cfb_Header::kSignature;
-    standard_header.minor_version = {0x3E, 0x00};
-    standard_header.major_version = {0x03, 0x00};
-    standard_header.endian = {0xFE, 0xFF};
-    standard_header.sector_shift = 9;
-    standard_header.mini_sector_shift = 6;
+    standard_header.magic = layout::kSignature;
+    write_u16_le(standard_header.minor_version.data(), layout::kMinorVersion);
+    write_u16_le(standard_header.major_version.data(), layout::kMajorVersion);
+    write_u16_le(standard_header.endian.data(), layout::kByteOrderMark);
+    standard_header.sector_shift = layout::kSectorShift;
+    standard_header.mini_sector_shift = layout::kMiniSectorShift;
     standard_header.first_dir_sid = 0;
-    standard_header.mini_stream_cutoff_size = expected_mini_stream_cutoff;
+    standard_header.mini_stream_cutoff_size = layout::kMiniStreamCutoff;
     standard_header.first_minisat_sid = ENDOFCHAIN;
     standard_header.first_disat_sid = ENDOFCHAIN;
 }
 
 Cfb_File::Cfb_File(const File_Description& input, const File_Description& output)
     : Cfb_File(input) {
-    if (object_state == 1) {
+    if (object_state == Object_State::too_small) {
         return;
     }
     m_output = output;
@@ -74,14 +50,14 @@ Cfb_File::Cfb_File(const File_Description& input, const File_Description& output
 
     Directory_Entry root;
     for (const Directory_Entry& entry : directory_entrys) {
-        if (entry.object_type == 5) {
+        if (entry.object_type == layout::kTypeRootStorage) {
             root = entry;
             break;
         }
     }
     root_entry = root;
     extract_cfb_short_stream_container(root_entry);
-    object_state = 2;
+    object_state = Object_State::parsed;
 }
 
 Cfb_File::~Cfb_File() = default;
@@ -100,25 +76,26 @@ int32_t Cfb_File::parse_header() {
         return read_u32_le(bytes);
     };
 
-    in.copy_data_to_mem(kMagicOffset, 8, bytes);
+    namespace at = layout::header;
+    in.copy_data_to_mem(at::kMagic, 8, bytes);
     header.magic = read_u64_le(bytes);
-    in.copy_data_to_mem(kFileIdOffset, header.file_id.size(), header.file_id.data());
-    in.copy_data_to_mem(kMinorVersionOffset, 2, header.minor_version.data());
-    in.copy_data_to_mem(kMajorVersionOffset, 2, header.major_version.data());
-    in.copy_data_to_mem(kEndianOffset, 2, header.endian.data());
-    header.sector_shift = u16(kSectorShiftOffset);
-    header.mini_sector_shift = u16(kMiniSectorShiftOffset);
-    header.reserved_word = u16(kReservedWordOffset);
-    in.copy_data_to_mem(kReservedDwordOffset, 4, header.reserved_dword.data());
-    header.num_of_dir_secs = u32(kNumDirSecsOffset);
-    header.num_of_sat_secs = u32(kNumSatSecsOffset);
-    header.first_dir_sid = u32(kFirstDirSidOffset);
-    in.copy_data_to_mem(kTransactionOffset, 4, header.transaction_sign_num.data());
-    header.mini_stream_cutoff_size = u32(kMiniCutoffOffset);
-    header.first_minisat_sid = u32(kFirstMinisatSidOffset);
-    header.num_of_minisat_secs = u32(kNumMinisatSecsOffset);
-    header.first_disat_sid = u32(kFirstDisatSidOffset);
-    header.num_of_disat_secs = u32(kNumDisatSecsOffset);
+    in.copy_data_to_mem(at::kFileId, header.file_id.size(), header.file_id.data());
+    in.copy_data_to_mem(at::kMinorVersion, 2, header.minor_version.data());
+    in.copy_data_to_mem(at::kMajorVersion, 2, header.major_version.data());
+    in.copy_data_to_mem(at::kEndian, 2, header.endian.data());
+    header.sector_shift = u16(at::kSectorShift);
+    header.mini_sector_shift = u16(at::kMiniSectorShift);
+    header.reserved_word = u16(at::kReservedWord);
+    in.copy_data_to_mem(at::kReservedDword, 4, header.reserved_dword.data());
+    header.num_of_dir_secs = u32(at::kNumDirSecs);
+    header.num_of_sat_secs = u32(at::kNumSatSecs);
+    header.first_dir_sid = u32(at::kFirstDirSid);
+    in.copy_data_to_mem(at::kTransaction, 4, header.transaction_sign_num.data());
+    header.mini_stream_cutoff_size = u32(at::kMiniCutoff);
+    header.first_minisat_sid = u32(at::kFirstMinisatSid);
+    header.num_of_minisat_secs = u32(at::kNumMinisatSecs);
+    header.first_disat_sid = u32(at::kFirstDisatSid);
+    header.num_of_disat_secs = u32(at::kNumDisatSecs);
     return 0;
 }
 
@@ -127,19 +104,19 @@ Error_Code Cfb_File::validate_header() {
     if (header.magic != standard_header.magic) {
         return ec::kMagic;
     }
-    if (header.minor_version_value() != 0x003E) {
+    if (header.minor_version_value() != layout::kMinorVersion) {
         return ec::kMinorVersion;
     }
-    if (header.major_version_value() != 3) {
+    if (header.major_version_value() != layout::kMajorVersion) {
         return ec::kMajorVersion;
     }
-    if (header.endian_value() != 0xFFFE) {
+    if (header.endian_value() != layout::kByteOrderMark) {
         return ec::kEndian;
     }
-    if (header.sector_shift != 9) {
+    if (header.sector_shift != layout::kSectorShift) {
         return ec::kSectorShift;
     }
-    if (header.mini_sector_shift != 6) {
+    if (header.mini_sector_shift != layout::kMiniSectorShift) {
         return ec::kMiniSectorShift;
     }
     if (!(header.num_of_dir_secs < max_sid)) {
@@ -151,7 +128,7 @@ Error_Code Cfb_File::validate_header() {
     if (!(header.first_dir_sid < max_sid)) {
         return ec::kFirstDirSid;
     }
-    if (header.mini_stream_cutoff_size != expected_mini_stream_cutoff) {
+    if (header.mini_stream_cutoff_size != layout::kMiniStreamCutoff) {
         return ec::kMiniCutoff;
     }
     if (!(header.first_disat_sid < max_sid || header.first_disat_sid == ENDOFCHAIN)) {
@@ -162,7 +139,7 @@ Error_Code Cfb_File::validate_header() {
     }
     // The header DISAT is read afresh: a vacant entry must be FREESECT, not ENDOFCHAIN.
     uint8_t entries[Cfb_Header::kHeaderDisatCount * 4];
-    m_door->copy_data_to_mem(kHeaderDisatOffset, sizeof(entries), entries);
+    m_door->copy_data_to_mem(layout::header::kHeaderDisat, sizeof(entries), entries);
     for (std::size_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
         const sid_t sid = read_u32_le(entries + 4 * i);
         if (!(sid < max_sid || sid == FREESECT)) {

@@ -12,11 +12,11 @@
 #include <vector>
 
 #include "cfb_vornak/format/Cfb_Header.h"
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/format/Directory_Entry.h"
+#include "cfb_vornak/format/Document_Kind.h"
 #include "cfb_vornak/format/cfb_types.h"
 #include "cfb_vornak/model/Sector_Chains.h"
-#include "cfb_vornak/repair/Repair_Outcome.h"
-#include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/error_codes.h"
 #include "common/platform.h"
 #include "file_operation/File_Anywhere_Door.h"
@@ -24,6 +24,15 @@
 namespace vrk {
 
 class Cfb_Directory_Tree;
+struct Repair_Outcome;
+struct Repair_Sector_Sets;
+
+// How far the constructor got.
+enum class Object_State : uint32_t {
+    constructed = 0,  // the light constructor: door open, max_sid known
+    too_small = 1,    // under 1024 bytes: nothing parsed
+    parsed = 2,       // the full constructor ran every parse step
+};
 
 class Cfb_File {
   public:
@@ -36,16 +45,6 @@ class Cfb_File {
     Cfb_File(const Cfb_File&) = delete;
     Cfb_File& operator=(const Cfb_File&) = delete;
 
-    // Format constants.
-    const uint32_t max_items = 10000;
-    const uint32_t expected_mini_stream_cutoff = 4096;
-    const uint32_t sector0_offset = 512;
-    const uint32_t fixed_sector_shift = 9;
-    const uint32_t fixed_sector_size = 512;
-    const uint32_t fixed_mini_sector_size = 64;
-    const uint32_t directory_entry_size = 128;
-    const uint32_t directory_entries_per_sector = 4;
-
     // ---- header
     int32_t parse_header();
     // Field-by-field validation, in order; 0 or 59..71.
@@ -55,7 +54,7 @@ class Cfb_File {
     void parse_disat();
     void parse_sat_form_disat();
     sids_list get_sids_list(sid_t start) const;
-    static uint32_t sector_offset(sid_t sid) { return (sid + 1u) * 512u; }
+    static uint32_t sector_offset(sid_t sid) { return (sid + 1u) * layout::kSectorSize; }
 
     // ---- mini allocation table and short-stream container
     void parse_minisat();
@@ -93,7 +92,7 @@ class Cfb_File {
 
     // ---- state
     std::unique_ptr<File_Anywhere_Door> m_door;
-    uint32_t object_state = 0;  // 0 constructed, 1 under 1024 bytes, 2 fully parsed
+    Object_State object_state = Object_State::constructed;
     File_Description m_input;
     File_Description m_second;
     File_Description m_output;
@@ -128,13 +127,15 @@ class Cfb_File {
     // probe
     std::map<uint64_t, std::vector<Directory_Entry>> scanned_directory_layout;
     Cfb_Header standard_header;
-    int32_t document_kind = 3;  // 0 word processing, 1 spreadsheet, 2 presentation, 3 unknown
+    Document_Kind document_kind = Document_Kind::unknown;
     bool switch_probe = true;
     bool switch_write = true;
 
     // repair
-    Repair_Sector_Sets repair_sector_sets;  // candidate, beyond-end, SAT, MiniSAT, DISAT sectors
-    sids_array rebuilt_header_disat;        // the 109 DISAT entries of the rebuilt header
+    // Candidate, beyond-end, SAT, MiniSAT and DISAT sectors; made by the repair, which alone
+    // knows the type.
+    std::unique_ptr<Repair_Sector_Sets> repair_sector_sets;
+    sids_array rebuilt_header_disat;  // the 109 DISAT entries of the rebuilt header
 
     // folders and password
     std::wstring m_output_file_dir_wstr;

@@ -11,8 +11,6 @@
 namespace vrk {
 namespace {
 
-constexpr uint32_t kEntriesPerSector = 128;
-constexpr uint8_t kRootStorage = 5;
 constexpr uint32_t kNoContainer = 0xFFFFFFFFu;
 
 // A unit size from a header shift; the shift is reduced so that any value is defined.
@@ -33,17 +31,17 @@ void Cfb_File::parse_minisat() {
     const uint64_t count = header.num_of_minisat_secs;
     // The run never passes the file's last sector, which bounds the room set aside.
     const uint64_t run = std::min(count, max_sid + 1 - first);
-    minisat_big_sids_array.reserve(static_cast<std::size_t>(run * kEntriesPerSector));
+    minisat_big_sids_array.reserve(static_cast<std::size_t>(run * layout::kIdsPerSector));
     for (uint64_t i = 0; i < run; ++i) {
         const sid_t sid = static_cast<sid_t>(first + i);
         const uint32_t base = sector_offset(sid);
-        sid_t values[kEntriesPerSector];
-        const uint32_t inside = in.u32_run(base, kEntriesPerSector, values);
+        sid_t values[layout::kIdsPerSector];
+        const uint32_t inside = in.u32_run(base, layout::kIdsPerSector, values);
         // Every sector of the run has its record, even one of which no entry could be read; a
         // sector cut by the end of the file keeps the entries before the failing one.
         minisat_sector_dicts.push_back(Table_Sector{sid, inside, minisat_big_sids_array.size()});
         minisat_big_sids_array.insert(minisat_big_sids_array.end(), values, values + inside);
-        if (inside < kEntriesPerSector) {
+        if (inside < layout::kIdsPerSector) {
             in.fail_past_end(uint64_t{base} + 4 * inside);
         }
     }
@@ -58,7 +56,7 @@ void Cfb_File::parse_minisat() {
 }
 
 uint32_t Cfb_File::extract_cfb_short_stream_container(const Directory_Entry& root) {
-    if (root.object_type != kRootStorage) {
+    if (root.object_type != layout::kTypeRootStorage) {
         return kNoContainer;
     }
     const sid_t start = root.start_sid;

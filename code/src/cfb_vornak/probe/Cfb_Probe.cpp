@@ -7,8 +7,6 @@
 // Every read goes through the checked input view: the check's one pass over the whole file
 // (signature search and slot test together) and the repair's slot scan read it in blocks.
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -35,86 +33,41 @@ constexpr int kLineFound = 2145;
 constexpr int kLineNotFound = 2152;
 
 constexpr uint32_t kRootNotFound = 0xFFFFFFFFu;
-// Highest DID a sibling or child link may name (the object's max_items).
-constexpr uint32_t kMaxItems = 10000;
-constexpr uint8_t kRootStorageType = 5;
-constexpr uint32_t kMiniStreamCutoff = 4096;
 // The estimate of the short-stream container's size in mini sectors; 63 rather than 64 makes
 // it a little generous.
 constexpr uint32_t kMiniSectorEstimateDivisor = 63;
-constexpr int32_t kKindWord = 0;
-constexpr int32_t kKindSheet = 1;
-constexpr int32_t kKindSlides = 2;
-constexpr int32_t kKindUnknown = 3;
-
-// Offsets inside a 128-byte directory entry. The scan reads bytes 0..123 only: the last four
-// (the high half of a version-4 stream size) are never needed.
-constexpr std::size_t kNameSize = 64;
-constexpr std::size_t kOffNameValidSize = 64;
-constexpr std::size_t kOffObjectType = 66;
-constexpr std::size_t kOffColor = 67;
-constexpr std::size_t kOffLeft = 68;
-constexpr std::size_t kOffRight = 72;
-constexpr std::size_t kOffChild = 76;
-constexpr std::size_t kOffClsid = 80;
-constexpr std::size_t kOffStateBits = 96;
-constexpr std::size_t kOffCreationTime = 100;
-constexpr std::size_t kOffModifiedTime = 108;
-constexpr std::size_t kOffStartSid = 116;
-constexpr std::size_t kOffStreamSize = 120;
-constexpr std::size_t kSlotReadSize = 124;
-
-template <std::size_t N>
-void copy_bytes(const uint8_t* from, std::array<uint8_t, N>& to) {
-    std::memcpy(to.data(), from, N);
-}
-
-Directory_Entry decode_slot(const uint8_t* slot, uint32_t did) {
-    Directory_Entry record;
-    copy_bytes(slot, record.name);
-    record.name_valid_size = read_u16_le(slot + kOffNameValidSize);
-    record.object_type = slot[kOffObjectType];
-    record.color_flag = slot[kOffColor];
-    record.left_sibling_id = read_u32_le(slot + kOffLeft);
-    record.right_sibling_id = read_u32_le(slot + kOffRight);
-    record.child_id = read_u32_le(slot + kOffChild);
-    copy_bytes(slot + kOffClsid, record.clsid);
-    copy_bytes(slot + kOffStateBits, record.state_bits);
-    copy_bytes(slot + kOffCreationTime, record.creation_time);
-    copy_bytes(slot + kOffModifiedTime, record.modified_time);
-    record.start_sid = read_u32_le(slot + kOffStartSid);
-    record.stream_size = read_u32_le(slot + kOffStreamSize);
-    record.did = did;
-    return record;
-}
+// The scan reads bytes 0..123 of a slot only: the last four (the high half of a version-4
+// stream size) are never needed.
+constexpr std::size_t kSlotReadSize = layout::kEntryBytesRead;
+namespace at = layout::entry;
 
 // The name fills `name_valid_size` bytes; the rest of the 64-byte field must be zero.
 bool name_shape_plausible(const uint8_t* name, uint16_t name_valid_size) {
-    if (name_valid_size < 1 || name_valid_size > kNameSize) return false;
-    for (std::size_t i = name_valid_size; i < kNameSize; ++i) {
+    if (name_valid_size < 1 || name_valid_size > at::kNameSize) return false;
+    for (std::size_t i = name_valid_size; i < at::kNameSize; ++i) {
         if (name[i] != 0) return false;
     }
     return true;
 }
 
-bool link_plausible(uint32_t id, uint32_t max_items) {
-    return id <= max_items || id == NOSTREAM;
+bool link_plausible(uint32_t id) {
+    return id <= layout::kMaxItems || id == NOSTREAM;
 }
 
 // A stream must fit in the file; a large one must also start inside it.
 bool stream_plausible(uint32_t stream_size, sid_t start_sid, uint64_t file_size, uint64_t max_sid) {
-    if (!(stream_size < file_size - 512u)) return false;
-    return stream_size <= kMiniStreamCutoff || start_sid <= max_sid;
+    if (!(stream_size < file_size - layout::kHeaderSize)) return false;
+    return stream_size <= layout::kMiniStreamCutoff || start_sid <= max_sid;
 }
 
 // The same test as Cfb_File::is_plausible_directory_entry, straight off the slot's bytes and
 // cheapest field first: almost every slot of stream data fails at the name length.
-bool slot_plausible(const uint8_t* slot, uint32_t max_items, uint64_t file_size, uint64_t max_sid) {
-    return name_shape_plausible(slot, read_u16_le(slot + kOffNameValidSize)) &&
-           link_plausible(read_u32_le(slot + kOffLeft), max_items) &&
-           link_plausible(read_u32_le(slot + kOffRight), max_items) &&
-           link_plausible(read_u32_le(slot + kOffChild), max_items) &&
-           stream_plausible(read_u32_le(slot + kOffStreamSize), read_u32_le(slot + kOffStartSid),
+bool slot_plausible(const uint8_t* slot, uint64_t file_size, uint64_t max_sid) {
+    return name_shape_plausible(slot + at::kName, read_u16_le(slot + at::kNameValidSize)) &&
+           link_plausible(read_u32_le(slot + at::kLeftSibling)) &&
+           link_plausible(read_u32_le(slot + at::kRightSibling)) &&
+           link_plausible(read_u32_le(slot + at::kChild)) &&
+           stream_plausible(read_u32_le(slot + at::kStreamSize), read_u32_le(slot + at::kStartSid),
                             file_size, max_sid);
 }
 
@@ -128,36 +81,38 @@ bool name_starts_with(const Directory_Entry& record, std::u16string_view units) 
     return true;
 }
 
-// The kind named by the first core stream in layout order, or kKindUnknown.
-int32_t core_document_kind(const std::map<uint64_t, std::vector<Directory_Entry>>& layout) {
+// The kind named by the first core stream in layout order, or unknown.
+Document_Kind core_document_kind(const std::map<uint64_t, std::vector<Directory_Entry>>& layout) {
     using namespace std::string_view_literals;
     for (const auto& [sector, records] : layout) {
         for (const Directory_Entry& record : records) {
             if (name_starts_with(record, u"0Table\0"sv) ||
                 name_starts_with(record, u"1Table\0"sv)) {
-                return kKindWord;
+                return Document_Kind::word_processing;
             }
-            if (name_starts_with(record, u"Workbook\0"sv)) return kKindSheet;
-            if (name_starts_with(record, u"PowerPoint Document\0"sv)) return kKindSlides;
+            if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::spreadsheet;
+            if (name_starts_with(record, u"PowerPoint Document\0"sv)) {
+                return Document_Kind::presentation;
+            }
         }
     }
-    return kKindUnknown;
+    return Document_Kind::unknown;
 }
 
 // The three-letter extensions of the known kinds must name the kind found; any other
 // extension passes. The extension is the text after the last "." of the whole path (all of
 // it when there is no "."), lower-cased; only ASCII letters can lower-case into the three
 // names, so ASCII lower-casing decides the same.
-bool extension_fits_kind(const std::wstring& path, int32_t kind) {
+bool extension_fits_kind(const std::wstring& path, Document_Kind kind) {
     const std::size_t dot = path.rfind(L'.');
     std::wstring extension = dot == std::wstring::npos ? path : path.substr(dot + 1);
     if (extension.size() != 3) return true;
     for (wchar_t& c : extension) {
         if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
     }
-    if (extension == L"doc") return kind == kKindWord;
-    if (extension == L"xls") return kind == kKindSheet;
-    if (extension == L"ppt") return kind == kKindSlides;
+    if (extension == L"doc") return kind == Document_Kind::word_processing;
+    if (extension == L"xls") return kind == Document_Kind::spreadsheet;
+    if (extension == L"ppt") return kind == Document_Kind::presentation;
     return true;
 }
 
@@ -184,7 +139,7 @@ void collect_plausible_slots(const uint8_t* data, uint64_t from, uint64_t to, ui
                              uint64_t max_sid, std::vector<uint64_t>& plausible) {
     // `data` holds the bytes from `from` on, whole slots up to `to`.
     for (uint64_t offset = from; offset < to; offset += Directory_Entry::kSize) {
-        if (slot_plausible(data + (offset - from), kMaxItems, file_size, max_sid)) {
+        if (slot_plausible(data + (offset - from), file_size, max_sid)) {
             plausible.push_back(offset);
         }
     }
@@ -207,10 +162,11 @@ Signature_Pass signature_pass(const std::wstring& path, bool collect_slots) {
     const uint64_t size = view.size();
     pass.file_size = size;
     // Below 1024 bytes some slots of sector 0 run past the end; the door's scan handles them.
-    pass.slots_collected = collect_slots && size >= 1024;
-    const uint64_t max_sid = pass.slots_collected ? ((size - 512) >> 9) - 1 : 0;
+    pass.slots_collected = collect_slots && size >= layout::kSmallestCompoundFile;
+    const uint64_t max_sid =
+        pass.slots_collected ? ((size - layout::kSector0Offset) >> layout::kSectorShift) - 1 : 0;
     // Every slot of every whole sector: [512, (max_sid + 2) * 512).
-    const uint64_t slots_end = pass.slots_collected ? (max_sid + 2) * 512 : 0;
+    const uint64_t slots_end = pass.slots_collected ? (max_sid + 2) * layout::kSectorSize : 0;
     constexpr uint64_t lookahead = kRootEntrySignature.size() - 1;
     Input_Blocks blocks(view);
     for (uint64_t block = 0; block < size; block += Input_Blocks::kBlockSize) {
@@ -227,7 +183,7 @@ Signature_Pass signature_pass(const std::wstring& path, bool collect_slots) {
                     data + (piece - block), static_cast<std::size_t>(search_end - piece));
                 if (pass.found && !pass.slots_collected) return pass;
             }
-            const uint64_t from = std::max<uint64_t>(piece, 512);
+            const uint64_t from = std::max<uint64_t>(piece, layout::kSector0Offset);
             const uint64_t to = std::min(piece_end, slots_end);
             if (from < to) {
                 collect_plausible_slots(data + (from - block), from, to, size, max_sid,
@@ -269,13 +225,13 @@ class Slot_Reader {
 uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausible) {
     Slot_Reader slots(file);
     const auto record_at = [&](uint64_t offset) {
-        const uint64_t index = (offset - file.sector0_offset) / file.directory_entry_size;
-        return decode_slot(slots.at(offset), static_cast<uint32_t>(index));
+        const uint64_t index = (offset - layout::kSector0Offset) / layout::kDirectoryEntrySize;
+        return decode_directory_entry(slots.at(offset), static_cast<uint32_t>(index));
     };
     // The last root storage in layout (that is, file) order wins.
     const uint64_t* root_offset = nullptr;
     for (const uint64_t& offset : plausible) {
-        if (slots.at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset;
+        if (slots.at(offset)[at::kObjectType] == layout::kTypeRootStorage) root_offset = &offset;
     }
     if (root_offset == nullptr) return kRootNotFound;
 
@@ -285,10 +241,11 @@ uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausibl
         Directory_Entry record = record_at(offset);
         // A small stream must start inside the estimated short-stream container. Exactly
         // 4096 bytes counts as large here, unlike in the plausibility test.
-        if (record.stream_size < kMiniStreamCutoff && record.start_sid > file.mini_sector_count) {
+        if (record.stream_size < layout::kMiniStreamCutoff &&
+            record.start_sid > file.mini_sector_count) {
             continue;
         }
-        const uint64_t sector = (offset - file.sector0_offset) / file.fixed_sector_size;
+        const uint64_t sector = (offset - layout::kSector0Offset) / layout::kSectorSize;
         file.scanned_directory_layout[sector].push_back(record);
     }
     return 0;
@@ -297,8 +254,8 @@ uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausibl
 // check_cfb_core from its second step on, given the scan's result.
 Error_Code check_core_after_scan(Cfb_File& file, uint32_t scan_result) {
     if (scan_result == kRootNotFound) return ec::kRootLost;
-    const int32_t kind = core_document_kind(file.scanned_directory_layout);
-    if (kind == kKindUnknown) return ec::kCoreLost;
+    const Document_Kind kind = core_document_kind(file.scanned_directory_layout);
+    if (kind == Document_Kind::unknown) return ec::kCoreLost;
     file.document_kind = kind;
     file.parse_header();
     const Error_Code header_result = file.validate_header();
@@ -340,11 +297,11 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     Input_Blocks blocks(door().view());
     // max_sid is derived from the file size, so this walks each whole sector once.
     for (uint64_t sector = 0; sector <= max_sid; ++sector) {
-        for (uint32_t slot = 0; slot < directory_entries_per_sector; ++slot) {
+        for (uint32_t slot = 0; slot < layout::kEntriesPerSector; ++slot) {
             const uint64_t offset =
-                sector0_offset +
-                uint64_t{directory_entry_size} * (sector * directory_entries_per_sector + slot);
-            if (slot_plausible(blocks.at(offset, kSlotReadSize), max_items, file_size, max_sid)) {
+                layout::kSector0Offset +
+                uint64_t{layout::kDirectoryEntrySize} * (sector * layout::kEntriesPerSector + slot);
+            if (slot_plausible(blocks.at(offset, kSlotReadSize), file_size, max_sid)) {
                 plausible.push_back(offset);
             }
         }
@@ -354,9 +311,8 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
 
 bool Cfb_File::is_plausible_directory_entry(const Directory_Entry& record) const {
     return name_shape_plausible(record.name.data(), record.name_valid_size) &&
-           link_plausible(record.left_sibling_id, max_items) &&
-           link_plausible(record.right_sibling_id, max_items) &&
-           link_plausible(record.child_id, max_items) &&
+           link_plausible(record.left_sibling_id) && link_plausible(record.right_sibling_id) &&
+           link_plausible(record.child_id) &&
            stream_plausible(record.stream_size, record.start_sid, file_size, max_sid);
 }
 

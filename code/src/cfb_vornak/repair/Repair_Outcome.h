@@ -7,13 +7,14 @@
 #include <string>
 
 #include "cfb_vornak/format/Cfb_Header.h"
+#include "cfb_vornak/format/Document_Kind.h"
 #include "cfb_vornak/format/cfb_types.h"
 
 namespace vrk {
 
 struct Repair_Outcome {
-    std::wstring output_path;      // the final path written (extension of the kind); empty if none
-    int32_t document_kind = 3;     // 0 word processing, 1 spreadsheet, 2 presentation, 3 unknown
+    std::wstring output_path;  // the final path written (extension of the kind); empty if none
+    Document_Kind document_kind = Document_Kind::unknown;
     bool output_is_input = false;  // refused: the final path reaches the input file itself
     Cfb_Header header;             // the rebuilt header's fields, as written
     sids_array header_disat;       // its 109 DISAT entries

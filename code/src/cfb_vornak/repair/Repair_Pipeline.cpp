@@ -23,6 +23,7 @@
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/entries/Repair_Output_Path.h"
 #include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/repair/Repair_Outcome.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/byte_order.h"
 #include "common/fs_utils.h"
@@ -42,7 +43,7 @@ bool probe_allows_repair(Error_Code probe, bool force) {
 // Stage 4. Every field not named here keeps its sound default, so nothing of the damaged
 // header reaches the output.
 void rebuild_header(Cfb_File& file) {
-    const Repair_Sector_Sets& sets = file.repair_sector_sets;
+    const Repair_Sector_Sets& sets = *file.repair_sector_sets;
     Cfb_Header& header = file.standard_header;
     header.num_of_sat_secs = static_cast<uint32_t>(sets.found_sat_sids.size());
     uint64_t first_dir = file.max_sid;
@@ -68,38 +69,8 @@ void rebuild_header(Cfb_File& file) {
                                      Cfb_Header::kHeaderDisatCount - taken, FREESECT);
 }
 
-// The 512 bytes of the rebuilt header: the 76 bytes of fields, then 109 DISAT entries.
-std::array<uint8_t, Cfb_Header::kSize> encode_header(const Cfb_Header& header,
-                                                     const sids_array& disat) {
-    std::array<uint8_t, Cfb_Header::kSize> bytes{};
-    uint8_t* p = bytes.data();
-    write_u64_le(p + 0, header.magic);
-    std::copy(header.file_id.begin(), header.file_id.end(), p + 8);
-    std::copy(header.minor_version.begin(), header.minor_version.end(), p + 24);
-    std::copy(header.major_version.begin(), header.major_version.end(), p + 26);
-    std::copy(header.endian.begin(), header.endian.end(), p + 28);
-    write_u16_le(p + 30, header.sector_shift);
-    write_u16_le(p + 32, header.mini_sector_shift);
-    write_u16_le(p + 34, header.reserved_word);
-    std::copy(header.reserved_dword.begin(), header.reserved_dword.end(), p + 36);
-    write_u32_le(p + 40, header.num_of_dir_secs);
-    write_u32_le(p + 44, header.num_of_sat_secs);
-    write_u32_le(p + 48, header.first_dir_sid);
-    std::copy(header.transaction_sign_num.begin(), header.transaction_sign_num.end(), p + 52);
-    write_u32_le(p + 56, header.mini_stream_cutoff_size);
-    write_u32_le(p + 60, header.first_minisat_sid);
-    write_u32_le(p + 64, header.num_of_minisat_secs);
-    write_u32_le(p + 68, header.first_disat_sid);
-    write_u32_le(p + 72, header.num_of_disat_secs);
-    constexpr std::size_t kDisatOffset = 76;
-    for (std::size_t i = 0; i < Cfb_Header::kHeaderDisatCount && i < disat.size(); ++i) {
-        write_u32_le(p + kDisatOffset + 4 * i, disat[i]);
-    }
-    return bytes;
-}
-
 // Stage 5: the output's folder exists, and all three strings name the final path.
-void name_output(File_Description& output, int32_t document_kind) {
+void name_output(File_Description& output, Document_Kind document_kind) {
     const std::filesystem::path parent = platform::to_path(output.path_wstr).parent_path();
     if (!parent.empty()) fs::create_directories(platform::from_path(parent));
     output.path_utf8 = platform::to_utf8(repair_final_output_path(output.path_wstr, document_kind));
@@ -173,6 +144,7 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     const bool writing = created == platform::Create_Result::created && input_open;
 
     Body_Writer body(out, std::max<uint64_t>(file_size, Cfb_Header::kSize));
+    repair_sector_sets = std::make_unique<Repair_Sector_Sets>();
     Sector_Values_Reader reader(door().view());
     {
         Input_Blocks blocks(door().view());
@@ -182,15 +154,15 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
                 body.take(offset, bytes, size);
             });
         }
-        classify_sectors_by_markers(reader, max_sid, mini_sector_count, repair_sector_sets,
+        classify_sectors_by_markers(reader, max_sid, mini_sector_count, *repair_sector_sets,
                                     &blocks);
         blocks.finish();
     }
     sort_out_candidate_sectors(
         reader,
-        expected_mini_chains(scanned_directory_layout, expected_mini_stream_cutoff,
-                             fixed_mini_sector_size),
-        repair_sector_sets);
+        expected_mini_chains(scanned_directory_layout, layout::kMiniStreamCutoff,
+                             layout::kMiniSectorSize),
+        *repair_sector_sets);
 
     rebuild_header(*this);
 

@@ -19,6 +19,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cfb_vornak/format/Directory_Entry.h"
 #include "cfb_vornak/format/cfb_types.h"
 #include "cfb_vornak/repair/Sector_Id_Set.h"
@@ -28,10 +29,10 @@ namespace vrk {
 class Input_Blocks;
 class Input_View;
 
-inline constexpr std::size_t kValuesPerSector = 128;
+inline constexpr std::size_t kValuesPerSector = layout::kIdsPerSector;
 using Sector_Values = std::array<uint32_t, kValuesPerSector>;
 
-inline constexpr std::size_t kRepairSectorSize = 512;
+inline constexpr std::size_t kRepairSectorSize = layout::kSectorSize;
 
 // Reads sector `sid` from (sid + 1) * 512, the offset computed in 32 bits like every table
 // read of this library, through the checked view: past the end it throws the view's failure.

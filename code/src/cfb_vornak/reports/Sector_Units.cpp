@@ -15,7 +15,7 @@ namespace vrk {
 
 namespace {
 
-constexpr std::size_t kBlock = 512;
+constexpr std::size_t kBlock = layout::kSectorSize;
 
 void append_hex4(std::string& text, uint64_t value) {
     std::array<char, 24> digits{};
