@@ -207,7 +207,7 @@ TEST_P(Door_Modes, EveryByteReadsAsOnDiskAndTheEndIsChecked) {
         SCOPED_TRACE(size);
         const std::vector<uint8_t> bytes = pattern(size, static_cast<uint8_t>(size));
         File_Anywhere_Door door(write_file("bytes" + std::to_string(size), bytes), config);
-        ASSERT_EQ(door.state(), 2);
+        ASSERT_EQ(door.state(), Door_State::fine);
         ASSERT_EQ(door.file_size(), size);
         for (size_t i = 0; i < size; ++i) {
             ASSERT_EQ(door.get_no_mutex(i), bytes[i]) << i;
@@ -316,7 +316,7 @@ TEST_F(File_Layer, UnknownModeIsSilentUntilTheFirstRead) {
     ::testing::internal::CaptureStderr();
     File_Anywhere_Door door(path, Door_Config{10, 32, 5, false});
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(door.state(), 1);
+    EXPECT_EQ(door.state(), Door_State::failed);
     EXPECT_FALSE(door.view().is_open());
 
     const std::string unit = "File_Anywhere_Door";

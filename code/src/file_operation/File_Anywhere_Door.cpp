@@ -13,7 +13,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
     const std::filesystem::path native = platform::to_path(path);
     std::error_code error;
     if (!std::filesystem::exists(native, error)) {
-        m_state = 1;
+        m_state = Door_State::failed;
         throw_door_failure("File_Anywhere_Door construct failed ! the file [" +
                                platform::to_utf8(path) + "]is not exist! \n",
                            531, 532, __func__);
@@ -25,7 +25,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
             stream.open(native, std::ios::in | std::ios::binary);
         }
         if (!stream.is_open()) {
-            m_state = 1;
+            m_state = Door_State::failed;
             throw_door_failure("File_Anywhere_Door construct failed ! the file [" +
                                    platform::to_utf8(path) + "]can not open! \n",
                                543, 544, __func__);
@@ -43,8 +43,8 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
         case 0:
             m_file_block_cache = std::make_unique<File_Block_Cache>(path, config.block_size_shift,
                                                                     config.cache_block_count);
-            if (m_file_block_cache->state() != 2) {
-                m_state = 1;
+            if (m_file_block_cache->state() != Door_State::fine) {
+                m_state = Door_State::failed;
                 throw_door_failure(
                     "File_Anywhere_Door construct failed ! the m_file_block_cache init failed! \n",
                     565, 566, __func__);
@@ -53,7 +53,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
         case 1:
             m_stream.open(native, std::ios::in | std::ios::binary);
             if (!m_stream.is_open()) {
-                m_state = 1;
+                m_state = Door_State::failed;
                 throw_door_failure("File_Anywhere_Door construct failed ! the file [" +
                                        platform::to_utf8(path) + "]can not open! \n",
                                    584, 585, __func__);
@@ -62,8 +62,8 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
         case 2:
             m_file_memory_map = std::make_unique<File_Memory_Map>(
                 path, m_use_mutex ? kWithMutexSite : kNoMutexSite);
-            if (m_file_memory_map->state() != 2) {
-                m_state = 1;
+            if (m_file_memory_map->state() != Door_State::fine) {
+                m_state = Door_State::failed;
                 throw_door_failure(
                     "File_Anywhere_Door construct failed ! the m_file_memory_map init failed! \n",
                     599, 600, __func__);
@@ -73,10 +73,10 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
             m_file_size = m_view->size();
             break;
         default:
-            m_state = 1;
+            m_state = Door_State::failed;
             return;
     }
-    m_state = 2;
+    m_state = Door_State::fine;
 }
 
 uint8_t File_Anywhere_Door::get_no_mutex_checked(uint64_t offset) {
@@ -109,7 +109,7 @@ void File_Anywhere_Door::copy_data_to_mem(uint64_t offset, uint64_t length, uint
 }
 
 void File_Anywhere_Door::check_readable(uint64_t offset, const Read_Site& site) const {
-    if (m_state != 2) throw_not_fine(offset, site);
+    if (m_state != Door_State::fine) throw_not_fine(offset, site);
     // Unsigned on purpose: for a file of size 0 the limit wraps and every offset passes.
     if (offset > m_file_size - 1) {
         vrk::throw_out_of_range(offset, site);

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string>
 
+#include "file_operation/Door_State.h"
 #include "file_operation/File_Block_Cache.h"
 #include "file_operation/File_Memory_Map.h"
 #include "file_operation/door_failure.h"
@@ -26,12 +27,12 @@ struct Door_Config {
 class File_Anywhere_Door {
   public:
     // A missing file, a file that does not open and a mode whose backing cannot be built are
-    // failures. An unknown mode leaves the door in state 1 silently; every read then fails.
+    // failures. An unknown mode leaves the door failed silently; every read then fails.
     File_Anywhere_Door(const std::wstring& path, const Door_Config& config);
     File_Anywhere_Door(const File_Anywhere_Door&) = delete;
     File_Anywhere_Door& operator=(const File_Anywhere_Door&) = delete;
 
-    // The byte at `offset`. A door not in state 2, or an offset past the end, is a failure
+    // The byte at `offset`. A door that is not fine, or an offset past the end, is a failure
     // (a file of size 0 accepts every offset in modes 0 and 1 and reads 0).
     uint8_t get_no_mutex(uint64_t offset) {
         if (m_view != nullptr) return *m_view->bytes(offset, 1, kNoMutexSite);
@@ -46,7 +47,7 @@ class File_Anywhere_Door {
     void copy_data_to_mem(uint64_t offset, uint64_t length, uint8_t* destination);
 
     uint64_t file_size() const { return m_file_size; }
-    int32_t state() const { return m_state; }
+    Door_State state() const { return m_state; }
     int32_t access_mode() const { return m_access_mode; }
     bool uses_mutex() const { return m_use_mutex; }
     const std::wstring& path() const { return m_path_wstr; }
@@ -64,7 +65,7 @@ class File_Anywhere_Door {
     uint8_t read_checked(uint64_t offset, const Read_Site& site);
     uint8_t read_stream_byte(uint64_t offset);
 
-    int32_t m_state = 0;        // 0 constructing, 1 failed, 2 fine
+    Door_State m_state = Door_State::constructing;
     int32_t m_access_mode = 3;  // 3 until taken from the configuration
     std::unique_ptr<File_Block_Cache> m_file_block_cache;
     std::unique_ptr<File_Memory_Map> m_file_memory_map;

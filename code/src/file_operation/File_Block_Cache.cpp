@@ -15,7 +15,7 @@ File_Block_Cache::File_Block_Cache(const std::wstring& path, uint64_t block_size
                                    uint64_t capacity) {
     m_stream.open(platform::to_path(path), std::ios::in | std::ios::binary);
     if (!m_stream.is_open()) {
-        m_state = 1;
+        m_state = Door_State::failed;
         throw_door_failure("File_Block_Cache construct failed ! the file [" +
                                platform::to_utf8(path) + "]can not open! \n",
                            209, 210, __func__);
@@ -29,11 +29,11 @@ File_Block_Cache::File_Block_Cache(const std::wstring& path, uint64_t block_size
     m_block_size = uint64_t{1} << shift;
     m_block_mask = (~uint64_t{0} >> shift) << shift;
     m_list.set_capacity(capacity);
-    m_state = 2;
+    m_state = Door_State::fine;
 }
 
 uint8_t File_Block_Cache::get_char_in_offset(uint64_t offset) {
-    if (m_state != 2) {
+    if (m_state != Door_State::fine) {
         throw_door_failure("File_Block_Cache state is not fine ! the file [" +
                                std::to_string(offset) + "]can not access! \n",
                            244, 245, __func__);

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "file_operation/Data_Block_List.h"
+#include "file_operation/Door_State.h"
 
 namespace vrk {
 
@@ -22,7 +23,7 @@ class File_Block_Cache {
     // every offset (the last valid offset wraps) and reads 0.
     uint8_t get_char_in_offset(uint64_t offset);
 
-    int32_t state() const { return m_state; }
+    Door_State state() const { return m_state; }
     uint64_t file_size() const { return m_file_size; }
     uint64_t block_size() const { return m_block_size; }
     uint64_t block_mask() const { return m_block_mask; }
@@ -31,7 +32,7 @@ class File_Block_Cache {
   private:
     Data_Block_Node* load_block(uint64_t key, const char* function);
 
-    int32_t m_state = 0;  // 0 constructing, 1 failed, 2 fine
+    Door_State m_state = Door_State::constructing;
     uint64_t m_block_mask = ~uint64_t{1023};
     uint64_t m_block_size = 1024;
     Data_Block_List m_list;  // also holds the capacity

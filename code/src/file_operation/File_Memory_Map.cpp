@@ -10,7 +10,7 @@ File_Memory_Map::File_Memory_Map(const std::wstring& path, const Read_Site& site
     {
         std::ifstream stream(platform::to_path(path), std::ios::in | std::ios::binary);
         if (!stream.is_open()) {
-            m_state = 1;
+            m_state = Door_State::failed;
             throw_door_failure("File_Memory_Map construct failed ! the file [" +
                                    platform::to_utf8(path) + "]can not open! \n",
                                357, 358, __func__);
@@ -27,20 +27,20 @@ File_Memory_Map::File_Memory_Map(const std::wstring& path, const Read_Site& site
             break;
         case platform::Map_Step::open_file:
             log_door_error("Error opening file: [" + platform::errno_text() + "]\n", 368);
-            m_state = 1;
+            m_state = Door_State::failed;
             return;
         case platform::Map_Step::create_mapping:
             log_door_error("Error creating file mapping:   [" + platform::errno_text() + "]\n",
                            378);
-            m_state = 1;
+            m_state = Door_State::failed;
             return;
         case platform::Map_Step::map_view:
             log_door_error("Error mapping view of file: e:  [" + platform::errno_text() + "]\n",
                            389);
-            m_state = 1;
+            m_state = Door_State::failed;
             return;
     }
-    m_state = 2;
+    m_state = Door_State::fine;
 }
 
 File_Memory_Map::~File_Memory_Map() {

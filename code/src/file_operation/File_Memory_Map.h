@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "file_operation/Door_State.h"
 #include "file_operation/Input_View.h"
 
 namespace vrk {
@@ -12,21 +13,21 @@ namespace vrk {
 class File_Memory_Map {
   public:
     // A file that does not open is a failure (thrown). A file that opens but cannot be mapped
-    // (a zero-length file among them) is logged and leaves state 1 without throwing. Reads
+    // (a zero-length file among them) is logged and leaves it failed without throwing. Reads
     // through the view fail with the texts of `site`.
     explicit File_Memory_Map(const std::wstring& path, const Read_Site& site = kNoMutexSite);
     ~File_Memory_Map();
     File_Memory_Map(const File_Memory_Map&) = delete;
     File_Memory_Map& operator=(const File_Memory_Map&) = delete;
 
-    int32_t state() const { return m_state; }
+    Door_State state() const { return m_state; }
     // Size measured through a stream before mapping.
     uint64_t file_size() const { return m_file_size; }
-    // The view; open only in state 2, its size fixed when it was opened.
+    // The view; open only when fine, its size fixed when it was opened.
     Input_View& view() { return m_view; }
 
   private:
-    int32_t m_state = 0;  // 0 constructing, 1 failed, 2 fine
+    Door_State m_state = Door_State::constructing;
     uint64_t m_file_size = 0;
     Input_View m_view;
 };

@@ -32,7 +32,7 @@ struct Read_Site {
 inline constexpr Read_Site kNoMutexSite{"get_no_mutex", 682, 683, 688, 689};
 inline constexpr Read_Site kWithMutexSite{"get_with_mutex", 648, 649, 654, 655};
 
-// A read at `offset` from something that is not open (a door not in state 2).
+// A read at `offset` from something that is not open (a door that is not fine).
 [[noreturn]] void throw_not_fine(uint64_t offset, const Read_Site& site);
 // A read at `offset`, which lies past the end of the file.
 [[noreturn]] void throw_out_of_range(uint64_t offset, const Read_Site& site);
