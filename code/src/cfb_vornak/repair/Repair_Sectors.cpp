@@ -6,6 +6,7 @@
 
 #include "cfb_vornak/model/Cfb_File.h"
 #include "common/byte_order.h"
+#include "common/cpu_features.h"
 #include "file_operation/Input_Blocks.h"
 #include "file_operation/Input_View.h"
 
@@ -86,15 +87,16 @@ struct Sector_Facts {
 // vector registers. Adding 4 before the flip turns the four markers into the lowest values,
 // so that one comparison asks both "ordinary" and "above the limit".
 //
-// The loop is compiled twice, for the baseline x86-64 instruction set and for AVX2 (twice the
-// values per instruction), and the processor picks one: the same source, so the same results.
+// The loop is compiled twice, for the baseline instruction set and for AVX2 (twice the values
+// per instruction), and the processor picks one: the same source, so the same results. Where
+// the build has no AVX2 copy (common/cpu_features.h), the baseline one always runs.
 class Sector_Summary {
   public:
     Sector_Summary(uint64_t max_sid, uint64_t highest_mini_sid)
         : m_past_file(shifted(max_sid)),
           m_at_least_max(biased(max_sid - 1)),
           m_past_mini(shifted(highest_mini_sid)),
-          m_avx2(__builtin_cpu_supports("avx2") != 0) {}
+          m_avx2(cpu::has_avx2()) {}
 
     [[nodiscard]] Sector_Facts summarize(const uint8_t* bytes, Sector_Hashes& hashes) const {
         return m_avx2 ? summarize_avx2(bytes, hashes) : summarize_baseline(bytes, hashes);
@@ -107,8 +109,8 @@ class Sector_Summary {
                                                       Sector_Hashes& hashes) const {
         return summarize_loop(bytes, hashes);
     }
-    [[gnu::noinline]] [[gnu::target("avx2")]] Sector_Facts summarize_avx2(
-        const uint8_t* bytes, Sector_Hashes& hashes) const {
+    [[gnu::noinline]] CFB_TARGET_AVX2 Sector_Facts summarize_avx2(const uint8_t* bytes,
+                                                                  Sector_Hashes& hashes) const {
         return summarize_loop(bytes, hashes);
     }
 
