@@ -44,7 +44,7 @@ TEST(FsFolders, CreateNestedFoldersAndParents) {
 
     // A file standing where a folder must go is an error the file system reports.
     test::write_file(root / "blocker", "x");
-    EXPECT_THROW(fs::create_directories(root.wide() + native(L"/blocker/sub")),
+    EXPECT_THROW((void)fs::create_directories(root.wide() + native(L"/blocker/sub")),
                  stdfs::filesystem_error);
     EXPECT_FALSE(fs::is_folder(root.wide() + native(L"/blocker")));
     EXPECT_TRUE(fs::exists(root.wide() + native(L"/blocker")));

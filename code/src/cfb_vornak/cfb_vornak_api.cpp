@@ -41,7 +41,7 @@ std::wstring prepare_folder(const char* requested, const wchar_t* default_name) 
         VRK_PUSH_ERROR(ec::kInvalidArgument);
         folder = default_folder(default_name);
         try {
-            fs::create_directories(folder);
+            (void)fs::create_directories(folder);  // the logger falls back on its own
         } catch (const std::exception&) {
             // The logger falls back on its own when this folder is unusable.
         }

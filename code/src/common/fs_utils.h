@@ -9,15 +9,15 @@ namespace vrk::fs {
 
 // True when the folder exists afterwards. Throws std::filesystem::filesystem_error (its text
 // carries "create_directories") on errors the file system reports.
-bool create_directories(const std::wstring& folder);
+[[nodiscard]] bool create_directories(const std::wstring& folder);
 // Creates the folder that will hold `file` (the part before its last separator).
-bool make_parent_folder(const std::wstring& file);
+[[nodiscard]] bool make_parent_folder(const std::wstring& file);
 bool is_folder(const std::wstring& path);
 bool exists(const std::wstring& path);
 // Size in bytes, or -1 with the system's error text.
 int64_t get_file_size(const std::wstring& path, std::string& error_text);
-bool get_available_space(const std::wstring& path, uint64_t& bytes);
-bool get_temp_folder(std::wstring& folder, std::string& error_text);
+[[nodiscard]] bool get_available_space(const std::wstring& path, uint64_t& bytes);
+[[nodiscard]] bool get_temp_folder(std::wstring& folder, std::string& error_text);
 // Empties a folder whose path ends in a separator, keeping the folder. Read-only entries go
 // too; links and junctions are removed as links, never followed, not even a link standing
 // where the folder is (it is removed, and an empty folder made in its place). Throws

@@ -29,7 +29,7 @@ struct Options {
 int run_build_sample(const Options& options) {
     const std::wstring folder = platform::widen(user_path(options.folder));
     try {
-        fs::create_directories(folder);
+        (void)fs::create_directories(folder);  // a missing folder fails the first write
     } catch (const std::exception& error) {
         print_error("cannot make " + options.folder + ": " + error.what());
         return kExitUsage;

@@ -62,7 +62,7 @@ int run_map(const Options& options) {
         tables_read = false;
         map = Sector_Map{};
         map.file_size = input.size();
-        map.file_cells = (input.size() + 511) / 512;
+        map.file_cells = (input.size() + layout::kSectorSize - 1) / layout::kSectorSize;
         map.cells.assign(map.file_cells, Map_Cell{});
         if (!map.cells.empty()) map.cells[0].role = Cell_Role::header;
         std::string reason = failure.what();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -23,7 +24,7 @@ constexpr const char* kExitStatuses =
     "Exit status: 0 dumped, 2 usage error, an input that cannot be read or a dump file that\n"
     "cannot be written.";
 
-constexpr uint64_t kBlock = 512;
+constexpr uint64_t kBlock = layout::kSectorSize;
 constexpr uint64_t kDefaultCount = 4096;
 
 struct Options {
@@ -127,7 +128,7 @@ int run_sectors(const Options& options) {
     const uint64_t last = options.all ? blocks : first + std::min(options.count, blocks - first);
     const std::wstring folder = platform::widen(user_path(options.output));
     try {
-        fs::create_directories(folder);
+        (void)fs::create_directories(folder);  // a missing folder fails the first write
     } catch (const std::exception& error) {
         print_error("cannot make " + options.output + ": " + error.what());
         return kExitUsage;

@@ -27,7 +27,7 @@ std::wstring widen_argument(const char* text) {
 // Creates the output folder; a path the file system refuses is reported by the checks after.
 void try_create_output_folder(const std::wstring& folder) {
     try {
-        fs::create_directories(folder);
+        (void)fs::create_directories(folder);  // the checks after report a missing folder
     } catch (const std::exception&) {
         return;
     }

@@ -62,7 +62,7 @@ bool Cfb_Logger::start(const std::string& config_dir, const std::string& tag,
     s.log_dir = default_log_dir();
     s.tag = "cfb_repair_sdk";
     try {
-        fs::create_directories(platform::widen(s.log_dir));
+        (void)fs::create_directories(platform::widen(s.log_dir));  // reported below if missing
     } catch (const std::exception&) {
         // InitLogEx below reports the folder's absence in its turn.
     }

@@ -12,8 +12,8 @@ class Cfb_Logger {
     static constexpr int kError = 3;
 
     // Starts once per process; always true. Later calls change nothing.
-    static bool start(const std::string& config_dir, const std::string& tag,
-                      const std::string& log_dir);
+    [[nodiscard]] static bool start(const std::string& config_dir, const std::string& tag,
+                                    const std::string& log_dir);
     static bool is_init();
     // Whether lines of `level` reach the log at all (information lines are dropped).
     static bool writes(int level);

@@ -15,16 +15,17 @@ namespace vrk {
 struct Analysis_Summary;
 struct Repair_Outcome;
 
-int32_t file_check_entry(const char* input);
+[[nodiscard]] int32_t file_check_entry(const char* input);
 // `summary`, when given, receives what the analysis wrote (empty when it wrote nothing).
-int32_t analysis_entry(const char* input, const char* out_dir, Analysis_Summary* summary = nullptr);
+[[nodiscard]] int32_t analysis_entry(const char* input, const char* out_dir,
+                                     Analysis_Summary* summary = nullptr);
 // `outcome`, when given, receives the final path written, the document kind and the rebuilt
 // header. `mode` says how the output is put in place: the exports create and write it; the
 // tool passes staged, so that the name shows either the whole output or what it held before.
-int32_t general_repair_entry(const char* input, const char* output,
-                             Repair_Outcome* outcome = nullptr,
-                             platform::Create_Mode mode = platform::Create_Mode::replace);
+[[nodiscard]] int32_t general_repair_entry(
+    const char* input, const char* output, Repair_Outcome* outcome = nullptr,
+    platform::Create_Mode mode = platform::Create_Mode::replace);
 // Stores the document password for the repair that follows.
-int32_t set_password_entry(const char* password);
+[[nodiscard]] int32_t set_password_entry(const char* password);
 
 }  // namespace vrk

@@ -60,10 +60,12 @@ bool take_working_file(const std::wstring& input_wstr, File_Description& working
 
 bool make_output_folder(const std::wstring& path, bool folder_of_file) {
     try {
+        // Only a refusal the file system reports (thrown) fails this step; a folder still
+        // missing shows when the output is opened.
         if (folder_of_file) {
-            fs::make_parent_folder(path);
+            (void)fs::make_parent_folder(path);
         } else {
-            fs::create_directories(path);
+            (void)fs::create_directories(path);
         }
         return true;
     } catch (const std::exception& error) {

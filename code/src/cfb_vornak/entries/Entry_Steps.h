@@ -17,10 +17,10 @@ bool check_input_file(const std::wstring& input_wstr);
 
 // The working file is the input itself, which is only ever read; a failure to describe it is
 // code 32.
-bool take_working_file(const std::wstring& input_wstr, File_Description& working);
+[[nodiscard]] bool take_working_file(const std::wstring& input_wstr, File_Description& working);
 
 // Creates `path` with its parents, or only the folder that will hold the file `path`; an error
 // the file system raises is code 33.
-bool make_output_folder(const std::wstring& path, bool folder_of_file);
+[[nodiscard]] bool make_output_folder(const std::wstring& path, bool folder_of_file);
 
 }  // namespace vrk

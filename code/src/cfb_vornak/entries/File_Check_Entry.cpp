@@ -31,7 +31,7 @@ void check_file(const char* input_file) {
     // current folder where it cannot be made (a service started in the root folder, a program
     // in a read-only install folder) must not fail every check. Logged, and the check goes on.
     try {
-        fs::create_directories(check_scratch_folder());
+        (void)fs::create_directories(check_scratch_folder());  // nothing is written there
     } catch (const std::exception& error) {
         CFB_LOG_ERROR(std::string("make dir for the file check failed! error info is:") +
                       error.what());

@@ -101,7 +101,7 @@ void release_private_scratch() {
 void clear_scratch_folder(const Scratch_Folders& folders, const std::wstring& folder) {
     try {
         if (folders.make_before_clearing) {
-            fs::create_directories(folder);
+            (void)fs::create_directories(folder);  // clearing reports a missing folder
         }
         fs::clear_folder(folder);
     } catch (const std::exception& error) {

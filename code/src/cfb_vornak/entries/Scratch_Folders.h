@@ -29,7 +29,8 @@ struct Scratch_Folders {
 // 2. The free space of the work folder's drive must be readable (no minimum is asked):
 //    otherwise code 2 is pushed, the failure logged, and false returned.
 // 3. Both scratch folders are formed, logged and emptied (clear_scratch_folders).
-bool prepare_scratch_folders(const std::wstring& fallback_folder, Scratch_Folders& folders);
+[[nodiscard]] bool prepare_scratch_folders(const std::wstring& fallback_folder,
+                                           Scratch_Folders& folders);
 
 // Logs "clearFolder~" and empties both scratch folders.
 void clear_scratch_folders(const Scratch_Folders& folders);

@@ -24,7 +24,8 @@ class Cfb_Directory_Tree {
 
     // Builds the tree; 0 when it is built (tree_state kBuilt), -1 when there is no entry or
     // no root entry.
-    int32_t build_cfb_directory_tree(const std::vector<Directory_Entry>& directory_entrys);
+    [[nodiscard]] int32_t build_cfb_directory_tree(
+        const std::vector<Directory_Entry>& directory_entrys);
     // The tree as text, depth first from the root; nothing when there is no root.
     void print_cfb_directory_tree(std::ostream& out) const;
 

@@ -46,7 +46,8 @@ Cfb_File::Cfb_File(const File_Description& input, const File_Description& output
     parse_minisat();
     parse_directory_entrys();
     cfb_directory_tree = std::make_unique<Cfb_Directory_Tree>();
-    cfb_directory_tree->build_cfb_directory_tree(directory_entrys);
+    // An empty or rootless directory leaves the tree unbuilt, which its state records.
+    (void)cfb_directory_tree->build_cfb_directory_tree(directory_entrys);
 
     Directory_Entry root;
     for (const Directory_Entry& entry : directory_entrys) {

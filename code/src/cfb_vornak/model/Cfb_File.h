@@ -48,7 +48,7 @@ class Cfb_File {
     // ---- header
     int32_t parse_header();
     // Field-by-field validation, in order; 0 or 59..71.
-    Error_Code validate_header();
+    [[nodiscard]] Error_Code validate_header();
 
     // ---- allocation tables and chains
     void parse_disat();
@@ -69,18 +69,18 @@ class Cfb_File {
     int32_t read_a_directory_entry(uint64_t offset, Directory_Entry& record);
 
     // ---- damage classification
-    static Error_Code get_cfb_file_damaged_type(const File_Description& input);
+    [[nodiscard]] static Error_Code get_cfb_file_damaged_type(const File_Description& input);
     static bool search_root_entry_signature(const File_Description& input);
-    static Error_Code check_cfb_core(Cfb_File& file);
+    [[nodiscard]] static Error_Code check_cfb_core(Cfb_File& file);
     uint32_t find_root_entry_by_scan();
     bool is_plausible_directory_entry(const Directory_Entry& record) const;
 
     // ---- repair
     // With `outcome`, what was written is reported there; `mode` says how the output is put in
     // place (the exports create and write it; the tool stages it and renames it over the name).
-    Error_Code cfb_file_head_changing(const File_Description& output, bool force,
-                                      Repair_Outcome* outcome = nullptr,
-                                      platform::Create_Mode mode = platform::Create_Mode::replace);
+    [[nodiscard]] Error_Code cfb_file_head_changing(
+        const File_Description& output, bool force, Repair_Outcome* outcome = nullptr,
+        platform::Create_Mode mode = platform::Create_Mode::replace);
     void set_password(const std::wstring& password) { m_password_wstr = password; }
 
     // ---- release and reports

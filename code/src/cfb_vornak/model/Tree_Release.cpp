@@ -105,9 +105,9 @@ bool write_container_runs(const std::vector<uint8_t>& container, const std::vect
 void try_create_folder(const std::wstring& folder, bool parent_of_file = false) {
     try {
         if (parent_of_file) {
-            fs::make_parent_folder(folder);
+            (void)fs::make_parent_folder(folder);
         } else {
-            fs::create_directories(folder);
+            (void)fs::create_directories(folder);
         }
     } catch (const std::exception&) {
         return;
@@ -259,7 +259,8 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
 
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,
                              const File_Description& folder, uint32_t& released) {
-    fs::create_directories(folder.path_wstr);
+    // A folder left unmade fails each child's own open, which skips it.
+    (void)fs::create_directories(folder.path_wstr);
     const Cfb_Directory_Entry_DirNode* root = root_storage(file);
     if (root == nullptr) {
         return 0;

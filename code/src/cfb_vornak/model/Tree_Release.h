@@ -77,7 +77,7 @@ int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractN
 // Writes one stream to `target`; true when a file was written. A normal stream whose sectors
 // run past the end of the input (the header's sector size is larger than the file's) fails
 // with the file layer's out-of-range failure before its file is made.
-bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
-                                         const File_Description& target);
+[[nodiscard]] bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
+                                                       const File_Description& target);
 
 }  // namespace vrk

@@ -72,7 +72,8 @@ void rebuild_header(Cfb_File& file) {
 // Stage 5: the output's folder exists, and all three strings name the final path.
 void name_output(File_Description& output, Document_Kind document_kind) {
     const std::filesystem::path parent = platform::to_path(output.path_wstr).parent_path();
-    if (!parent.empty()) fs::create_directories(platform::from_path(parent));
+    // A folder still missing fails the output's create, which is logged and returned.
+    if (!parent.empty()) (void)fs::create_directories(platform::from_path(parent));
     output.path_utf8 = platform::to_utf8(repair_final_output_path(output.path_wstr, document_kind));
     output.open_path_wstr = platform::from_utf8(output.path_utf8);
     output.path_wstr = output.open_path_wstr;

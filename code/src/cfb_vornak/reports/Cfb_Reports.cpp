@@ -398,7 +398,7 @@ std::wstring utf8_to_wide(const char* text) {
 // Creates the report's folder; a folder the file system refuses leaves the report unwritten.
 void make_report_folder(const std::wstring& report_file_path) {
     try {
-        fs::make_parent_folder(report_file_path);
+        (void)fs::make_parent_folder(report_file_path);  // a missing folder fails the open
     } catch (const std::exception&) {
         // The open of the report then fails and the report is skipped.
     }

@@ -63,7 +63,7 @@ uint64_t split_to_sector_units(const std::wstring& source, const std::wstring& f
         CFB_LOG_ERROR("Failed to open CFB file:" + platform::to_utf8(source));
         return 0;
     }
-    fs::create_directories(folder);
+    (void)fs::create_directories(folder);  // a missing folder fails each unit's open
     std::array<uint8_t, kBlock> bytes{};
     uint64_t block = 0;
     // Every pass consumes one whole block of the source, so the walk ends with the file.
