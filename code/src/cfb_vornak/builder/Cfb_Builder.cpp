@@ -22,13 +22,13 @@ namespace vrk {
 
 namespace {
 
-constexpr uint32_t kMiniStreamCutoff = 4096;
-constexpr uint32_t kMiniSectorSize = 64;
-constexpr uint32_t kDirEntrySize = 128;
+constexpr uint32_t kMiniStreamCutoff = layout::kMiniStreamCutoff;
+constexpr uint32_t kMiniSectorSize = layout::kMiniSectorSize;
+constexpr uint32_t kDirEntrySize = layout::kDirectoryEntrySize;
 constexpr std::size_t kMaxNameUnits = 31;
-constexpr uint8_t kTypeStorage = 1;
-constexpr uint8_t kTypeStream = 2;
-constexpr uint8_t kTypeRoot = 5;
+using layout::kTypeStorage;
+using layout::kTypeStream;
+constexpr uint8_t kTypeRoot = layout::kTypeRootStorage;
 
 struct Flat_Entry {
     const Cfb_Fs_Item_AbstractNode* node = nullptr;

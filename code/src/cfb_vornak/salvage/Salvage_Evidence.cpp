@@ -2,49 +2,21 @@
 
 #include <cstring>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
 #include "common/byte_order.h"
 
 namespace vrk::salvage {
 
 namespace {
 
-// Offsets of the header's fields.
-namespace header_at {
-constexpr std::size_t kMinorVersion = 24;
-constexpr std::size_t kMajorVersion = 26;
-constexpr std::size_t kByteOrder = 28;
-constexpr std::size_t kSectorShift = 30;
-constexpr std::size_t kMiniSectorShift = 32;
-constexpr std::size_t kNumDirSecs = 40;
-constexpr std::size_t kNumSatSecs = 44;
-constexpr std::size_t kFirstDirSid = 48;
-constexpr std::size_t kMiniStreamCutoff = 56;
-constexpr std::size_t kFirstMinisatSid = 60;
-constexpr std::size_t kNumMinisatSecs = 64;
-constexpr std::size_t kFirstDisatSid = 68;
-constexpr std::size_t kNumDisatSecs = 72;
-constexpr std::size_t kHeaderDisat = 76;
-}  // namespace header_at
+// Offsets of the header's and of a directory record's fields.
+namespace header_at = layout::header;
+namespace record_at = layout::entry;
 
-// Offsets of a directory record's fields.
-namespace record_at {
-constexpr std::size_t kNameLength = 64;
-constexpr std::size_t kObjectType = 66;
-constexpr std::size_t kColor = 67;
-constexpr std::size_t kLeft = 68;
-constexpr std::size_t kRight = 72;
-constexpr std::size_t kChild = 76;
-constexpr std::size_t kClsid = 80;
-constexpr std::size_t kStateBits = 96;
-constexpr std::size_t kCreationTime = 100;
-constexpr std::size_t kModifiedTime = 108;
-constexpr std::size_t kStart = 116;
-constexpr std::size_t kSize = 120;
-}  // namespace record_at
+using layout::kTypeRootStorage;
+using layout::kTypeStorage;
+using layout::kTypeStream;
 
-constexpr uint8_t kTypeStorage = 1;
-constexpr uint8_t kTypeStream = 2;
-constexpr uint8_t kTypeRoot = 5;
 // Directory ids beyond this are taken for junk: no writer makes directories of millions of entries.
 constexpr uint32_t kMaxPlausibleDid = 0x00FFFFFF;
 
@@ -82,13 +54,13 @@ Header_Evidence read_header(const uint8_t* data, uint64_t size) {
     h.magic_ok = read_u64_le(data) == Cfb_Header::kSignature;
     h.minor_version = read_u16_le(data + header_at::kMinorVersion);
     h.major_version = read_u16_le(data + header_at::kMajorVersion);
-    h.byte_order = read_u16_le(data + header_at::kByteOrder);
+    h.byte_order = read_u16_le(data + header_at::kEndian);
     h.sector_shift = read_u16_le(data + header_at::kSectorShift);
     h.mini_sector_shift = read_u16_le(data + header_at::kMiniSectorShift);
     h.num_dir_secs = read_u32_le(data + header_at::kNumDirSecs);
     h.num_sat_secs = read_u32_le(data + header_at::kNumSatSecs);
     h.first_dir_sid = read_u32_le(data + header_at::kFirstDirSid);
-    h.mini_stream_cutoff = read_u32_le(data + header_at::kMiniStreamCutoff);
+    h.mini_stream_cutoff = read_u32_le(data + header_at::kMiniCutoff);
     h.first_minisat_sid = read_u32_le(data + header_at::kFirstMinisatSid);
     h.num_minisat_secs = read_u32_le(data + header_at::kNumMinisatSecs);
     h.first_disat_sid = read_u32_le(data + header_at::kFirstDisatSid);
@@ -109,38 +81,39 @@ Dir_Record decode_dir_record(const uint8_t* p, bool wide_size) {
     Dir_Record r;
     for (std::size_t i = 0; i < r.name_units.size(); ++i)
         r.name_units[i] = static_cast<char16_t>(read_u16_le(p + 2 * i));
-    r.name_length = read_u16_le(p + record_at::kNameLength);
+    r.name_length = read_u16_le(p + record_at::kNameValidSize);
     r.object_type = p[record_at::kObjectType];
-    r.color = p[record_at::kColor];
-    r.left = read_u32_le(p + record_at::kLeft);
-    r.right = read_u32_le(p + record_at::kRight);
+    r.color = p[record_at::kColorFlag];
+    r.left = read_u32_le(p + record_at::kLeftSibling);
+    r.right = read_u32_le(p + record_at::kRightSibling);
     r.child = read_u32_le(p + record_at::kChild);
     std::memcpy(r.clsid.data(), p + record_at::kClsid, r.clsid.size());
     std::memcpy(r.state_bits.data(), p + record_at::kStateBits, r.state_bits.size());
     std::memcpy(r.creation_time.data(), p + record_at::kCreationTime, r.creation_time.size());
     std::memcpy(r.modified_time.data(), p + record_at::kModifiedTime, r.modified_time.size());
-    r.start = read_u32_le(p + record_at::kStart);
-    r.size = wide_size ? read_u64_le(p + record_at::kSize) : read_u32_le(p + record_at::kSize);
+    r.start = read_u32_le(p + record_at::kStartSid);
+    r.size = wide_size ? read_u64_le(p + record_at::kStreamSize)
+                       : read_u32_le(p + record_at::kStreamSize);
     return r;
 }
 
 bool is_root_record(const uint8_t* p) {
-    return p[record_at::kObjectType] == kTypeRoot;
+    return p[record_at::kObjectType] == kTypeRootStorage;
 }
 
 Record_Kind classify_dir_record(const uint8_t* p) {
     const uint8_t type = p[record_at::kObjectType];
     if (type == 0) return Record_Kind::empty;
-    if (type != kTypeStorage && type != kTypeStream && type != kTypeRoot)
+    if (type != kTypeStorage && type != kTypeStream && type != kTypeRootStorage)
         return Record_Kind::invalid;
-    if (p[record_at::kColor] > 1) return Record_Kind::invalid;
-    const uint32_t left = read_u32_le(p + record_at::kLeft);
-    const uint32_t right = read_u32_le(p + record_at::kRight);
+    if (p[record_at::kColorFlag] > 1) return Record_Kind::invalid;
+    const uint32_t left = read_u32_le(p + record_at::kLeftSibling);
+    const uint32_t right = read_u32_le(p + record_at::kRightSibling);
     const uint32_t child = read_u32_le(p + record_at::kChild);
     if (!plausible_link(left) || !plausible_link(right) || !plausible_link(child))
         return Record_Kind::invalid;
     if (type == kTypeStream && child != NOSTREAM) return Record_Kind::invalid;
-    const uint16_t name_length = read_u16_le(p + record_at::kNameLength);
+    const uint16_t name_length = read_u16_le(p + record_at::kNameValidSize);
     const bool name_ok = [&] {
         if (name_length < 4 || name_length > 64 || name_length % 2 != 0) return false;
         const uint32_t units = name_length / 2;
@@ -150,7 +123,8 @@ Record_Kind classify_dir_record(const uint8_t* p) {
     }();
     if (name_ok) return Record_Kind::valid;
     // A root whose name was wiped still shows itself by its type and its lack of siblings.
-    if (type == kTypeRoot && left == NOSTREAM && right == NOSTREAM) return Record_Kind::valid;
+    if (type == kTypeRootStorage && left == NOSTREAM && right == NOSTREAM)
+        return Record_Kind::valid;
     return Record_Kind::bad_name;
 }
 

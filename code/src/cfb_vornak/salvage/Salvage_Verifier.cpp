@@ -68,9 +68,9 @@ bool Evaluation::complete() const {
 
 namespace {
 
-constexpr uint8_t kTypeStorage = 1;
-constexpr uint8_t kTypeStream = 2;
-constexpr uint8_t kTypeRoot = 5;
+using layout::kTypeRootStorage;
+using layout::kTypeStorage;
+using layout::kTypeStream;
 
 struct Record {
     Dir_Record fields;
@@ -197,7 +197,7 @@ class Resolver {
             }
         }
         return !m_records.empty() && m_records[0].kind == Record_Kind::valid &&
-               m_records[0].fields.object_type == kTypeRoot;
+               m_records[0].fields.object_type == kTypeRootStorage;
     }
 
     bool usable(uint32_t did) const {
