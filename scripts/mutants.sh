@@ -43,13 +43,13 @@ mutants=(
     "        if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid > max_sid) { @@         if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid >= max_sid) {"
     # Probe: the document kind, the extension rule, the root's type, a slot's name.
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
-    '            if (name_starts_with(record, u"Workbook\0"sv)) return kKindSheet; @@             if (name_starts_with(record, u"Workbook\0"sv)) return kKindSlides;'
+    '            if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::spreadsheet; @@             if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::presentation;'
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
-    "    if (extension == L\"xls\") return kind == kKindSheet; @@     if (extension == L\"xls\") return kind != kKindSheet;"
+    "    if (extension == L\"xls\") return kind == Document_Kind::spreadsheet; @@     if (extension == L\"xls\") return kind != Document_Kind::spreadsheet;"
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
-    "        if (slots.at(offset)[kOffObjectType] == kRootStorageType) root_offset = &offset; @@         if (slots.at(offset)[kOffObjectType] != kRootStorageType) root_offset = &offset;"
+    "        if (slots.at(offset)[at::kObjectType] == layout::kTypeRootStorage) root_offset = &offset; @@         if (slots.at(offset)[at::kObjectType] != layout::kTypeRootStorage) root_offset = &offset;"
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
-    "    if (name_valid_size < 1 || name_valid_size > kNameSize) return false; @@     if (name_valid_size < 2 || name_valid_size > kNameSize) return false;"
+    "    if (name_valid_size < 1 || name_valid_size > at::kNameSize) return false; @@     if (name_valid_size < 2 || name_valid_size > at::kNameSize) return false;"
     # Repair: sector classification and the expected mini chains.
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
     "        if (facts.past_the_file) sets.beyond_end_sids.insert(sid); @@         if (!facts.past_the_file) sets.beyond_end_sids.insert(sid);"
@@ -73,7 +73,7 @@ mutants=(
     "        if (byte < 16) { @@         if (byte < 15) {"
     # Salvage: the verifier's root test, its mini/normal split, a short stream's state.
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
-    "               m_records[0].fields.object_type == kTypeRoot; @@                m_records[0].fields.object_type != kTypeRoot;"
+    "               m_records[0].fields.object_type == kTypeRootStorage; @@                m_records[0].fields.object_type != kTypeRootStorage;"
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
     "            w.mini = e.size < Mini_Stream::kCutoff; @@             w.mini = e.size > Mini_Stream::kCutoff;"
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
