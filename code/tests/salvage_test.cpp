@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/salvage/Salvage_Layout.h"
 #include "common/byte_order.h"
 #include "support/cfb_patch.h"
 #include "support/sample_shapes.h"
@@ -494,6 +495,19 @@ TEST(SalvageDamage, LargeTablesAndEmbeddedFiles) {
             all_back(s, run(s, d), "large tables, zeroed at " + std::to_string(offset));
         }
     }
+}
+
+// A root record in a sector that reads as a table (in a file past 160 MB a SAT sector's ids
+// carry the root's type byte) starts no directory chain; a candidate from it would have no
+// first sector.
+TEST(SalvageInput, RootRecordInATableSector) {
+    salvage::Sector_Classes classes(salvage::Sector_Geometry(512, 3 * 512));
+    classes.flags = {salvage::kDirOk | salvage::kTableLike | salvage::kRootFirst,
+                     salvage::kDirOk | salvage::kDirLike};
+    const salvage::Sat_Table sat;
+    for (const salvage::Dir_Candidate& c :
+         salvage::directory_candidates(classes, sat, salvage::Header_Evidence{}, false))
+        EXPECT_FALSE(c.sectors.empty());
 }
 
 TEST(SalvageInput, NotACompoundFile) {

@@ -730,6 +730,10 @@ std::vector<Dir_Candidate> directory_candidates(const Sector_Classes& classes, c
     }
     std::vector<Dir_Candidate> out;
     for (std::size_t k = 0; k < starts.size(); ++k) {
+        // A root record in a sector that reads better as a table (a large file's SAT sector
+        // whose ids carry the root's type byte) starts no chain: no candidate, as every
+        // candidate needs its first sector.
+        if (chains[k].empty()) continue;
         const auto& [start, source] = starts[k];
         Dir_Candidate chain;
         chain.start = source;
