@@ -137,8 +137,13 @@ int run_cat(const Options& options) {
         missing += (missing.empty() ? "" : ", ") + std::to_string(range.offset) + "-" +
                    std::to_string(range.offset + range.length - 1);
     }
-    print_warning("'" + path + "' is " + state_text(entry.state) + ": " +
-                  grouped(entry.size - entry.recovered_bytes()) + " of " + grouped(entry.size) +
+    // An inferred stream's pieces are the rebuilt run: written, but not verified.
+    const uint64_t written = entry.recovered_bytes();
+    const std::string what = entry.state == Salvage_State::inferred
+                                 ? " bytes rebuilt from runs, not verified; "
+                                 : " bytes recovered; ";
+    print_warning("'" + path + "' is " + state_text(entry.state) + ": " + grouped(written) +
+                  " of " + grouped(entry.size) + what + grouped(entry.size - written) +
                   " bytes not recovered, written as zeros" +
                   (missing.empty() ? std::string() : " (bytes " + missing + ")") + "; " +
                   entry.evidence);
