@@ -7,6 +7,9 @@
 
 namespace vrk::unicode {
 
+// Appends one code point (below U+110000) as UTF-8.
+void append_utf8(std::string& out, char32_t c);
+
 std::string wide_to_utf8(const std::wstring& wide);
 std::wstring utf8_to_wide(const std::string& utf8);
 std::wstring utf16_to_wide(const char16_t* units, std::size_t count);

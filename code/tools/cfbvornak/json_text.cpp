@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "common/unicode.h"
+
 namespace vrk::cli {
 
 namespace {
@@ -43,18 +45,8 @@ void append_ascii(std::string& out, uint32_t c) {
 void append_utf8(std::string& out, uint32_t c) {
     if (c < 0x80) {
         append_ascii(out, c);
-    } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
     } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        unicode::append_utf8(out, c);
     }
 }
 

@@ -9,6 +9,7 @@
 #include "common/error_codes.h"
 #include "common/error_store.h"
 #include "common/platform.h"
+#include "common/unicode.h"
 
 namespace vrk::cli {
 
@@ -40,25 +41,6 @@ int hex_digit(char c) {
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
     return -1;
-}
-
-// Appends a code point as UTF-8.
-void append_utf8(std::string& out, char32_t c) {
-    if (c < 0x80) {
-        out.push_back(static_cast<char>(c));
-    } else if (c < 0x800) {
-        out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else if (c < 0x10000) {
-        out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    } else {
-        out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-        out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-    }
 }
 
 // Reads the UTF-8 text of one typed name back into UTF-16 units, undoing \\, \xHH and \uHHHH.
@@ -194,7 +176,7 @@ std::string display_name(const std::u16string& name) {
         const char16_t u = name[i];
         const bool high = u >= 0xD800 && u <= 0xDBFF;
         if (high && i + 1 < name.size() && name[i + 1] >= 0xDC00 && name[i + 1] <= 0xDFFF) {
-            append_utf8(out, 0x10000 + ((u - 0xD800u) << 10) + (name[i + 1] - 0xDC00u));
+            unicode::append_utf8(out, 0x10000 + ((u - 0xD800u) << 10) + (name[i + 1] - 0xDC00u));
             ++i;
         } else if (u >= 0xD800 && u <= 0xDFFF) {
             append_hex_escape(out, "\\u%04x", u);
@@ -205,7 +187,7 @@ std::string display_name(const std::u16string& name) {
         } else if (u == u'\\') {
             out += "\\\\";
         } else {
-            append_utf8(out, u);
+            unicode::append_utf8(out, u);
         }
     }
     return out;
