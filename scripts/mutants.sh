@@ -78,6 +78,27 @@ mutants=(
     "            w.mini = e.size < Mini_Stream::kCutoff; @@             w.mini = e.size > Mini_Stream::kCutoff;"
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
     "            e.state = got == 0 ? Salvage_State::lost : Salvage_State::partial; @@             e.state = got == 0 ? Salvage_State::partial : Salvage_State::lost;"
+    # Salvage: a 31-unit name, a root whose name was wiped, directory-like sectors, a sector the
+    # header names twice, the sectors a stream's size needs, twin names, partial streams kept.
+    "code/src/cfb_vornak/salvage/Salvage_Evidence.cpp|salvage_test salvage_output_test"
+    "        if (name_length < 4 || name_length > 64 || name_length % 2 != 0) return false; @@         if (name_length < 4 || name_length >= 64 || name_length % 2 != 0) return false;"
+    "code/src/cfb_vornak/salvage/Salvage_Evidence.cpp|salvage_test salvage_output_test"
+    "    if (type == kTypeRootStorage && left == NOSTREAM && right == NOSTREAM) @@     if (type == kTypeRootStorage && left == NOSTREAM && right != NOSTREAM)"
+    "code/src/cfb_vornak/salvage/Salvage_Classifier.cpp|salvage_test salvage_output_test"
+    "            if (valid > 0) f |= kDirLike; @@             if (valid > 1) f |= kDirLike;"
+    "code/src/cfb_vornak/salvage/Salvage_Layout.cpp|salvage_test salvage_output_test"
+    "            !is_special(s) && s < g.count && named[s] == 1 && readable_named_table(classes, s); @@             !is_special(s) && s < g.count && named[s] >= 1 && readable_named_table(classes, s);"
+    "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test"
+    "        rules.needed = ceil_div(size, m_g.sector_size); @@         rules.needed = size / m_g.sector_size;"
+    "code/src/cfb_vornak/salvage/Salvage_Output.cpp|salvage_test salvage_output_test"
+    "            return compare_entry_names(a, b) < 0; @@             return a < b;"
+    "code/src/cfb_vornak/salvage/Salvage_Output.cpp|salvage_test salvage_output_test"
+    "            if (keep.partial) return {{e.name, &e.pieces}}; @@             if (!keep.partial) return {{e.name, &e.pieces}};"
+    # Builder: a name's stored length, the mini stream cutoff.
+    "code/src/cfb_vornak/builder/Cfb_Builder.cpp|builder_test salvage_test"
+    "        write_u16_le(p + 64, static_cast<uint16_t>((e.name.size() + 1) * 2)); @@         write_u16_le(p + 64, static_cast<uint16_t>(e.name.size() * 2));"
+    "code/src/cfb_vornak/builder/Cfb_Builder.cpp|builder_test salvage_test"
+    "            entry.in_mini = entry.size < kMiniStreamCutoff; @@             entry.in_mini = entry.size <= kMiniStreamCutoff;"
 )
 
 mkdir -p "$build"
