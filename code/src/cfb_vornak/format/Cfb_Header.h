@@ -44,6 +44,12 @@ struct Cfb_Header {
     uint16_t endian_value() const { return static_cast<uint16_t>(endian[0] | (endian[1] << 8)); }
 };
 
+// Decodes the fields before the header's SAT ids from the first `have` bytes at `bytes`, in
+// file order, and stops at the first field that runs past `have`: the fields before it are
+// kept, and so are the bytes before the cut of a raw byte field. True when every field was
+// whole.
+[[nodiscard]] bool decode_header(const uint8_t* bytes, std::size_t have, Cfb_Header& header);
+
 // The 512 bytes of `header`: its 76 bytes of fields, then the first 109 entries of `disat`
 // (zero where it holds fewer).
 [[nodiscard]] std::array<uint8_t, Cfb_Header::kSize> encode_header(const Cfb_Header& header,

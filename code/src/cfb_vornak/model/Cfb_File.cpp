@@ -1,5 +1,7 @@
 #include "cfb_vornak/model/Cfb_File.h"
 
+#include <algorithm>
+
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 // For the destructor: the repair's sector sets are owned here but known only to the repair.
 #include "cfb_vornak/repair/Repair_Sectors.h"
@@ -64,39 +66,13 @@ Cfb_File::Cfb_File(const File_Description& input, const File_Description& output
 Cfb_File::~Cfb_File() = default;
 
 int32_t Cfb_File::parse_header() {
-    // Each field is its own run through the door, so a short file fails at the field that
-    // runs past its end.
+    // A file that ends inside the fields keeps the whole fields before its end and then fails
+    // at its first missing byte, as the door fails any run past the end.
     File_Anywhere_Door& in = *m_door;
-    uint8_t bytes[8];
-    auto u16 = [&](uint64_t offset) {
-        in.copy_data_to_mem(offset, 2, bytes);
-        return read_u16_le(bytes);
-    };
-    auto u32 = [&](uint64_t offset) {
-        in.copy_data_to_mem(offset, 4, bytes);
-        return read_u32_le(bytes);
-    };
-
-    namespace at = layout::header;
-    in.copy_data_to_mem(at::kMagic, 8, bytes);
-    header.magic = read_u64_le(bytes);
-    in.copy_data_to_mem(at::kFileId, header.file_id.size(), header.file_id.data());
-    in.copy_data_to_mem(at::kMinorVersion, 2, header.minor_version.data());
-    in.copy_data_to_mem(at::kMajorVersion, 2, header.major_version.data());
-    in.copy_data_to_mem(at::kEndian, 2, header.endian.data());
-    header.sector_shift = u16(at::kSectorShift);
-    header.mini_sector_shift = u16(at::kMiniSectorShift);
-    header.reserved_word = u16(at::kReservedWord);
-    in.copy_data_to_mem(at::kReservedDword, 4, header.reserved_dword.data());
-    header.num_of_dir_secs = u32(at::kNumDirSecs);
-    header.num_of_sat_secs = u32(at::kNumSatSecs);
-    header.first_dir_sid = u32(at::kFirstDirSid);
-    in.copy_data_to_mem(at::kTransaction, 4, header.transaction_sign_num.data());
-    header.mini_stream_cutoff_size = u32(at::kMiniCutoff);
-    header.first_minisat_sid = u32(at::kFirstMinisatSid);
-    header.num_of_minisat_secs = u32(at::kNumMinisatSecs);
-    header.first_disat_sid = u32(at::kFirstDisatSid);
-    header.num_of_disat_secs = u32(at::kNumDisatSecs);
+    uint8_t bytes[layout::header::kFieldsEnd];
+    const auto have = static_cast<std::size_t>(std::min<uint64_t>(in.file_size(), sizeof bytes));
+    in.copy_data_to_mem(0, have, bytes);
+    if (!decode_header(bytes, have, header)) in.copy_data_to_mem(have, 1, bytes);
     return 0;
 }
 

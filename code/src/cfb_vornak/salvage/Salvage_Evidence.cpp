@@ -1,8 +1,8 @@
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
 
-#include <cstring>
-
+#include "cfb_vornak/format/Cfb_Header.h"
 #include "cfb_vornak/format/Cfb_Layout.h"
+#include "cfb_vornak/format/Directory_Entry.h"
 #include "common/byte_order.h"
 
 namespace vrk::salvage {
@@ -50,21 +50,22 @@ bool Header_Evidence::speaks_for_file() const {
 
 Header_Evidence read_header(const uint8_t* data, uint64_t size) {
     Header_Evidence h;
-    if (size < Cfb_Header::kSize) return h;
-    h.magic_ok = read_u64_le(data) == Cfb_Header::kSignature;
-    h.minor_version = read_u16_le(data + header_at::kMinorVersion);
-    h.major_version = read_u16_le(data + header_at::kMajorVersion);
-    h.byte_order = read_u16_le(data + header_at::kEndian);
-    h.sector_shift = read_u16_le(data + header_at::kSectorShift);
-    h.mini_sector_shift = read_u16_le(data + header_at::kMiniSectorShift);
-    h.num_dir_secs = read_u32_le(data + header_at::kNumDirSecs);
-    h.num_sat_secs = read_u32_le(data + header_at::kNumSatSecs);
-    h.first_dir_sid = read_u32_le(data + header_at::kFirstDirSid);
-    h.mini_stream_cutoff = read_u32_le(data + header_at::kMiniCutoff);
-    h.first_minisat_sid = read_u32_le(data + header_at::kFirstMinisatSid);
-    h.num_minisat_secs = read_u32_le(data + header_at::kNumMinisatSecs);
-    h.first_disat_sid = read_u32_le(data + header_at::kFirstDisatSid);
-    h.num_disat_secs = read_u32_le(data + header_at::kNumDisatSecs);
+    Cfb_Header fields;
+    if (size < Cfb_Header::kSize || !decode_header(data, Cfb_Header::kSize, fields)) return h;
+    h.magic_ok = fields.magic == Cfb_Header::kSignature;
+    h.minor_version = fields.minor_version_value();
+    h.major_version = fields.major_version_value();
+    h.byte_order = fields.endian_value();
+    h.sector_shift = fields.sector_shift;
+    h.mini_sector_shift = fields.mini_sector_shift;
+    h.num_dir_secs = fields.num_of_dir_secs;
+    h.num_sat_secs = fields.num_of_sat_secs;
+    h.first_dir_sid = fields.first_dir_sid;
+    h.mini_stream_cutoff = fields.mini_stream_cutoff_size;
+    h.first_minisat_sid = fields.first_minisat_sid;
+    h.num_minisat_secs = fields.num_of_minisat_secs;
+    h.first_disat_sid = fields.first_disat_sid;
+    h.num_disat_secs = fields.num_of_disat_secs;
     for (uint32_t i = 0; i < kHeaderDisatEntries; ++i)
         h.header_disat[i] = read_u32_le(data + header_at::kHeaderDisat + 4 * i);
     return h;
@@ -78,22 +79,23 @@ std::u16string Dir_Record::name() const {
 }
 
 Dir_Record decode_dir_record(const uint8_t* p, bool wide_size) {
+    const Directory_Entry entry = decode_directory_entry(p, 0);
     Dir_Record r;
     for (std::size_t i = 0; i < r.name_units.size(); ++i)
-        r.name_units[i] = static_cast<char16_t>(read_u16_le(p + 2 * i));
-    r.name_length = read_u16_le(p + record_at::kNameValidSize);
-    r.object_type = p[record_at::kObjectType];
-    r.color = p[record_at::kColorFlag];
-    r.left = read_u32_le(p + record_at::kLeftSibling);
-    r.right = read_u32_le(p + record_at::kRightSibling);
-    r.child = read_u32_le(p + record_at::kChild);
-    std::memcpy(r.clsid.data(), p + record_at::kClsid, r.clsid.size());
-    std::memcpy(r.state_bits.data(), p + record_at::kStateBits, r.state_bits.size());
-    std::memcpy(r.creation_time.data(), p + record_at::kCreationTime, r.creation_time.size());
-    std::memcpy(r.modified_time.data(), p + record_at::kModifiedTime, r.modified_time.size());
-    r.start = read_u32_le(p + record_at::kStartSid);
-    r.size = wide_size ? read_u64_le(p + record_at::kStreamSize)
-                       : read_u32_le(p + record_at::kStreamSize);
+        r.name_units[i] = static_cast<char16_t>(read_u16_le(entry.name.data() + 2 * i));
+    r.name_length = entry.name_valid_size;
+    r.object_type = entry.object_type;
+    r.color = entry.color_flag;
+    r.left = entry.left_sibling_id;
+    r.right = entry.right_sibling_id;
+    r.child = entry.child_id;
+    r.clsid = entry.clsid;
+    r.state_bits = entry.state_bits;
+    r.creation_time = entry.creation_time;
+    r.modified_time = entry.modified_time;
+    r.start = entry.start_sid;
+    r.size = entry.stream_size;
+    if (wide_size) r.size |= uint64_t{read_u32_le(p + record_at::kStreamSizeHigh)} << 32;
     return r;
 }
 
