@@ -1,23 +1,12 @@
 #include "cfb_vornak/model/Sector_Chains.h"
 
 namespace vrk {
-namespace {
-
-// One bit per table index; ids at or past the table are never marked.
-class Id_Bitmap {
-  public:
-    explicit Id_Bitmap(std::size_t size) : m_words((size + 63) / 64, 0) {}
-    void set(std::size_t id) { m_words[id / 64] |= uint64_t{1} << (id % 64); }
-    void reset(std::size_t id) { m_words[id / 64] &= ~(uint64_t{1} << (id % 64)); }
-    [[nodiscard]] bool test(std::size_t id) const {
-        return ((m_words[id / 64] >> (id % 64)) & 1u) != 0;
+void Chain_Marks::fit(std::size_t size) {
+    if (size != m_size) {
+        m_words.assign((size + 63) / 64, 0);
+        m_size = size;
     }
-
-  private:
-    std::vector<uint64_t> m_words;
-};
-
-}  // namespace
+}
 
 std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
                                                 const std::function<void(Chain_Event)>& on_event) {
@@ -28,7 +17,8 @@ std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
     }
 
     // A head is an id that no entry names as its successor; each head gives at most a chain.
-    Id_Bitmap linked(size);
+    Chain_Marks linked;
+    linked.fit(size);
     std::size_t heads = size;
     for (const sid_t value : table) {
         if (value < size && !linked.test(value)) {
@@ -40,7 +30,8 @@ std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
 
     // Each head's walk has its own visited set: one bit per id, set along the walk and cleared
     // again along the same ids (head and its successors) before the next head.
-    Id_Bitmap visited(size);
+    Chain_Marks visited;
+    visited.fit(size);
     for (std::size_t head = 0; head < size; ++head) {
         if (linked.test(head)) {
             continue;
@@ -83,29 +74,40 @@ std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
     return chains;
 }
 
-sids_list walk_sector_chain(const sids_array& table, sid_t start) {
+sids_list walk_sector_chain(const sids_array& table, sid_t start, uint32_t limit,
+                            Chain_Marks& marks) {
     const std::size_t size = table.size();
+    marks.fit(size);
     sids_list chain{start};
     // Only ids inside the table can be looked up again, so only they need marking; an id at
     // or past the table ends the walk at the next step.
-    Id_Bitmap visited(size);
     if (start < size) {
-        visited.set(start);
+        marks.set(start);
     }
     sid_t cur = start;
-    for (uint32_t steps = 0; steps < kMaxChainWalkSteps && cur < size; ++steps) {
+    for (uint32_t steps = 0; steps < limit && cur < size; ++steps) {
         const sid_t next = table[cur];
-        if (next == ENDOFCHAIN || (next < size && visited.test(next))) {
+        if (next == ENDOFCHAIN || (next < size && marks.test(next))) {
             break;
         }
         chain.push_back(next);
         if (next < size) {
-            visited.set(next);
+            marks.set(next);
         }
         cur = next;
     }
+    for (const sid_t id : chain) {
+        if (id < size) {
+            marks.reset(id);
+        }
+    }
     chain.push_back(ENDOFCHAIN);
     return chain;
+}
+
+sids_list walk_sector_chain(const sids_array& table, sid_t start) {
+    Chain_Marks marks;
+    return walk_sector_chain(table, start, kMaxChainWalkSteps, marks);
 }
 
 }  // namespace vrk

@@ -48,9 +48,30 @@ enum class Chain_Event {
 std::vector<Chain_Extent> extract_sector_chains(const sids_array& table,
                                                 const std::function<void(Chain_Event)>& on_event);
 
+// Visit marks for chain walks over one table: one bit per id inside it, sized once and left
+// clear after every walk, so that many walks cost what their chains cost.
+class Chain_Marks {
+  public:
+    // Clear marks for the ids of a table of `size` entries.
+    void fit(std::size_t size);
+    void set(std::size_t id) { m_words[id / 64] |= uint64_t{1} << (id % 64); }
+    void reset(std::size_t id) { m_words[id / 64] &= ~(uint64_t{1} << (id % 64)); }
+    [[nodiscard]] bool test(std::size_t id) const {
+        return ((m_words[id / 64] >> (id % 64)) & 1u) != 0;
+    }
+
+  private:
+    std::vector<uint64_t> m_words;
+    std::size_t m_size = static_cast<std::size_t>(-1);
+};
+
 // The chain from `start`: follows links until a ring, ENDOFCHAIN, an id past the table or
-// kMaxChainWalkSteps links, then appends ENDOFCHAIN. FREESECT, FATSECT and DIFSECT are kept
-// as ids (the next step then ends past the table), so callers check each id again.
+// `limit` links, then appends ENDOFCHAIN. FREESECT, FATSECT and DIFSECT are kept as ids (the
+// next step then ends past the table), so callers check each id again. `marks` are clear on
+// entry and on return.
+sids_list walk_sector_chain(const sids_array& table, sid_t start, uint32_t limit,
+                            Chain_Marks& marks);
+// The same walk with marks of its own and at most kMaxChainWalkSteps links.
 sids_list walk_sector_chain(const sids_array& table, sid_t start);
 
 }  // namespace vrk

@@ -7,6 +7,7 @@
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/model/Safe_Name.h"
+#include "cfb_vornak/model/Sector_Chains.h"
 #include "cfb_vornak/model/Sids_Text.h"
 #include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/fs_utils.h"
@@ -16,52 +17,15 @@ namespace vrk {
 
 namespace {
 
-// What the release of many streams shares: the visit marks of the chain walks, one per table
-// (sized once, left all false after every walk, so that a walk costs what its chain costs),
+// What the release of many streams shares: the visit marks of the chain walks, one per table,
 // and the input file opened once for the range copies.
 struct Release_Scratch {
-    std::vector<bool> normal_seen;
-    std::vector<bool> mini_seen;
+    Chain_Marks normal_marks;
+    Chain_Marks mini_marks;
     platform::Input_File input;
     bool input_tried = false;
     Stream_Runs plan;  // reused: its runs keep their room from stream to stream
 };
-
-// The chain walk of release_chain with `seen` as its marks: all false for ids up to the
-// table's length on entry, and again on return.
-sids_list walk_release_chain(const sids_array& table, sid_t start, uint32_t limit,
-                             std::vector<bool>& seen) {
-    // Ids up to the table's length can be revisited; any larger id ends the walk next round.
-    if (seen.size() != table.size() + 1) {
-        seen.assign(table.size() + 1, false);
-    }
-    sids_list chain{start};
-    if (start <= table.size()) {
-        seen[start] = true;
-    }
-    for (uint32_t added = 0;; ++added) {
-        const sid_t current = chain.back();
-        // An id equal to the table's length has no entry to read: the walk ends there too.
-        if (current >= table.size() || added == limit) {
-            break;
-        }
-        const sid_t next = table[current];
-        if (next == ENDOFCHAIN || (next <= table.size() && seen[next])) {
-            break;
-        }
-        chain.push_back(next);
-        if (next <= table.size()) {
-            seen[next] = true;
-        }
-    }
-    for (const sid_t id : chain) {
-        if (id <= table.size()) {
-            seen[id] = false;
-        }
-    }
-    chain.push_back(ENDOFCHAIN);
-    return chain;
-}
 
 // Appends the runs of the input file to `out`, copied file to file by the system; whatever it
 // does not copy (the input cannot be opened a second time, or a copy stops short) is read
@@ -184,8 +148,8 @@ void stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t 
 }
 
 sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
-    std::vector<bool> seen;
-    return walk_release_chain(table, start, limit, seen);
+    Chain_Marks marks;
+    return walk_sector_chain(table, start, limit, marks);
 }
 
 namespace {
@@ -206,11 +170,11 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     if (normal) {
         CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in normal file!");
         chain =
-            walk_release_chain(file.big_sids_array, start, kNormalChainLimit, scratch.normal_seen);
+            walk_sector_chain(file.big_sids_array, start, kNormalChainLimit, scratch.normal_marks);
     } else {
         CFB_LOG_INFO("write_cfb_directory_entry_to_a_file file is in mini file!");
-        chain = walk_release_chain(file.minisat_big_sids_array, start, kMiniChainLimit,
-                                   scratch.mini_seen);
+        chain = walk_sector_chain(file.minisat_big_sids_array, start, kMiniChainLimit,
+                                  scratch.mini_marks);
     }
     CFB_LOG_INFO("file sids_list as follow: ");
     // The chain text holds every id of the stream: made only when information lines are kept.
