@@ -12,8 +12,8 @@
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
 #include "common/platform.h"
-#include "input_bytes.h"
 #include "salvage_paths.h"
+#include "salvage_source.h"
 #include "tool_common.h"
 
 namespace vrk::cli {
@@ -59,8 +59,10 @@ class Sink {
 };
 
 // The stream's bytes in order: verified pieces from the input, zeros for the ranges between.
-bool write_stream(const Input_Bytes& input, const Salvaged_Entry& entry, Sink& sink) {
-    static const std::vector<uint8_t> zeros(uint64_t{1} << 16, 0);
+bool write_stream(const salvage::Salvage_Input& input, const Salvaged_Entry& entry, Sink& sink) {
+    constexpr uint64_t kBlock = uint64_t{1} << 16;
+    static const std::vector<uint8_t> zeros(kBlock, 0);
+    std::vector<uint8_t> block;
     uint64_t at = 0;
     auto fill_to = [&](uint64_t end) {
         while (at < end) {
@@ -71,11 +73,17 @@ bool write_stream(const Input_Bytes& input, const Salvaged_Entry& entry, Sink& s
         return true;
     };
     for (const Salvage_Piece& piece : entry.pieces) {
-        // Pieces lie inside the file and after each other (the salvage checks both).
-        if (piece.stream_offset < at || piece.length > input.size() ||
-            piece.file_offset > input.size() - piece.length || !fill_to(piece.stream_offset) ||
-            !sink.write(input.data() + piece.file_offset, piece.length)) {
-            return false;
+        // Pieces lie after each other (the salvage checks it); a piece the file no longer holds
+        // (cut short meanwhile) ends the stream there.
+        if (piece.stream_offset < at || !fill_to(piece.stream_offset)) return false;
+        for (uint64_t done = 0; done < piece.length;) {
+            const uint64_t n = std::min(kBlock, piece.length - done);
+            block.resize(static_cast<std::size_t>(n));
+            if (!input.copy(piece.file_offset + done, n, block.data()) ||
+                !sink.write(block.data(), n)) {
+                return false;
+            }
+            done += n;
         }
         at += piece.length;
     }
@@ -89,12 +97,13 @@ int run_cat(const Options& options) {
         print_error("bad stream path '" + options.stream + "': " + error);
         return kExitUsage;
     }
-    Input_Bytes input;
-    if (!input.open(user_path(options.input), error)) {
+    Salvage_Source source;
+    if (!source.open(user_path(options.input), error)) {
         print_error("cannot read " + options.input + ": " + error);
         return kExitUsage;
     }
-    const Salvage_Result result = salvage_bytes(input.data(), input.size(), false, input.file());
+    const salvage::Salvage_Input& input = source.input();
+    const Salvage_Result result = salvage_input(input);
     if (!result.is_compound_file) {
         print_error(options.input + ": not a compound file (" + result.reason + ")");
         return kExitPartial;

@@ -14,9 +14,9 @@
 #include "cfb_vornak/format/Entry_Fields.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
-#include "input_bytes.h"
 #include "json_text.h"
 #include "salvage_paths.h"
+#include "salvage_source.h"
 #include "tool_common.h"
 
 namespace vrk::cli {
@@ -153,13 +153,13 @@ void print_json(const std::string& shown, const Salvage_Result& result) {
 }
 
 int run_list(const Options& options) {
-    Input_Bytes input;
+    Salvage_Source source;
     std::string error;
-    if (!input.open(user_path(options.input), error)) {
+    if (!source.open(user_path(options.input), error)) {
         print_error("cannot read " + options.input + ": " + error);
         return kExitUsage;
     }
-    const Salvage_Result result = salvage_bytes(input.data(), input.size(), false, input.file());
+    const Salvage_Result result = salvage_input(source.input());
     if (!result.is_compound_file) {
         if (options.json) {
             std::cout << Json_Object()

@@ -12,8 +12,8 @@
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
 #include "common/platform.h"
-#include "input_bytes.h"
 #include "map_svg.h"
+#include "salvage_source.h"
 #include "sector_map.h"
 #include "tool_common.h"
 
@@ -44,12 +44,13 @@ int run_map(const Options& options) {
         return kExitUsage;
     }
     const std::string path = user_path(options.input);
-    Input_Bytes input;
+    Salvage_Source source;
     std::string error;
-    if (!input.open(path, error)) {
+    if (!source.open(path, error)) {
         print_error("cannot read " + options.input + ": " + error);
         return kExitUsage;
     }
+    const salvage::Salvage_Input& input = source.input();
     Sector_Map map;
     bool tables_read = true;
     try {
@@ -72,7 +73,7 @@ int run_map(const Options& options) {
                       "); the stream data is drawn as the salvage finds it");
     }
     if (options.salvage || !tables_read) {
-        overlay_salvage(map, salvage_bytes(input.data(), input.size(), false, input.file()));
+        overlay_salvage(map, salvage_input(input));
     }
     Map_Picture picture;
     picture.title = options.input;

@@ -16,8 +16,8 @@
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
-#include "file_operation/Input_View.h"
 #include "json_text.h"
+#include "salvage_source.h"
 #include "tool_common.h"
 
 namespace vrk::cli {
@@ -79,42 +79,13 @@ std::string batch_folder(const std::string& root, const std::string& relative, s
     return platform::narrow(platform::from_path(folder));
 }
 
-// The input for the time of one file's salvage, read through the checked input view: a file
-// cut short meanwhile reads as ending early instead of killing the process.
-class Salvage_Source {
-  public:
-    // False, with errno set, when the file cannot be read. An empty file (which the view does
-    // not open) is an answer, not a failure: it reads as no bytes.
-    bool open(const std::string& path) {
-        const std::wstring wide = platform::widen(path);
-        const platform::Map_Step step = m_view.open(wide);
-        if (step == platform::Map_Step::ok) {
-            m_input = std::make_unique<salvage::Salvage_Input>(m_view);
-            return true;
-        }
-        std::string size_error;
-        if (step != platform::Map_Step::create_mapping ||
-            fs::get_file_size(wide, size_error) != 0) {
-            return false;
-        }
-        m_input = std::make_unique<salvage::Salvage_Input>(nullptr, 0, nullptr);
-        return true;
-    }
-    [[nodiscard]] const salvage::Salvage_Input& input() const { return *m_input; }
-
-  private:
-    Input_View m_view;
-    std::unique_ptr<salvage::Salvage_Input> m_input;
-};
-
 // One file of a batch: its summary line (or JSON object) and its tree under DIR/PATH.
 Batch_Item salvage_in_batch(const Batch_Options& options, const std::string& input,
                             const std::string& relative) {
     Batch_Item item;
-    std::string error = input_problem(input);
+    std::string error;
     Salvage_Source source;
-    if (error.empty() && !source.open(input)) error = platform::errno_text();
-    if (!error.empty()) {
+    if (!source.open(input, error)) {
         item.category = kFailed;
         item.err = "cfbvornak: cannot read " + input + ": " + error + "\n";
         if (options.json) {
@@ -202,15 +173,11 @@ int run_salvage(const Options& options) {
     }
     const std::string input = user_path(options.inputs[0]);
 
-    const std::string problem = input_problem(input);
-    if (!problem.empty()) {
-        print_error("cannot read " + input + ": " + problem +
-                    (is_folder(input) ? " (use --recursive)" : ""));
-        return kExitUsage;
-    }
+    std::string error;
     Salvage_Source source;
-    if (!source.open(input)) {
-        print_error("cannot read " + input + ": " + platform::errno_text());
+    if (!source.open(input, error)) {
+        print_error("cannot read " + input + ": " + error +
+                    (is_folder(input) ? " (use --recursive)" : ""));
         return kExitUsage;
     }
     // Passes over the whole file and the copies of long runs read through the open file.
@@ -223,7 +190,6 @@ int run_salvage(const Options& options) {
     std::cout << (options.json ? salvage_report_json(result) : salvage_report_text(result));
 
     int status = result.complete() ? kExitOk : kExitPartial;
-    std::string error;
     if (result.is_compound_file && options.extract_given) {
         const std::string folder = user_path(options.extract);
         if (!salvage_extract(source.input(), result, platform::widen(folder), options.keep,

@@ -1,38 +1,28 @@
-// The bytes of one input file for the commands that hand it to the salvage (list, cat, map),
-// which takes the whole file as memory. The file is read through the checked input view: where
-// the view holds the file in memory (the map on Windows) its bytes are used as they are;
-// elsewhere the file is read once into memory this class owns, so that another process cutting
-// the file short meanwhile gives a shorter copy, never a crash.
+// The input of the commands that salvage a file (salvage, list, cat, map), read through the
+// checked input view: on POSIX with positioned reads into buffers of the view's own, so that
+// the file is never held whole in memory and another process cutting it short meanwhile makes
+// it read as ending early, never a crash.
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <string>
-#include <vector>
 
-#include "common/platform.h"
+#include "cfb_vornak/salvage/Salvage_Input.h"
 #include "file_operation/Input_View.h"
 
 namespace vrk::cli {
 
-class Input_Bytes {
+class Salvage_Source {
   public:
-    Input_Bytes() = default;
-
-    // False with the system's reason when `path` cannot be read as a file. An empty file opens
-    // with no bytes.
-    bool open(const std::string& path, std::string& error);
-    [[nodiscard]] const uint8_t* data() const { return m_data; }
-    [[nodiscard]] uint64_t size() const { return m_size; }
-    // The open file, or nullptr when none is open.
-    [[nodiscard]] const platform::Input_File* file() const {
-        return m_view.file().is_open() ? &m_view.file() : nullptr;
-    }
+    // False with the reason when `path` cannot be read as a file. An empty file (which the view
+    // does not open) is an answer, not a failure: it reads as no bytes.
+    [[nodiscard]] bool open(const std::string& path, std::string& error);
+    [[nodiscard]] const salvage::Salvage_Input& input() const { return *m_input; }
 
   private:
     Input_View m_view;
-    std::vector<uint8_t> m_copy;
-    const uint8_t* m_data = nullptr;
-    uint64_t m_size = 0;
+    std::unique_ptr<salvage::Salvage_Input> m_input =
+        std::make_unique<salvage::Salvage_Input>(nullptr, 0, nullptr);
 };
 
 }  // namespace vrk::cli
