@@ -1,51 +1,31 @@
 #include "cfb_vornak/format/Cfb_Header.h"
 
 #include <algorithm>
-#include <cstring>
 
+#include "cfb_vornak/format/Cut_Fields.h"
 #include "common/byte_order.h"
 
 namespace vrk {
 
 bool decode_header(const uint8_t* bytes, std::size_t have, Cfb_Header& header) {
     namespace at = layout::header;
-    have = std::min(have, at::kFieldsEnd);
-    const auto whole = [&](std::size_t field, std::size_t size) {
-        return size <= have && field <= have - size;
-    };
-    // A raw field keeps the bytes before the cut even when the field itself runs past it.
-    const auto raw = [&](std::size_t field, auto& destination) {
-        const std::size_t inside = have > field ? std::min(have - field, destination.size()) : 0;
-        std::memcpy(destination.data(), bytes + field, inside);
-        return whole(field, destination.size());
-    };
-    const auto u16 = [&](std::size_t field, uint16_t& value) {
-        if (!whole(field, 2)) return false;
-        value = read_u16_le(bytes + field);
-        return true;
-    };
-    const auto u32 = [&](std::size_t field, uint32_t& value) {
-        if (!whole(field, 4)) return false;
-        value = read_u32_le(bytes + field);
-        return true;
-    };
-    if (!whole(at::kMagic, 8)) return false;
-    header.magic = read_u64_le(bytes + at::kMagic);
-    return raw(at::kFileId, header.file_id) && raw(at::kMinorVersion, header.minor_version) &&
-           raw(at::kMajorVersion, header.major_version) && raw(at::kEndian, header.endian) &&
-           u16(at::kSectorShift, header.sector_shift) &&
-           u16(at::kMiniSectorShift, header.mini_sector_shift) &&
-           u16(at::kReservedWord, header.reserved_word) &&
-           raw(at::kReservedDword, header.reserved_dword) &&
-           u32(at::kNumDirSecs, header.num_of_dir_secs) &&
-           u32(at::kNumSatSecs, header.num_of_sat_secs) &&
-           u32(at::kFirstDirSid, header.first_dir_sid) &&
-           raw(at::kTransaction, header.transaction_sign_num) &&
-           u32(at::kMiniCutoff, header.mini_stream_cutoff_size) &&
-           u32(at::kFirstMinisatSid, header.first_minisat_sid) &&
-           u32(at::kNumMinisatSecs, header.num_of_minisat_secs) &&
-           u32(at::kFirstDisatSid, header.first_disat_sid) &&
-           u32(at::kNumDisatSecs, header.num_of_disat_secs);
+    const Cut_Fields in(bytes, std::min(have, at::kFieldsEnd));
+    return in.u64(at::kMagic, header.magic) && in.raw(at::kFileId, header.file_id) &&
+           in.raw(at::kMinorVersion, header.minor_version) &&
+           in.raw(at::kMajorVersion, header.major_version) && in.raw(at::kEndian, header.endian) &&
+           in.u16(at::kSectorShift, header.sector_shift) &&
+           in.u16(at::kMiniSectorShift, header.mini_sector_shift) &&
+           in.u16(at::kReservedWord, header.reserved_word) &&
+           in.raw(at::kReservedDword, header.reserved_dword) &&
+           in.u32(at::kNumDirSecs, header.num_of_dir_secs) &&
+           in.u32(at::kNumSatSecs, header.num_of_sat_secs) &&
+           in.u32(at::kFirstDirSid, header.first_dir_sid) &&
+           in.raw(at::kTransaction, header.transaction_sign_num) &&
+           in.u32(at::kMiniCutoff, header.mini_stream_cutoff_size) &&
+           in.u32(at::kFirstMinisatSid, header.first_minisat_sid) &&
+           in.u32(at::kNumMinisatSecs, header.num_of_minisat_secs) &&
+           in.u32(at::kFirstDisatSid, header.first_disat_sid) &&
+           in.u32(at::kNumDisatSecs, header.num_of_disat_secs);
 }
 
 std::array<uint8_t, Cfb_Header::kSize> encode_header(const Cfb_Header& header,

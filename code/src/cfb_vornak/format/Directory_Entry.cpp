@@ -1,9 +1,8 @@
 #include "cfb_vornak/format/Directory_Entry.h"
 
 #include <algorithm>
-#include <cstring>
 
-#include "common/byte_order.h"
+#include "cfb_vornak/format/Cut_Fields.h"
 
 namespace vrk {
 namespace {
@@ -17,38 +16,16 @@ std::string signed_byte_text(uint8_t value) {
 
 bool decode_directory_entry(const uint8_t* bytes, std::size_t have, Directory_Entry& record) {
     namespace at = layout::entry;
-    have = std::min(have, layout::kEntryBytesRead);
-    const auto whole = [&](std::size_t field, std::size_t size) {
-        return size <= have && field <= have - size;
-    };
-    // A raw field keeps the bytes before the cut even when the field itself runs past it.
-    const auto raw = [&](std::size_t field, auto& destination) {
-        const std::size_t inside = have > field ? std::min(have - field, destination.size()) : 0;
-        std::memcpy(destination.data(), bytes + field, inside);
-        return whole(field, destination.size());
-    };
-    if (!raw(at::kName, record.name)) return false;
-    if (!whole(at::kNameValidSize, 2)) return false;
-    record.name_valid_size = read_u16_le(bytes + at::kNameValidSize);
-    if (!whole(at::kObjectType, 1)) return false;
-    record.object_type = bytes[at::kObjectType];
-    if (!whole(at::kColorFlag, 1)) return false;
-    record.color_flag = bytes[at::kColorFlag];
-    if (!whole(at::kLeftSibling, 4)) return false;
-    record.left_sibling_id = read_u32_le(bytes + at::kLeftSibling);
-    if (!whole(at::kRightSibling, 4)) return false;
-    record.right_sibling_id = read_u32_le(bytes + at::kRightSibling);
-    if (!whole(at::kChild, 4)) return false;
-    record.child_id = read_u32_le(bytes + at::kChild);
-    if (!raw(at::kClsid, record.clsid)) return false;
-    if (!raw(at::kStateBits, record.state_bits)) return false;
-    if (!raw(at::kCreationTime, record.creation_time)) return false;
-    if (!raw(at::kModifiedTime, record.modified_time)) return false;
-    if (!whole(at::kStartSid, 4)) return false;
-    record.start_sid = read_u32_le(bytes + at::kStartSid);
-    if (!whole(at::kStreamSize, 4)) return false;
-    record.stream_size = read_u32_le(bytes + at::kStreamSize);
-    return true;
+    const Cut_Fields in(bytes, std::min(have, layout::kEntryBytesRead));
+    return in.raw(at::kName, record.name) && in.u16(at::kNameValidSize, record.name_valid_size) &&
+           in.u8(at::kObjectType, record.object_type) && in.u8(at::kColorFlag, record.color_flag) &&
+           in.u32(at::kLeftSibling, record.left_sibling_id) &&
+           in.u32(at::kRightSibling, record.right_sibling_id) &&
+           in.u32(at::kChild, record.child_id) && in.raw(at::kClsid, record.clsid) &&
+           in.raw(at::kStateBits, record.state_bits) &&
+           in.raw(at::kCreationTime, record.creation_time) &&
+           in.raw(at::kModifiedTime, record.modified_time) &&
+           in.u32(at::kStartSid, record.start_sid) && in.u32(at::kStreamSize, record.stream_size);
 }
 
 Directory_Entry decode_directory_entry(const uint8_t* bytes, uint32_t did) {
