@@ -96,7 +96,7 @@ mutants=(
     "            if (keep.partial) return {{e.name, &e.pieces}}; @@             if (!keep.partial) return {{e.name, &e.pieces}};"
     # Builder: a name's stored length, the mini stream cutoff.
     "code/src/cfb_vornak/builder/Cfb_Builder.cpp|builder_test salvage_test"
-    "        write_u16_le(p + 64, static_cast<uint16_t>((e.name.size() + 1) * 2)); @@         write_u16_le(p + 64, static_cast<uint16_t>(e.name.size() * 2));"
+    "    record.name_valid_size = static_cast<uint16_t>((e.name.size() + 1) * 2); @@     record.name_valid_size = static_cast<uint16_t>(e.name.size() * 2);"
     "code/src/cfb_vornak/builder/Cfb_Builder.cpp|builder_test salvage_test"
     "            entry.in_mini = entry.size < kMiniStreamCutoff; @@             entry.in_mini = entry.size <= kMiniStreamCutoff;"
 )

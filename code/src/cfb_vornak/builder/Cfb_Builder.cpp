@@ -15,6 +15,7 @@
 
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
 #include "cfb_vornak/format/Cfb_Header.h"
+#include "cfb_vornak/format/Directory_Entry.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 
@@ -203,6 +204,8 @@ class Builder {
     void fill_tables();
     void emit_header(Sink& sink) const;
     void emit_directory(Sink& sink) const;
+    // The directory entry of flat entry `slot`.
+    Directory_Entry directory_record(std::size_t slot) const;
     void emit_container(Sink& sink) const;
     void emit_streams(Sink& sink) const;
     void emit_table(Sink& sink, const std::vector<uint32_t>& entries, uint32_t sectors) const;
@@ -476,25 +479,24 @@ void Builder::fill_tables() {
 }
 
 void Builder::emit_header(Sink& sink) const {
-    uint8_t h[Cfb_Header::kSize] = {};
-    write_u64_le(h + 0, Cfb_Header::kSignature);
-    write_u16_le(h + 24, m_options.minor_version);
-    write_u16_le(h + 26, m_options.major_version);
-    write_u16_le(h + 28, 0xFFFE);
-    write_u16_le(h + 30, m_options.major_version == 4 ? 12 : 9);
-    write_u16_le(h + 32, 6);
-    write_u32_le(h + 40, m_options.major_version == 4 ? m_plan.directory_sectors : 0);
-    write_u32_le(h + 44, m_plan.sat_sectors);
-    write_u32_le(h + 48, m_plan.start(Region::directory));
-    write_u32_le(h + 56, kMiniStreamCutoff);
-    write_u32_le(h + 60, m_plan.minisat_sectors > 0 ? m_plan.start(Region::minisat) : ENDOFCHAIN);
-    write_u32_le(h + 64, m_plan.minisat_sectors);
-    write_u32_le(h + 68, m_plan.disat_sectors > 0 ? m_plan.start(Region::disat) : ENDOFCHAIN);
-    write_u32_le(h + 72, m_plan.disat_sectors);
-    for (std::size_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
-        write_u32_le(h + 76 + 4 * i, m_header_disat[i]);
-    }
-    sink.write(h, sizeof(h));
+    const bool v4 = m_options.major_version == 4;
+    Cfb_Header h;
+    h.magic = Cfb_Header::kSignature;
+    write_u16_le(h.minor_version.data(), m_options.minor_version);
+    write_u16_le(h.major_version.data(), m_options.major_version);
+    write_u16_le(h.endian.data(), layout::kByteOrderMark);
+    h.sector_shift = v4 ? layout::kSectorShiftV4 : layout::kSectorShift;
+    h.mini_sector_shift = layout::kMiniSectorShift;
+    h.num_of_dir_secs = v4 ? m_plan.directory_sectors : 0;
+    h.num_of_sat_secs = m_plan.sat_sectors;
+    h.first_dir_sid = m_plan.start(Region::directory);
+    h.mini_stream_cutoff_size = kMiniStreamCutoff;
+    h.first_minisat_sid = m_plan.minisat_sectors > 0 ? m_plan.start(Region::minisat) : ENDOFCHAIN;
+    h.num_of_minisat_secs = m_plan.minisat_sectors;
+    h.first_disat_sid = m_plan.disat_sectors > 0 ? m_plan.start(Region::disat) : ENDOFCHAIN;
+    h.num_of_disat_secs = m_plan.disat_sectors;
+    const auto bytes = encode_header(h, m_header_disat);
+    sink.write(bytes.data(), bytes.size());
     sink.write_zeros(m_plan.sector_size - Cfb_Header::kSize);
 }
 
@@ -512,38 +514,39 @@ void Builder::emit_table(Sink& sink, const std::vector<uint32_t>& entries, uint3
 void Builder::emit_directory(Sink& sink) const {
     std::vector<uint8_t> bytes(uint64_t{m_plan.directory_sectors} * m_plan.sector_size);
     for (std::size_t slot = 0; slot * kDirEntrySize < bytes.size(); ++slot) {
-        uint8_t* p = bytes.data() + slot * kDirEntrySize;
-        if (slot >= m_entries.size()) {
-            // An unused slot: type 0, no siblings, no child.
-            write_u32_le(p + 68, NOSTREAM);
-            write_u32_le(p + 72, NOSTREAM);
-            write_u32_le(p + 76, NOSTREAM);
-            continue;
-        }
-        const Flat_Entry& e = m_entries[slot];
-        const Sibling_Links& links = m_links[slot];
-        for (std::size_t i = 0; i < e.name.size(); ++i) {
-            write_u16_le(p + 2 * i, static_cast<uint16_t>(e.name[i]));
-        }
-        write_u16_le(p + 64, static_cast<uint16_t>((e.name.size() + 1) * 2));
-        if (slot == m_bad_record && m_options.bad_record == Bad_Record::name_length) {
-            write_u16_le(p + 64, 80);
-        } else if (slot == m_bad_record && m_options.bad_record == Bad_Record::nul_in_name) {
-            write_u16_le(p + 2, 0);
-        }
-        p[66] = e.type;
-        p[67] = e.type == kTypeRoot ? 1 : links.color;
-        write_u32_le(p + 68, e.type == kTypeRoot ? NOSTREAM : links.left);
-        write_u32_le(p + 72, e.type == kTypeRoot ? NOSTREAM : links.right);
-        write_u32_le(p + 76, e.type == kTypeStream ? NOSTREAM : e.child);
-        std::copy(e.node->clsid.begin(), e.node->clsid.end(), p + 80);
-        std::copy(e.node->state_bits.begin(), e.node->state_bits.end(), p + 96);
-        std::copy(e.node->creation_time.begin(), e.node->creation_time.end(), p + 100);
-        std::copy(e.node->modified_time.begin(), e.node->modified_time.end(), p + 108);
-        write_u32_le(p + 116, e.type == kTypeStorage ? 0 : e.start);
-        write_u32_le(p + 120, e.size);
+        // An unused slot keeps the defaults: type 0, no siblings, no child.
+        Directory_Entry record;
+        if (slot < m_entries.size()) record = directory_record(slot);
+        encode_directory_entry(record, bytes.data() + slot * kDirEntrySize);
     }
     sink.write(bytes.data(), bytes.size());
+}
+
+Directory_Entry Builder::directory_record(std::size_t slot) const {
+    const Flat_Entry& e = m_entries[slot];
+    const Sibling_Links& links = m_links[slot];
+    Directory_Entry record;
+    for (std::size_t i = 0; i < e.name.size(); ++i) {
+        write_u16_le(record.name.data() + 2 * i, static_cast<uint16_t>(e.name[i]));
+    }
+    record.name_valid_size = static_cast<uint16_t>((e.name.size() + 1) * 2);
+    if (slot == m_bad_record && m_options.bad_record == Bad_Record::name_length) {
+        record.name_valid_size = 80;
+    } else if (slot == m_bad_record && m_options.bad_record == Bad_Record::nul_in_name) {
+        write_u16_le(record.name.data() + 2, 0);
+    }
+    record.object_type = e.type;
+    record.color_flag = e.type == kTypeRoot ? 1 : links.color;
+    record.left_sibling_id = e.type == kTypeRoot ? NOSTREAM : links.left;
+    record.right_sibling_id = e.type == kTypeRoot ? NOSTREAM : links.right;
+    record.child_id = e.type == kTypeStream ? NOSTREAM : e.child;
+    record.clsid = e.node->clsid;
+    record.state_bits = e.node->state_bits;
+    record.creation_time = e.node->creation_time;
+    record.modified_time = e.node->modified_time;
+    record.start_sid = e.type == kTypeStorage ? 0 : e.start;
+    record.stream_size = e.size;
+    return record;
 }
 
 void Builder::emit_container(Sink& sink) const {

@@ -38,6 +38,7 @@ inline constexpr uint16_t kByteOrderMark = 0xFFFE;
 // The table, directory and repair readers work in 512-byte sectors whatever the header says:
 // sector n starts at (n + 1) * 512.
 inline constexpr uint16_t kSectorShift = 9;
+inline constexpr uint16_t kSectorShiftV4 = 12;  // version 4 files: 4096-byte sectors
 inline constexpr uint32_t kSectorSize = 512;
 inline constexpr uint16_t kMiniSectorShift = 6;
 inline constexpr uint32_t kMiniSectorSize = 64;

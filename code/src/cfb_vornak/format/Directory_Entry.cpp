@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cfb_vornak/format/Cut_Fields.h"
+#include "common/byte_order.h"
 
 namespace vrk {
 namespace {
@@ -34,6 +35,24 @@ Directory_Entry decode_directory_entry(const uint8_t* bytes, uint32_t did) {
     // Every field lies inside the bytes read, so the decode cannot stop early.
     (void)decode_directory_entry(bytes, layout::kEntryBytesRead, record);
     return record;
+}
+
+void encode_directory_entry(const Directory_Entry& record, uint8_t* bytes) {
+    namespace at = layout::entry;
+    std::copy(record.name.begin(), record.name.end(), bytes + at::kName);
+    write_u16_le(bytes + at::kNameValidSize, record.name_valid_size);
+    bytes[at::kObjectType] = record.object_type;
+    bytes[at::kColorFlag] = record.color_flag;
+    write_u32_le(bytes + at::kLeftSibling, record.left_sibling_id);
+    write_u32_le(bytes + at::kRightSibling, record.right_sibling_id);
+    write_u32_le(bytes + at::kChild, record.child_id);
+    std::copy(record.clsid.begin(), record.clsid.end(), bytes + at::kClsid);
+    std::copy(record.state_bits.begin(), record.state_bits.end(), bytes + at::kStateBits);
+    std::copy(record.creation_time.begin(), record.creation_time.end(), bytes + at::kCreationTime);
+    std::copy(record.modified_time.begin(), record.modified_time.end(), bytes + at::kModifiedTime);
+    write_u32_le(bytes + at::kStartSid, record.start_sid);
+    write_u32_le(bytes + at::kStreamSize, record.stream_size);
+    write_u32_le(bytes + at::kStreamSizeHigh, 0);
 }
 
 std::u16string Directory_Entry::name_units() const {

@@ -42,6 +42,9 @@ struct Directory_Entry {
 // The entry whose layout::kEntryBytesRead bytes are at `bytes`, with index `did`.
 [[nodiscard]] Directory_Entry decode_directory_entry(const uint8_t* bytes, uint32_t did);
 
+// The 128 bytes of `record` at `bytes`, the high half of the size zero.
+void encode_directory_entry(const Directory_Entry& record, uint8_t* bytes);
+
 // "UNKNOWN_OR_UNALLOCATED", "STORAGE", "STREAM", "ROOT_STORAGE" or 未知的数值-<signed byte>.
 std::string object_type_text(uint8_t object_type);
 // "RED", "BLACK" or 未知的颜色-<signed byte>.
