@@ -13,6 +13,12 @@ namespace vrk::test {
 
 namespace {
 
+using Fill = std::function<void(Cfb_Fs_Item_DirNode&)>;
+
+std::u16string ascii(const std::string& name) {
+    return {name.begin(), name.end()};
+}
+
 // Each stream gets its own seed, so equal sizes still have different contents.
 std::vector<uint8_t> data(std::size_t size, uint64_t& seed) {
     return random_bytes(size, ++seed);
@@ -20,10 +26,8 @@ std::vector<uint8_t> data(std::size_t size, uint64_t& seed) {
 
 void stream_sizes_tree(Cfb_Fs_Item_DirNode& root) {
     uint64_t seed = 100;
-    for (const std::size_t size : {0, 63, 64, 4095, 4096, 4097}) {
-        const std::string name = "Size" + std::to_string(size);
-        root.add_stream(std::u16string(name.begin(), name.end()), data(size, seed));
-    }
+    for (const std::size_t size : {0, 63, 64, 4095, 4096, 4097})
+        root.add_stream(ascii("Size" + std::to_string(size)), data(size, seed));
     root.add_stream(u"ThreeMiB", data(3u << 20, seed));
     root.add_storage(u"Box").add_stream(u"Inner4097", data(4097, seed));
 }
@@ -33,8 +37,7 @@ void nested_tree(Cfb_Fs_Item_DirNode& root) {
     root.add_stream(u"Top", data(700, seed));
     Cfb_Fs_Item_DirNode* level = &root;
     for (int depth = 1; depth <= 4; ++depth) {
-        const std::string name = "Level" + std::to_string(depth);
-        level = &level->add_storage(std::u16string(name.begin(), name.end()));
+        level = &level->add_storage(ascii("Level" + std::to_string(depth)));
         level->add_stream(u"Small", data(100 * depth, seed));
         level->add_stream(u"Large", data(5000 * depth, seed));
     }
@@ -59,10 +62,8 @@ void unicode_tree(Cfb_Fs_Item_DirNode& root) {
 void many_streams_tree(Cfb_Fs_Item_DirNode& root) {
     uint64_t seed = 400;
     for (int i = 0; i < 300; ++i) {
-        const std::string digits = std::to_string(i);
-        std::string name = "Stream";
-        name.append(4 - digits.size(), '0').append(digits);
-        root.add_stream(std::u16string(name.begin(), name.end()), data((i * 131) % 6000, seed));
+        const std::string digits = std::to_string(10000 + i).substr(1);
+        root.add_stream(ascii("Stream" + digits), data((i * 131) % 6000, seed));
     }
 }
 
@@ -97,51 +98,42 @@ void mixed_tree(Cfb_Fs_Item_DirNode& root) {
 }
 
 struct Recipe {
-    std::function<void(Cfb_Fs_Item_DirNode&)> fill;
-    Builder_Options options;
+    std::string name;
+    Fill fill;
+    std::function<void(Builder_Options&)> options = [](Builder_Options&) {};
 };
 
-const std::vector<std::pair<std::string, Recipe>>& recipes() {
-    static const std::vector<std::pair<std::string, Recipe>> all = [] {
-        std::vector<std::pair<std::string, Recipe>> r;
-        r.push_back({"empty_root", {[](Cfb_Fs_Item_DirNode&) {}, {}}});
-        r.push_back({"nested_storages", {nested_tree, {}}});
-        r.push_back({"unicode_names", {unicode_tree, {}}});
-        r.push_back({"stream_sizes", {stream_sizes_tree, {}}});
-        r.push_back({"many_streams", {many_streams_tree, {}}});
-        r.push_back({"disat", {disat_tree, {}}});
-        r.push_back({"item_fields", {item_fields_tree, {}}});
-        Builder_Options v4;
-        v4.major_version = 4;
-        r.push_back({"version4", {stream_sizes_tree, v4}});
-        Builder_Options minor;
-        minor.minor_version = 0x003B;
-        r.push_back({"minor_3b", {nested_tree, minor}});
-        Builder_Options chain;
-        chain.sibling_chain = true;
-        r.push_back({"sibling_chain", {mixed_tree, chain}});
-        Builder_Options at_end;
-        at_end.tables_at_end = true;
-        r.push_back({"tables_at_end", {mixed_tree, at_end}});
-        Builder_Options sat_last;
-        sat_last.sat_in_last_sector = true;
-        r.push_back({"sat_in_last_sector", {mixed_tree, sat_last}});
-        Builder_Options every;
-        every.sibling_chain = true;
-        every.tables_at_end = true;
-        every.sat_in_last_sector = true;
-        r.push_back({"all_options", {mixed_tree, every}});
-        Builder_Options slack;
-        slack.slack_sectors = 3;
-        slack.free_after_directory = 2;
-        r.push_back({"slack_chains", {mixed_tree, slack}});
-        Builder_Options older;
-        Cfb_Fs_Item_DirNode earlier;
-        stream_sizes_tree(earlier);
-        older.older_save = build_compound_file(earlier);
-        r.push_back({"older_save", {nested_tree, older}});
-        return r;
-    }();
+const std::vector<Recipe>& recipes() {
+    static const std::vector<Recipe> all = {
+        {"empty_root", [](Cfb_Fs_Item_DirNode&) {}},  // the root without children
+        {"nested_storages", nested_tree},     // four levels, streams at each, an empty storage
+        {"unicode_names", unicode_tree},      // Chinese, 31 units, ordered by length and case
+        {"stream_sizes", stream_sizes_tree},  // 0, 63, 64, 4095, 4096, 4097 bytes, 3 MiB
+        {"many_streams", many_streams_tree},  // 300: directory sectors, a deep sibling tree
+        {"disat", disat_tree},                // 8 MiB: more than 109 SAT sectors, so DISAT sectors
+        {"item_fields", item_fields_tree},    // clsid, state bits, times on every item
+        {"version4", stream_sizes_tree, [](Builder_Options& o) { o.major_version = 4; }},
+        {"minor_3b", nested_tree, [](Builder_Options& o) { o.minor_version = 0x003B; }},
+        {"sibling_chain", mixed_tree, [](Builder_Options& o) { o.sibling_chain = true; }},
+        {"tables_at_end", mixed_tree, [](Builder_Options& o) { o.tables_at_end = true; }},
+        {"sat_in_last_sector", mixed_tree, [](Builder_Options& o) { o.sat_in_last_sector = true; }},
+        {"all_options", mixed_tree,
+         [](Builder_Options& o) {
+             o.sibling_chain = o.tables_at_end = o.sat_in_last_sector = true;
+         }},
+        // Chains and the container run on for 3 sectors of slack; 2 free sectors after the
+        // directory.
+        {"slack_chains", mixed_tree,
+         [](Builder_Options& o) {
+             o.slack_sectors = 3;
+             o.free_after_directory = 2;
+         }},
+        // Nested storages after an older save of other streams, in free sectors.
+        {"older_save", nested_tree, [](Builder_Options& o) {
+             Cfb_Fs_Item_DirNode earlier;
+             stream_sizes_tree(earlier);
+             o.older_save = build_compound_file(earlier);
+         }}};
     return all;
 }
 
@@ -174,9 +166,8 @@ nlohmann::json name_list(const std::u16string& path) {
     nlohmann::json names = nlohmann::json::array();
     std::size_t begin = 0;
     for (std::size_t slash = 0; (slash = path.find(u'/', begin)) != std::u16string::npos;
-         begin = slash + 1) {
+         begin = slash + 1)
         names.push_back(utf16_to_utf8(path.substr(begin, slash - begin)));
-    }
     names.push_back(utf16_to_utf8(path.substr(begin)));
     return names;
 }
@@ -185,16 +176,16 @@ nlohmann::json name_list(const std::u16string& path) {
 
 std::vector<std::string> sample_shape_names() {
     std::vector<std::string> names;
-    for (const auto& recipe : recipes()) names.push_back(recipe.first);
+    for (const Recipe& recipe : recipes()) names.push_back(recipe.name);
     return names;
 }
 
 Sample_Shape make_sample_shape(const std::string& name) {
-    for (const auto& [recipe_name, recipe] : recipes()) {
-        if (recipe_name != name) continue;
+    for (const Recipe& recipe : recipes()) {
+        if (recipe.name != name) continue;
         Sample_Shape shape;
         shape.name = name;
-        shape.options = recipe.options;
+        recipe.options(shape.options);
         shape.root = std::make_unique<Cfb_Fs_Item_DirNode>();
         shape.root->name = u"Root Entry";
         recipe.fill(*shape.root);
@@ -230,16 +221,12 @@ std::string manifest_json(const Sample_Shape& shape) {
 }
 
 bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, std::string& error) {
-    const std::wstring base = folder + platform::kSeparator +
-                              std::wstring(shape.name.begin(), shape.name.end()) + L".cfb";
-    if (!write_compound_file(base, *shape.root, shape.options)) {
-        error = "cannot write " + platform::to_utf8(base);
-        return false;
-    }
+    const std::wstring base = folder + platform::kSeparator + platform::widen(shape.name) + L".cfb";
     const std::string manifest = manifest_json(shape);
-    if (!write_bytes_to_file(base + L".json",
+    if (!write_compound_file(base, *shape.root, shape.options) ||
+        !write_bytes_to_file(base + L".json",
                              std::vector<uint8_t>(manifest.begin(), manifest.end()))) {
-        error = "cannot write " + platform::to_utf8(base) + ".json";
+        error = "cannot write " + platform::to_utf8(base) + " or its manifest";
         return false;
     }
     return true;
