@@ -1,12 +1,12 @@
 #!/usr/bin/python3
-"""Checks compound files written by the builder with two outside readers.
+"""Checks compound files with two outside readers.
 
 Usage: olefile_check.py FOLDER
 
-Every FOLDER/*.cfb must have a manifest FOLDER/<file>.cfb.json listing its streams (path as a
-list of names, size, CRC-32 of the bytes) and its storages. Each file is opened with olefile,
-which must find exactly those storages and streams with those sizes and bytes, and listed with
-`gsf list`, which must show the same names and sizes. Exits 1 on any difference.
+Every FOLDER/*.cfb has a manifest FOLDER/<file>.cfb.json listing its streams (path as a list of
+names, size, CRC-32 of the bytes) and its storages. olefile must find exactly those storages and
+streams with those sizes and bytes, and `gsf list` the same names and sizes. Exits 1 on any
+difference.
 """
 import glob
 import json
@@ -18,33 +18,27 @@ import zlib
 
 import olefile
 
+# "f  [YYYY-MM-DD hh:mm:ss]  SIZE NAME": the time only when the entry carries one.
 GSF_LINE = re.compile(r"^([df])\s+(?:\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\s+)?(\d+) (.*)$")
+
+
+def differ(what, got, want, problems):
+    if got != want:
+        problems.append("%s differ: got %s, expected %s" % (what, sorted(got), sorted(want)))
 
 
 def check_olefile(path, manifest, problems):
     # DEFECT_INCORRECT makes olefile raise on anything a sound file must not contain.
     with olefile.OleFileIO(path, raise_defects=olefile.DEFECT_INCORRECT) as ole:
-        streams = {tuple(p) for p in ole.listdir(streams=True, storages=False)}
-        storages = {tuple(p) for p in ole.listdir(streams=False, storages=True)}
-        want_streams = {tuple(s["path"]): s for s in manifest["streams"]}
-        want_storages = {tuple(p) for p in manifest["storages"]}
-        if streams != set(want_streams):
-            problems.append("olefile streams differ: missing %s, unexpected %s" % (
-                sorted(set(want_streams) - streams), sorted(streams - set(want_streams))))
-        if storages != want_storages:
-            problems.append("olefile storages differ: missing %s, unexpected %s" % (
-                sorted(want_storages - storages), sorted(storages - want_storages)))
-        for key, want in want_streams.items():
-            if key not in streams:
-                continue
-            name = "/".join(key)
-            size = ole.get_size(list(key))
-            if size != want["size"]:
-                problems.append("olefile size of %s: %d, expected %d" % (name, size, want["size"]))
-                continue
-            data = ole.openstream(list(key)).read()
-            if len(data) != want["size"] or zlib.crc32(data) != want["crc32"]:
-                problems.append("olefile bytes of %s differ" % name)
+        streams = {}
+        for p in ole.listdir(streams=True, storages=False):
+            data = ole.openstream(p).read()
+            streams[tuple(p)] = (ole.get_size(p), len(data), zlib.crc32(data))
+        want = {tuple(s["path"]): (s["size"], s["size"], s["crc32"]) for s in manifest["streams"]}
+        differ("olefile streams (size, bytes read, CRC-32)", streams.items(), want.items(),
+               problems)
+        differ("olefile storages", {tuple(p) for p in ole.listdir(streams=False, storages=True)},
+               {tuple(p) for p in manifest["storages"]}, problems)
 
 
 def check_gsf(path, manifest, problems):
@@ -52,31 +46,24 @@ def check_gsf(path, manifest, problems):
     if run.returncode != 0:
         problems.append("gsf list failed: %s" % run.stderr.decode("utf-8", "replace").strip())
         return
-    files = {}
-    dirs = set()
+    files, dirs = {}, set()
     for line in run.stdout.decode("utf-8", "replace").splitlines()[1:]:
-        # "f  [YYYY-MM-DD hh:mm:ss]  SIZE NAME": the time only when the entry carries one.
         match = GSF_LINE.match(line)
-        if not match or match.group(3) == "*root*":
-            continue
-        kind, size, name = match.groups()
-        if kind == "f":
-            files[name] = int(size)
-        else:
-            dirs.add(name)
-    want_files = {"/".join(s["path"]): s["size"] for s in manifest["streams"]}
+        if match and match.group(3) != "*root*":
+            kind, size, name = match.groups()
+            if kind == "f":
+                files[name] = int(size)
+            else:
+                dirs.add(name)
     want_dirs = {"/".join(p) for p in manifest["storages"]}
     # gsf shows a storage without children as a file of size 0.
     for name in want_dirs - dirs:
         if files.get(name) == 0:
             del files[name]
             dirs.add(name)
-    if files != want_files:
-        problems.append("gsf streams differ: got %s, expected %s" % (
-            sorted(files.items()), sorted(want_files.items())))
-    if dirs != want_dirs:
-        problems.append("gsf storages differ: got %s, expected %s" % (sorted(dirs),
-                                                                     sorted(want_dirs)))
+    differ("gsf streams", files.items(),
+           {"/".join(s["path"]): s["size"] for s in manifest["streams"]}.items(), problems)
+    differ("gsf storages", dirs, want_dirs, problems)
 
 
 def main():
@@ -97,8 +84,7 @@ def main():
             check_gsf(path, manifest, problems)
         except Exception as e:  # any reader failure is a finding about this file
             problems.append("%s: %s" % (type(e).__name__, e))
-        status = "ok" if not problems else "FAILED"
-        print("%s: %s" % (os.path.basename(path), status))
+        print("%s: %s" % (os.path.basename(path), "FAILED" if problems else "ok"))
         for p in problems:
             print("  " + p)
         failed += bool(problems)
