@@ -3,9 +3,9 @@
 // not itself salvage completely with the same bytes.
 #include <cstddef>
 #include <cstdint>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -14,47 +14,30 @@
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/platform.h"
+#include "support/sample_shapes.h"
 
 namespace {
 
 namespace stdfs = std::filesystem;
 
-const stdfs::path& scratch() {
-    static const stdfs::path folder = stdfs::absolute(stdfs::current_path() / "fuzz_salvage_tmp");
-    return folder;
-}
-
 // Every stream of the rebuilt file must come back whole, with the bytes it was built from.
-void check_rebuilt(const uint8_t* data, std::size_t size, const vrk::Salvage_Result& result) {
-    vrk::Salvage_Keep keep;
-    keep.partial = true;
-    keep.inferred = true;
+void check_rebuilt(const uint8_t* data, std::size_t size, const vrk::Salvage_Result& result,
+                   const vrk::Salvage_Keep& keep) {
     const auto tree = vrk::salvage_tree(data, size, result, keep);
-    std::map<std::u16string, std::vector<uint8_t>> expected;
-    std::vector<std::pair<const vrk::Cfb_Fs_Item_DirNode*, std::u16string>> todo{{tree.get(), u""}};
-    // Each storage is visited once; the tree is finite.
-    while (!todo.empty()) {
-        const auto [dir, prefix] = todo.back();
-        todo.pop_back();
-        for (const auto& child : dir->children) {
-            const std::u16string path = prefix.empty() ? child->name : prefix + u"/" + child->name;
-            if (child->is_dir()) {
-                todo.emplace_back(static_cast<const vrk::Cfb_Fs_Item_DirNode*>(child.get()), path);
-            } else {
-                expected[path] = static_cast<const vrk::Cfb_Fs_Item_FileNode*>(child.get())->data;
-            }
-        }
-    }
+    std::vector<vrk::test::Expected_Stream> streams;
+    std::vector<std::u16string> storages;
+    vrk::test::collect_expected(*tree, streams, storages);
     const std::vector<uint8_t> rebuilt = vrk::build_compound_file(*tree);
     const vrk::Salvage_Result again = vrk::salvage_bytes(rebuilt.data(), rebuilt.size());
-    if (again.stream_count() != expected.size()) std::abort();
+    if (again.stream_count() != streams.size()) std::abort();
     for (std::size_t i = 0; i < again.entries.size(); ++i) {
         const vrk::Salvaged_Entry& e = again.entries[i];
         if (e.object_type != 2) continue;
         if (e.state != vrk::Salvage_State::recovered) std::abort();
-        const auto it = expected.find(again.path_of(i));
-        if (it == expected.end()) std::abort();
-        if (vrk::salvaged_bytes(rebuilt.data(), rebuilt.size(), e.pieces) != it->second)
+        const auto it = std::find_if(streams.begin(), streams.end(),
+                                     [&](const auto& s) { return s.path == again.path_of(i); });
+        if (it == streams.end() ||
+            vrk::salvaged_bytes(rebuilt.data(), rebuilt.size(), e.pieces) != it->node->data)
             std::abort();
     }
 }
@@ -66,24 +49,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     (void)vrk::salvage_report_text(result);
     (void)vrk::salvage_report_json(result);
     if (!result.is_compound_file) return 0;
-
+    const stdfs::path scratch = stdfs::absolute(stdfs::current_path() / "fuzz_salvage_tmp");
+    const stdfs::path out = scratch / "out";
     std::error_code ec;
-    stdfs::remove_all(scratch(), ec);
-    const stdfs::path out = scratch() / "out";
-    std::string error;
+    stdfs::remove_all(scratch, ec);
     vrk::Salvage_Keep keep;
     keep.partial = true;
     keep.inferred = true;
+    std::string error;
     if (vrk::salvage_extract(data, size, result, vrk::platform::from_path(out), keep, error)) {
-        for (stdfs::recursive_directory_iterator it(scratch(), ec), end; !ec && it != end;
+        for (stdfs::recursive_directory_iterator it(scratch, ec), end; !ec && it != end;
              it.increment(ec)) {
             const stdfs::path rel = it->path().lexically_relative(out);
-            if (rel.empty() || *rel.begin() == "..") {
-                if (it->path() != out) std::abort();
-            }
+            if ((rel.empty() || *rel.begin() == "..") && it->path() != out) std::abort();
         }
     }
-    stdfs::remove_all(scratch(), ec);
-    check_rebuilt(data, size, result);
+    stdfs::remove_all(scratch, ec);
+    check_rebuilt(data, size, result, keep);
     return 0;
 }
