@@ -41,6 +41,12 @@ mutants=(
     "        if (placed[did] == 0) root->add_child(nodes[did].get()); @@         if (placed[did] != 0) root->add_child(nodes[did].get());"
     "code/src/cfb_vornak/model/Mini_Allocation_Table.cpp|minisat_test release_test"
     "        if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid > max_sid) { @@         if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid >= max_sid) {"
+    "code/src/cfb_vornak/model/Allocation_Table.cpp|allocation_table_test parse_equivalence_test"
+    "    const uint64_t limit = 2 * (max_sid + 1) + Cfb_Header::kHeaderDisatCount; @@     const uint64_t limit = 2 * max_sid + Cfb_Header::kHeaderDisatCount;"
+    "code/src/cfb_vornak/model/Sector_Chains.cpp|allocation_table_test parse_equivalence_test"
+    "    for (uint32_t steps = 0; steps < kMaxChainWalkSteps && cur < size; ++steps) { @@     for (uint32_t steps = 0; steps <= kMaxChainWalkSteps && cur < size; ++steps) {"
+    "code/src/cfb_vornak/model/Cfb_File.cpp|cfb_file_test"
+    "    if (!(header.first_dir_sid < max_sid)) { @@     if (!(header.first_dir_sid <= max_sid)) {"
     # Probe: the document kind, the extension rule, the root's type, a slot's name.
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
     '            if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::spreadsheet; @@             if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::presentation;'
@@ -50,6 +56,10 @@ mutants=(
     "        if (slots.at(offset)[at::kObjectType] == layout::kTypeRootStorage) root_offset = &offset; @@         if (slots.at(offset)[at::kObjectType] != layout::kTypeRootStorage) root_offset = &offset;"
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
     "    if (name_valid_size < 1 || name_valid_size > at::kNameSize) return false; @@     if (name_valid_size < 2 || name_valid_size > at::kNameSize) return false;"
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    "    return stream_size <= layout::kMiniStreamCutoff || start_sid <= max_sid; @@     return stream_size < layout::kMiniStreamCutoff || start_sid <= max_sid;"
+    "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
+    "        if (record.stream_size < layout::kMiniStreamCutoff && @@         if (record.stream_size <= layout::kMiniStreamCutoff &&"
     # Repair: sector classification and the expected mini chains.
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
     "        if (facts.past_the_file) sets.beyond_end_sids.insert(sid); @@         if (!facts.past_the_file) sets.beyond_end_sids.insert(sid);"
@@ -57,6 +67,10 @@ mutants=(
     "        if (repeats.has_repeat(bytes, hashes)) continue; @@         if (!repeats.has_repeat(bytes, hashes)) continue;"
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
     "                size / mini_sector_size + (size % mini_sector_size != 0 ? 1 : 0); @@                 size / mini_sector_size;"
+    "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
+    "    const uint64_t quota = sets.mini_sector_count / kValuesPerSector + 1; @@     const uint64_t quota = sets.mini_sector_count / kValuesPerSector;"
+    "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
+    "                m = chain.length; @@                 m = 0;"
     # Release: the last piece of a stream, the mini/normal split, joined runs.
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "        const uint64_t n = std::min(remaining, unit); @@         const uint64_t n = unit;"
