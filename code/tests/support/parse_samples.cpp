@@ -1,5 +1,6 @@
 #include "support/parse_samples.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 
@@ -11,7 +12,9 @@
 
 namespace vrk::test {
 
-Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail) : bytes(512 + uint64_t{sectors} * 512 + tail, 0) {
+Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail, uint8_t fill)
+    : bytes(512 + uint64_t{sectors} * 512 + tail, fill) {
+    std::fill_n(bytes.begin(), 512, 0);
     write_u64_le(bytes.data(), Cfb_Header::kSignature);
     u16_at(offsets::kMinorVersion, 0x003E);
     u16_at(offsets::kMajorVersion, 3);
@@ -44,9 +47,11 @@ void Raw_Cfb::entry(sid_t sid, uint32_t index, uint32_t value) {
 }
 
 void Raw_Cfb::fill(sid_t sid, uint32_t value) {
-    for (uint32_t i = 0; i < 128; ++i) {
-        entry(sid, i, value);
-    }
+    for (uint32_t i = 0; i < 128; ++i) entry(sid, i, value);
+}
+
+void Raw_Cfb::counting(sid_t sid, uint32_t first, uint32_t count) {
+    for (uint32_t i = 0; i < count; ++i) entry(sid, i, first + i);
 }
 
 void Raw_Cfb::single_sat(sid_t sat) {
@@ -65,6 +70,7 @@ void Raw_Cfb::directory_entry(sid_t sid, uint32_t slot, const std::u16string& na
                               sid_t start, uint32_t size, uint32_t child, uint32_t left,
                               uint32_t right) {
     const uint64_t at = (uint64_t{sid} + 1) * 512 + 128 * uint64_t{slot};
+    std::fill_n(&bytes.at(at + 127) - 127, 128, 0);
     for (std::size_t i = 0; i < name.size() && i < 31; ++i) {
         u16_at(at + 2 * i, static_cast<uint16_t>(name[i]));
     }

@@ -13,10 +13,11 @@ namespace vrk::test {
 
 // A version 3 image: a sound header without tables (no SAT, no MiniSAT, no DISAT, every
 // header DISAT entry FREESECT, first_dir_sid ENDOFCHAIN, which alone fails validation), then
-// `sectors` zeroed 512-byte sectors, then `tail` zero bytes of a partial sector.
+// `sectors` 512-byte sectors of `fill` bytes, then `tail` of them in a partial sector. The one
+// raw image of the tests: the parser's tables and the repair's sector sorting are built on it.
 class Raw_Cfb {
   public:
-    explicit Raw_Cfb(uint32_t sectors, uint32_t tail = 0);
+    explicit Raw_Cfb(uint32_t sectors, uint32_t tail = 0, uint8_t fill = 0);
 
     void u8_at(uint64_t offset, uint8_t value);
     void u16_at(uint64_t offset, uint16_t value);
@@ -25,15 +26,19 @@ class Raw_Cfb {
     void entry(sid_t sid, uint32_t index, uint32_t value);
     // Every entry of sector `sid`.
     void fill(sid_t sid, uint32_t value);
+    // Entries 0 .. count - 1 of sector `sid` hold first, first + 1, ...: distinct values.
+    void counting(sid_t sid, uint32_t first, uint32_t count = 128);
     // Sector `sat` becomes the only SAT sector (header DISAT entry 0), all FREESECT, marked
     // FATSECT in itself.
     void single_sat(sid_t sat);
     // Links `from` -> `to` in the SAT sector named by header DISAT entry 0.
     void link(sid_t from, sid_t to);
-    // A directory record in slot `slot` (0..3) of sector `sid`.
+    // A directory record in slot `slot` (0..3) of sector `sid`, over a zeroed slot.
     void directory_entry(sid_t sid, uint32_t slot, const std::u16string& name, uint8_t type,
                          sid_t start, uint32_t size, uint32_t child = NOSTREAM,
                          uint32_t left = NOSTREAM, uint32_t right = NOSTREAM);
+    // The last whole sector (the repair's max_sid), for images of two sectors or more.
+    [[nodiscard]] uint64_t max_sid() const { return (bytes.size() - 512) / 512 - 1; }
 
     std::vector<uint8_t> bytes;
     sid_t sat_sector = FREESECT;
