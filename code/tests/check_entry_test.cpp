@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/error_store.h"
 #include "support/cfb_patch.h"
+#include "support/header_damage.h"
 #include "support/probe_samples.h"
 #include "support/test_folders.h"
 
@@ -18,15 +20,12 @@ using test::build_sample;
 using test::Sample_File;
 using test::Sample_Kind;
 
-const std::filesystem::path kScratch = "qtw_tmp_cfb_cfb_file_output";
-
 class Check_Entry : public ::testing::Test {
   protected:
     static void SetUpTestSuite() { ASSERT_EQ(VrkCfbInit("logs", "config", "work"), 0); }
 
-    // Checks `sample` saved as `name`; also returns the raw damage type pushed.
-    int32_t check(const Sample_File& sample, const std::string& name,
-                  Error_Code* pushed = nullptr) {
+    // Checks `sample` saved as `name`; `pushed` gets the damage type recorded.
+    int32_t check(const Sample_File& sample, const std::string& name, Error_Code* pushed) {
         sample.write(folder / name);
         return check_path((folder / name).u8string(), pushed);
     }
@@ -39,92 +38,89 @@ class Check_Entry : public ::testing::Test {
     test::Temp_Folder folder{"check"};
 };
 
-TEST_F(Check_Entry, SoundFilesPassAndLeaveTheScratchFolderEmpty) {
-    Error_Code pushed = -1;
-    EXPECT_EQ(check(build_sample(Sample_Kind::word), "a.doc", &pushed), 0);
-    EXPECT_EQ(pushed, ec::kSuccess);
-    EXPECT_EQ(check(build_sample(Sample_Kind::sheet), "b.XLS"), 0);
-    EXPECT_EQ(check(build_sample(Sample_Kind::slides), "c.ppt"), 0);
-    EXPECT_EQ(check(build_sample(Sample_Kind::slides), "c.docx"), 0);
-    EXPECT_EQ(check(build_sample(Sample_Kind::word), "noextension"), 0);
-    ASSERT_TRUE(std::filesystem::is_directory(kScratch));
-    EXPECT_TRUE(std::filesystem::is_empty(kScratch));
-}
-
-TEST_F(Check_Entry, NotACompoundFile) {
-    Error_Code pushed = 0;
-    EXPECT_EQ(check(Sample_File{}, "empty.doc", &pushed), -3112);
-    EXPECT_EQ(pushed, ec::kNotCfb);
-    Sample_File nameless = build_sample(Sample_Kind::word);
-    test::zero_range(nameless.bytes, test::directory_entry_offset(nameless.layout, 0), 20);
-    EXPECT_EQ(check(nameless, "nameless.doc"), -3112);
-}
-
-TEST_F(Check_Entry, RootEntryLost) {
-    Sample_File sample = build_sample(Sample_Kind::word);
-    // child_id beyond any directory
-    test::patch_u32(sample.bytes, test::directory_entry_offset(sample.layout, 0) + 76, 20000);
-    Error_Code pushed = 0;
-    EXPECT_EQ(check(sample, "root.doc", &pushed), -3110);
-    EXPECT_EQ(pushed, ec::kRootLost);
-}
-
-TEST_F(Check_Entry, CoreEntryLost) {
-    Error_Code pushed = 0;
-    EXPECT_EQ(check(build_sample(Sample_Kind::none), "core.doc", &pushed), -3111);
-    EXPECT_EQ(pushed, ec::kCoreLost);
-    Sample_File renamed = build_sample(Sample_Kind::word);
-    renamed.bytes.at(renamed.entry_of(u"1Table")) = '2';
-    EXPECT_EQ(check(renamed, "renamed.doc"), -3111);
-}
-
-// Each header field's own damage type is the header checks' (cfb_file_test); here the entry
-// reports it as -3108, and a field one below max_sid passes.
-TEST_F(Check_Entry, HeaderDamage) {
-    const std::pair<uint64_t, Error_Code> damages[] = {{24, 60}, {76 + 4 * 50, 71}};
-    for (const auto& [offset, expected] : damages) {
-        Sample_File sample = build_sample(Sample_Kind::sheet);
-        test::patch_u32(sample.bytes, offset, offset == 24 ? 0x003B : sample.max_sid());
-        Error_Code pushed = 0;
-        EXPECT_EQ(check(sample, "header.xls", &pushed), -3108) << offset;
-        EXPECT_EQ(pushed, expected) << offset;
+TEST_F(Check_Entry, EachDamageTypeOnABuiltFile) {
+    using Patch = std::function<void(Sample_File&)>;
+    const Patch none = [](Sample_File&) {};
+    struct Case {
+        Sample_Kind kind;
+        const char* name;
+        Patch patch;
+        int32_t result;
+        Error_Code pushed;
+    };
+    const Case cases[] = {
+        {Sample_Kind::word, "a.doc", none, 0, ec::kSuccess},
+        {Sample_Kind::sheet, "b.XLS", none, 0, ec::kSuccess},
+        {Sample_Kind::slides, "c.docx", none, 0, ec::kSuccess},
+        {Sample_Kind::word, "noextension", none, 0, ec::kSuccess},
+        {Sample_Kind::sheet, "sheet.xlsx", none, 0, ec::kSuccess},
+        {Sample_Kind::word, "empty.doc", [](Sample_File& s) { s.bytes.clear(); }, -3112,
+         ec::kNotCfb},
+        {Sample_Kind::word, "nameless.doc",
+         [](Sample_File& s) {
+             test::zero_range(s.bytes, test::directory_entry_offset(s.layout, 0), 20);
+         },
+         -3112, ec::kNotCfb},
+        // child_id beyond any directory
+        {Sample_Kind::word, "root.doc",
+         [](Sample_File& s) {
+             test::patch_u32(s.bytes, test::directory_entry_offset(s.layout, 0) + 76, 20000);
+         },
+         -3110, ec::kRootLost},
+        {Sample_Kind::none, "core.doc", none, -3111, ec::kCoreLost},
+        {Sample_Kind::word, "renamed.doc",
+         [](Sample_File& s) { s.bytes.at(s.entry_of(u"1Table")) = '2'; }, -3111, ec::kCoreLost},
+        {Sample_Kind::slides, "slides.DOC", none, -3114, ec::kExtension},
+        {Sample_Kind::word, "word.Xls", none, -3114, ec::kExtension},
+        {Sample_Kind::sheet, "sheet.ppt", none, -3114, ec::kExtension},
+        // The header's sector bounds: max_sid fails, one below passes.
+        {Sample_Kind::sheet, "bound.xls",
+         [](Sample_File& s) { test::patch_u32(s.bytes, 76 + 4 * 50, s.max_sid()); }, -3108,
+         ec::kHeaderDisatSid},
+        {Sample_Kind::sheet, "fine.xls",
+         [](Sample_File& s) {
+             test::patch_u32(s.bytes, 48, s.max_sid() - 1);
+             test::patch_u32(s.bytes, 68, 0xFFFFFFFE);
+         },
+         0, ec::kSuccess},
+    };
+    for (const Case& c : cases) {
+        Sample_File sample = build_sample(c.kind);
+        c.patch(sample);
+        Error_Code pushed = -1;
+        EXPECT_EQ(check(sample, c.name, &pushed), c.result) << c.name;
+        EXPECT_EQ(pushed, c.pushed) << c.name;
     }
-    Sample_File fine = build_sample(Sample_Kind::sheet);
-    test::patch_u32(fine.bytes, 48, fine.max_sid() - 1);
-    test::patch_u32(fine.bytes, 68, 0xFFFFFFFE);
-    EXPECT_EQ(check(fine, "fine.xls"), 0);
+    // Every header field's own damage type is pushed; the entry returns -3108 for each.
+    for (const test::Header_Damage& row : test::kHeaderDamage) {
+        Sample_File sample = build_sample(Sample_Kind::sheet);
+        sample.bytes = test::damaged(sample.bytes, row);
+        Error_Code pushed = -1;
+        EXPECT_EQ(check(sample, "header.xls", &pushed), -3108) << row.offset;
+        EXPECT_EQ(pushed, row.code) << row.offset;
+    }
+    // A check leaves the scratch folder empty.
+    const std::filesystem::path scratch = "qtw_tmp_cfb_cfb_file_output";
+    ASSERT_TRUE(std::filesystem::is_directory(scratch));
+    EXPECT_TRUE(std::filesystem::is_empty(scratch));
 }
 
-TEST_F(Check_Entry, ExtensionMustFitTheKind) {
-    Error_Code pushed = 0;
-    EXPECT_EQ(check(build_sample(Sample_Kind::slides), "slides.DOC", &pushed), -3114);
-    EXPECT_EQ(pushed, ec::kExtension);
-    EXPECT_EQ(check(build_sample(Sample_Kind::word), "word.Xls"), -3114);
-    EXPECT_EQ(check(build_sample(Sample_Kind::sheet), "sheet.ppt"), -3114);
-    EXPECT_EQ(check(build_sample(Sample_Kind::sheet), "sheet.xlsx"), 0);
-}
-
-TEST_F(Check_Entry, FolderIsRefusedAndLeftAlone) {
+TEST_F(Check_Entry, UnusablePaths) {
     const auto inside = folder / "dir" / "keep.txt";
     test::write_file(inside, "keep");
     Error_Code pushed = 0;
-    EXPECT_EQ(check_path((folder / "dir").u8string(), &pushed), -3101);
+    EXPECT_EQ(check_path((folder / "dir").u8string(), &pushed), -3101);  // a folder, left alone
     EXPECT_EQ(pushed, ec::kInvalidArgument);
     EXPECT_EQ(test::read_file(inside), "keep");
-}
-
-TEST_F(Check_Entry, MissingFileAndNullPath) {
     EXPECT_EQ(check_path((folder / "missing.doc").u8string()), -3101);
     EXPECT_EQ(check_path(""), -3101);
     EXPECT_EQ(VrkCfbFileCheck(nullptr), -3101);
-}
 
-TEST_F(Check_Entry, ReadPastTheEndOfAShortFileIsAnInternalError) {
+    // A read past the end of a short file is an internal error.
     Sample_File tiny;
     tiny.bytes.assign(700, 0);  // the second slot of sector 0 runs past the end
     const char name[] = "R\0o\0o\0t\0 \0E\0n\0t\0r\0y\0\0";
     std::copy(name, name + 22, tiny.bytes.begin());
-    Error_Code pushed = 0;
     EXPECT_EQ(check(tiny, "tiny.doc", &pushed), -3101);
     EXPECT_EQ(pushed, ec::kInternalError);
 }
