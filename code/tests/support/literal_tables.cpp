@@ -1,7 +1,6 @@
 #include "support/literal_tables.h"
 
 #include <algorithm>
-#include <set>
 #include <stdexcept>
 
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
@@ -11,9 +10,6 @@
 
 namespace vrk::test {
 namespace {
-
-const std::string kRing = "parse_sat_form_disat have ring~";
-const std::string kTooLong = "parse_sat_form_disat error~";
 
 uint32_t entry_at(File_Anywhere_Door& door, uint64_t offset) {
     uint32_t value = 0;
@@ -28,20 +24,10 @@ uint32_t sector_at(sid_t sid) {
 }
 
 void literal_disat(Cfb_File& f, Literal_Parse& r) {
-    File_Anywhere_Door& door = f.door();
-    for (uint64_t i = 0; i < 109; ++i) {
-        r.header_disat[i] = entry_at(door, 76 + 4 * i);
-    }
+    for (uint64_t i = 0; i < 109; ++i) r.header_disat[i] = entry_at(f.door(), 76 + 4 * i);
     const uint64_t count = f.header.num_of_disat_secs;
-    if (count == 0) {
-        return;
-    }
     sid_t sid = f.header.first_disat_sid;
-    uint64_t k = 0;
-    for (;;) {
-        if (sid > f.max_sid) {
-            return;
-        }
+    for (uint64_t k = 0; k < count && sid <= f.max_sid; ++k) {
         if (k == f.max_sid + 1) {
             r.errors.push_back("parse_disat stopped after " + std::to_string(k) +
                                " DISAT sectors, as many as the file has sectors; the header asks "
@@ -51,70 +37,45 @@ void literal_disat(Cfb_File& f, Literal_Parse& r) {
         }
         r.disat_sids.push_back(sid);
         sids_array entries;
-        for (uint64_t i = 0; i < 127; ++i) {
-            entries.push_back(entry_at(door, sector_at(sid) + 4 * i));
-        }
+        for (uint64_t i = 0; i < 127; ++i)
+            entries.push_back(entry_at(f.door(), sector_at(sid) + 4 * i));
         r.disat_sector_entries.push_back(entries);
-        const sid_t next = entry_at(door, sector_at(sid) + 508);
-        ++k;
-        if (k >= count) {
-            return;
-        }
-        sid = next;
+        sid = entry_at(f.door(), sector_at(sid) + 508);
     }
 }
 
-void literal_sat(Cfb_File& f, Literal_Parse& r) {
-    File_Anywhere_Door& door = f.door();
+// The SAT (`mini` false: the sectors the header and the DISAT name, at most twice the file's
+// sector count plus 109) or the MiniSAT (the run of sectors from the header's first one).
+void literal_table(Cfb_File& f, Literal_Parse& r, bool mini) {
+    auto& dicts = mini ? r.minisat_sector_dicts : r.sat_sector_dicts;
+    auto& table = mini ? r.minisat_big_sids_array : r.big_sids_array;
     const uint64_t limit = 2 * (f.max_sid + 1) + 109;
     uint64_t read = 0;
-    bool cut = false;
-    auto sector = [&](sid_t sid) {
-        if (sid > 0xFFFFFFFBu || cut) {
-            return;
-        }
-        if (read == limit) {
-            cut = true;
+    const auto sector = [&](sid_t sid) {
+        if (sid > 0xFFFFFFFBu || read > limit) return;
+        if (read++ == limit) {
             r.errors.push_back("parse_sat_form_disat stopped after " + std::to_string(limit) +
                                " SAT sectors, twice as many as the file has sectors");
             return;
         }
-        ++read;
         for (uint64_t i = 0; i < 128; ++i) {
-            const sid_t value = entry_at(door, sector_at(sid) + 4 * i);
-            r.sat_sector_dicts[sid].push_back(value);
-            r.big_sids_array.push_back(value);
+            table.push_back(entry_at(f.door(), sector_at(sid) + 4 * i));
+            dicts[sid].push_back(table.back());
         }
     };
-    for (const sid_t sid : r.header_disat) {
-        sector(sid);
-    }
-    for (const sids_array& entries : r.disat_sector_entries) {
-        for (const sid_t sid : entries) {
-            sector(sid);
-        }
-    }
-    r.sat_sids_lists = literal_extract_chains(r.big_sids_array, r.errors);
-}
-
-void literal_minisat(Cfb_File& f, Literal_Parse& r) {
-    File_Anywhere_Door& door = f.door();
     const sid_t first = f.header.first_minisat_sid;
-    if (first > 0xFFFFFFFBu || first > f.max_sid) {
-        return;
-    }
-    for (uint64_t i = 0; i < f.header.num_of_minisat_secs; ++i) {
-        const uint64_t s = first + i;
-        if (s > f.max_sid) {
-            break;
+    if (!mini) {
+        for (const sid_t sid : r.header_disat) sector(sid);
+        for (const sids_array& entries : r.disat_sector_entries) {
+            for (const sid_t sid : entries) sector(sid);
         }
-        for (uint64_t j = 0; j < 128; ++j) {
-            const sid_t value = entry_at(door, sector_at(static_cast<sid_t>(s)) + 4 * j);
-            r.minisat_sector_dicts[static_cast<sid_t>(s)].push_back(value);
-            r.minisat_big_sids_array.push_back(value);
+    } else if (first <= 0xFFFFFFFBu && first <= f.max_sid) {
+        for (uint64_t s = first;
+             s < first + uint64_t{f.header.num_of_minisat_secs} && s <= f.max_sid; ++s) {
+            sector(static_cast<sid_t>(s));
         }
     }
-    r.minisat_sids_lists = literal_extract_chains(r.minisat_big_sids_array, r.errors);
+    (mini ? r.minisat_sids_lists : r.sat_sids_lists) = literal_extract_chains(table, r.errors);
 }
 
 template <typename Field>
@@ -126,6 +87,93 @@ uint32_t field_u32(File_Anywhere_Door& door, uint64_t offset) {
     std::array<uint8_t, 4> b{};
     field_copy(door, offset, b);
     return b[0] + 256u * b[1] + 65536u * b[2] + 16777216u * b[3];
+}
+
+void literal_directory(Cfb_File& f, Literal_Parse& r) {
+    const sid_t start = f.header.first_dir_sid;
+    if (start > 0xFFFFFFFBu || start > f.max_sid) return;
+    r.directory_entrys_sids_list = literal_walk(r.big_sids_array, start);
+    for (std::size_t i = 0; i + 1 < r.directory_entrys_sids_list.size(); ++i) {
+        const sid_t sid = r.directory_entrys_sids_list[i];
+        if (sid > f.max_sid) break;
+        for (uint32_t slot = 0; slot < 4; ++slot) {
+            const Directory_Entry e =
+                literal_directory_entry(f.door(), uint64_t{sector_at(sid)} + 128 * slot,
+                                        static_cast<uint32_t>(r.directory_entrys.size()));
+            r.directory_entry_layout_dicts[sid].push_back(e);
+            r.directory_entrys.push_back(e);
+        }
+    }
+}
+
+void literal_container(Cfb_File& f, Literal_Parse& r) {
+    const auto root = std::find_if(r.directory_entrys.begin(), r.directory_entrys.end(),
+                                   [](const Directory_Entry& e) { return e.object_type == 5; });
+    if (root == r.directory_entrys.end()) return;
+    const sid_t start = root->start_sid;
+    const uint32_t size = root->stream_size;
+    if (start > 0xFFFFFFFBu || start > f.max_sid) return;
+    const sids_list chain = literal_walk(r.big_sids_array, start);
+    const uint32_t sector_size = 1u << (f.header.sector_shift % 32u);
+    uint32_t remaining = size;
+    for (std::size_t i = 0; i < chain.size() && i < size && chain[i] != ENDOFCHAIN; ++i) {
+        const sid_t sid = chain[i];
+        if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid > f.max_sid) {
+            r.short_stream_container.clear();
+            return;
+        }
+        uint64_t n = std::min(sector_size, remaining);
+        const uint64_t room = f.file_size - r.short_stream_container.size();
+        const bool cut = n > room;
+        n = cut ? room : n;
+        std::vector<uint8_t> bytes(n);
+        f.door().copy_data_to_mem(static_cast<uint32_t>((sid + 1u) * sector_size), n, bytes.data());
+        r.short_stream_container.insert(r.short_stream_container.end(), bytes.begin(), bytes.end());
+        remaining -= static_cast<uint32_t>(n);
+        if (cut) {
+            r.errors.push_back("extract_cfb_short_stream_container stopped at sector " +
+                               std::to_string(sid) + ": the container would outgrow the file (" +
+                               std::to_string(f.file_size) + " bytes)");
+            break;
+        }
+    }
+    r.mini_sector_count = size >> (f.header.mini_sector_shift % 32u);
+}
+
+// One stream; false when no file is written. Throws what the door throws.
+bool literal_stream(Cfb_File& f, const Directory_Entry& record, std::vector<uint8_t>& bytes) {
+    const sid_t start = record.start_sid;
+    const uint32_t size = record.stream_size;
+    const bool normal = size > f.header.mini_stream_cutoff_size;
+    const uint32_t shift = normal ? f.header.sector_shift : f.header.mini_sector_shift;
+    const uint64_t unit = uint64_t{1} << (shift % 32u);
+    // The highest id of each table: the last whole 512-byte sector of the file; the last mini
+    // sector wholly inside the container, which has none when it is shorter than one.
+    const std::vector<uint8_t>& container = f.short_stream_container;
+    const bool any_mini = container.size() >= unit;
+    const uint64_t highest = normal ? f.max_sid : any_mini ? container.size() / unit - 1 : 0;
+    const auto past = [&](sid_t id) { return id > highest || (!normal && !any_mini); };
+    if (start > 0xFFFFFFFBu || size == 0 || past(start)) return false;
+    const sids_list chain = normal ? literal_walk(f.big_sids_array, start, 99999)
+                                   : literal_walk(f.minisat_big_sids_array, start, 9999);
+    uint64_t remaining = size;
+    uint64_t taken = 0;
+    for (std::size_t i = 0; i < chain.size() && chain[i] != ENDOFCHAIN && taken < size; ++i) {
+        const sid_t id = chain[i];
+        if (id > 0xFFFFFFFBu || past(id)) return false;
+        const uint64_t n = std::min<uint64_t>(remaining, unit);
+        std::vector<uint8_t> piece(static_cast<std::size_t>(n));
+        if (normal) {
+            f.door().copy_data_to_mem((id + uint64_t{1}) * unit, n, piece.data());
+        } else {
+            std::copy_n(container.begin() + static_cast<std::ptrdiff_t>(id * unit), n,
+                        piece.begin());
+        }
+        bytes.insert(bytes.end(), piece.begin(), piece.end());
+        remaining -= n;
+        ++taken;
+    }
+    return true;
 }
 
 }  // namespace
@@ -154,81 +202,6 @@ Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t at, u
     return e;
 }
 
-namespace {
-
-void literal_directory(Cfb_File& f, Literal_Parse& r) {
-    const sid_t start = f.header.first_dir_sid;
-    if (start > 0xFFFFFFFBu || start > f.max_sid) {
-        return;
-    }
-    r.directory_entrys_sids_list = literal_walk(r.big_sids_array, start);
-    for (std::size_t i = 0; i + 1 < r.directory_entrys_sids_list.size(); ++i) {
-        const sid_t sid = r.directory_entrys_sids_list[i];
-        if (sid > f.max_sid) {
-            break;
-        }
-        for (uint32_t slot = 0; slot < 4; ++slot) {
-            const Directory_Entry e =
-                literal_directory_entry(f.door(), uint64_t{sector_at(sid)} + 128 * slot,
-                                        static_cast<uint32_t>(r.directory_entrys.size()));
-            r.directory_entry_layout_dicts[sid].push_back(e);
-            r.directory_entrys.push_back(e);
-        }
-    }
-}
-
-void literal_container(Cfb_File& f, Literal_Parse& r) {
-    Directory_Entry root;
-    for (const Directory_Entry& e : r.directory_entrys) {
-        if (e.object_type == 5) {
-            root = e;
-            break;
-        }
-    }
-    r.container_result = 0xFFFFFFFFu;
-    if (root.object_type != 5) {
-        return;
-    }
-    const sid_t start = root.start_sid;
-    const uint32_t size = root.stream_size;
-    if (start > 0xFFFFFFFBu || start > f.max_sid) {
-        return;
-    }
-    const sids_list chain = literal_walk(r.big_sids_array, start);
-    const uint32_t sector_size = 1u << (f.header.sector_shift % 32u);
-    uint32_t remaining = size;
-    for (std::size_t i = 0; i < chain.size() && i < size; ++i) {
-        const sid_t sid = chain[i];
-        if (sid == ENDOFCHAIN) {
-            break;
-        }
-        if (sid == FREESECT || sid == FATSECT || sid == DIFSECT || sid > f.max_sid) {
-            r.short_stream_container.clear();
-            return;
-        }
-        uint64_t n = std::min(sector_size, remaining);
-        const uint64_t room = f.file_size - r.short_stream_container.size();
-        const bool cut = n > room;
-        if (cut) {
-            n = room;
-        }
-        std::vector<uint8_t> bytes(n);
-        f.door().copy_data_to_mem(static_cast<uint32_t>((sid + 1u) * sector_size), n, bytes.data());
-        r.short_stream_container.insert(r.short_stream_container.end(), bytes.begin(), bytes.end());
-        remaining -= static_cast<uint32_t>(n);
-        if (cut) {
-            r.errors.push_back("extract_cfb_short_stream_container stopped at sector " +
-                               std::to_string(sid) + ": the container would outgrow the file (" +
-                               std::to_string(f.file_size) + " bytes)");
-            break;
-        }
-    }
-    r.mini_sector_count = size >> (f.header.mini_sector_shift % 32u);
-    r.container_result = 0;
-}
-
-}  // namespace
-
 std::map<sid_t, sids_array> sector_dicts(const std::vector<Table_Sector>& sectors,
                                          const sids_array& table) {
     std::map<sid_t, sids_array> dicts;
@@ -255,18 +228,12 @@ std::vector<sids_list> literal_extract_chains(const sids_array& table,
                                               std::vector<std::string>& errors) {
     std::vector<sids_list> chains;
     const int64_t n = static_cast<int64_t>(table.size()) - 1;
-    std::set<sid_t> values(table.begin(), table.end());
-    std::set<sid_t> heads;
-    for (int64_t id = 0; id <= n; ++id) {
-        if (values.count(static_cast<sid_t>(id)) == 0) {
-            heads.insert(static_cast<sid_t>(id));
-        }
-    }
-    for (const sid_t head : heads) {
+    const std::set<sid_t> values(table.begin(), table.end());
+    for (int64_t head = 0; head <= n; ++head) {
+        if (values.count(static_cast<sid_t>(head)) != 0) continue;
         sids_list chain;
         std::set<sid_t> visited;
-        sid_t cur = head;
-        for (;;) {
+        for (auto cur = static_cast<sid_t>(head);;) {
             chain.push_back(cur);
             visited.insert(cur);
             if (cur > 0xFFFFFFFBu || static_cast<int64_t>(cur) > n) {
@@ -280,11 +247,11 @@ std::vector<sids_list> literal_extract_chains(const sids_array& table,
                 break;
             }
             if (visited.count(next) != 0) {
-                errors.push_back(kRing);
+                errors.emplace_back("parse_sat_form_disat have ring~");
                 break;
             }
             if (chain.size() > 100000) {
-                errors.push_back(kTooLong);
+                errors.emplace_back("parse_sat_form_disat error~");
                 return chains;
             }
             cur = next;
@@ -293,25 +260,14 @@ std::vector<sids_list> literal_extract_chains(const sids_array& table,
     return chains;
 }
 
-sids_list literal_walk(const sids_array& table, sid_t start) {
+sids_list literal_walk(const sids_array& table, sid_t start, uint32_t limit) {
     sids_list chain{start};
     std::set<sid_t> visited{start};
-    uint32_t steps = 0;
-    sid_t cur = start;
-    for (;;) {
-        // A sid equal to the table's length would be looked up one place past the table: the
-        // walk ends there.
-        if (cur > table.size() || steps == 9999 || cur == table.size()) {
-            break;
-        }
-        const sid_t next = table[cur];
-        if (visited.count(next) != 0 || next == ENDOFCHAIN) {
-            break;
-        }
+    for (uint32_t steps = 0; chain.back() < table.size() && steps < limit; ++steps) {
+        const sid_t next = table[chain.back()];
+        if (visited.count(next) != 0 || next == ENDOFCHAIN) break;
         chain.push_back(next);
         visited.insert(next);
-        ++steps;
-        cur = next;
     }
     chain.push_back(ENDOFCHAIN);
     return chain;
@@ -321,8 +277,8 @@ Literal_Parse literal_parse(Cfb_File& file) {
     Literal_Parse r;
     try {
         literal_disat(file, r);
-        literal_sat(file, r);
-        literal_minisat(file, r);
+        literal_table(file, r, false);
+        literal_table(file, r, true);
         literal_directory(file, r);
         literal_container(file, r);
     } catch (const std::logic_error& failure) {
@@ -330,64 +286,6 @@ Literal_Parse literal_parse(Cfb_File& file) {
     }
     return r;
 }
-
-namespace {
-
-// The release's chain: start, then successors until ENDOFCHAIN or a repeat; an id past the
-// table (an id equal to its length included: there is nothing to read there) or `limit` ids
-// after the start end it too. Closed with ENDOFCHAIN.
-sids_list literal_release_chain(const sids_array& table, sid_t start, uint32_t limit) {
-    sids_list chain{start};
-    std::set<sid_t> seen{start};
-    for (uint32_t k = 0;; ++k) {
-        const sid_t c = chain.back();
-        if (c > table.size() || k == limit || c == table.size()) break;
-        const sid_t d = table[c];
-        if (seen.count(d) != 0 || d == ENDOFCHAIN) break;
-        chain.push_back(d);
-        seen.insert(d);
-    }
-    chain.push_back(ENDOFCHAIN);
-    return chain;
-}
-
-// One stream; false when no file is written. Throws what the door throws.
-bool literal_stream(Cfb_File& f, const Directory_Entry& record, std::vector<uint8_t>& bytes) {
-    const sid_t start = record.start_sid;
-    const uint32_t size = record.stream_size;
-    const bool normal = size > f.header.mini_stream_cutoff_size;
-    const uint32_t shift = normal ? f.header.sector_shift : f.header.mini_sector_shift;
-    const uint64_t unit = uint64_t{1} << (shift % 32u);
-    // The highest id of each table: the last whole 512-byte sector of the file; the last mini
-    // sector wholly inside the container, which has none when it is shorter than one.
-    const std::vector<uint8_t>& container = f.short_stream_container;
-    const bool any_mini = container.size() >= unit;
-    const uint64_t highest = normal ? f.max_sid : any_mini ? container.size() / unit - 1 : 0;
-    const auto past = [&](sid_t id) { return id > highest || (!normal && !any_mini); };
-    if (start > 0xFFFFFFFBu || size == 0 || past(start)) return false;
-    const sids_list chain = normal ? literal_release_chain(f.big_sids_array, start, 99999)
-                                   : literal_release_chain(f.minisat_big_sids_array, start, 9999);
-    uint64_t remaining = size;
-    uint64_t taken = 0;
-    for (const sid_t id : chain) {
-        if (id == ENDOFCHAIN) break;
-        if (id > 0xFFFFFFFBu || past(id)) return false;
-        const uint64_t n = std::min<uint64_t>(remaining, unit);
-        std::vector<uint8_t> piece(static_cast<std::size_t>(n));
-        if (normal) {
-            f.door().copy_data_to_mem((id + uint64_t{1}) * unit, n, piece.data());
-        } else {
-            std::copy_n(container.begin() + static_cast<std::ptrdiff_t>(id * unit), n,
-                        piece.begin());
-        }
-        bytes.insert(bytes.end(), piece.begin(), piece.end());
-        remaining -= n;
-        if (++taken >= size) break;
-    }
-    return true;
-}
-
-}  // namespace
 
 Literal_Release literal_release(Cfb_File& file) {
     Literal_Release r;
@@ -401,7 +299,6 @@ Literal_Release literal_release(Cfb_File& file) {
             const std::wstring name = entry_file_name(record);
             if (is_refused_file_name(name)) continue;
             const std::string utf8 = platform::to_utf8(name);
-            // Files and folders share one name space: whichever came first keeps the name.
             std::vector<uint8_t> bytes;
             if (child->is_dir()) {
                 if (r.files.count(utf8) == 0) r.folders.insert(utf8);

@@ -32,7 +32,6 @@ struct Literal_Parse {
     std::map<sid_t, std::vector<Directory_Entry>> directory_entry_layout_dicts;
     std::vector<uint8_t> short_stream_container;
     uint64_t mini_sector_count = 0;
-    uint32_t container_result = 0;
     std::vector<std::string> errors;  // error-level messages, in order
     std::string thrown;               // the failure that ended the parse; empty when none
 };
@@ -50,15 +49,16 @@ std::map<sid_t, sids_array> sector_dicts(const std::vector<Table_Sector>& sector
 std::vector<sids_list> chain_lists(const std::vector<Chain_Extent>& chains,
                                    const sids_array& table);
 
-// The single chain from `start`.
-sids_list literal_walk(const sids_array& table, sid_t start);
+// The single chain from `start`: successors until ENDOFCHAIN or a repeat, or an id past the
+// table (an id equal to its length included), or `limit` links; closed with ENDOFCHAIN.
+sids_list literal_walk(const sids_array& table, sid_t start, uint32_t limit = 9999);
 
 // The 128-byte directory record at `offset`, every field read as its own run copy.
 Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t offset, uint32_t did);
 
-// What the release of the root's children leaves: each stream's file (by UTF-8 name; a later
-// stream of the same name replaces the earlier) and each storage's folder, and the failure
-// that ended the release, if any.
+// What the release of the root's children leaves: each stream's file (by UTF-8 name) and each
+// storage's folder (files and folders share one name space: the first keeps the name), and
+// the failure that ended the release, if any.
 struct Literal_Release {
     std::map<std::string, std::vector<uint8_t>> files;
     std::set<std::string> folders;
