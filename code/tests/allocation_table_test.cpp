@@ -1,5 +1,5 @@
-// The allocation tables' limits and log texts. How the tables are read from
-// random damaged images is held to the literal walks in parse_equivalence_test.
+// The allocation tables' limits and log texts. How the tables are read from random damaged
+// images is held to the literal walks in parse_equivalence_test.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -52,9 +52,8 @@ TEST(Disat, RingIsReadAsManyTimesAsTheFileHasSectorsAndALargerCountLogged) {
             continue;
         }
         EXPECT_EQ(p.only_message(),
-                  "parse_disat stopped after 8 DISAT sectors, as "
-                  "many as the file has sectors; "
-                  "the header asks for " +
+                  "parse_disat stopped after 8 DISAT sectors, as many as the "
+                  "file has sectors; the header asks for " +
                       std::to_string(count));
     }
 }
@@ -90,9 +89,8 @@ TEST(Sat, SectorsPastTheSafetyBoundAreCutAndLogged) {
             continue;
         }
         EXPECT_EQ(p.only_message(),
-                  "parse_sat_form_disat stopped after 125 SAT "
-                  "sectors, twice as many as the file "
-                  "has sectors");
+                  "parse_sat_form_disat stopped after 125 SAT sectors, twice as "
+                  "many as the file has sectors");
     }
 }
 
@@ -119,8 +117,7 @@ TEST(SatChains, ChainOf100001IdsIsKeptOneMoreIsDroppedAndEndsExtraction) {
 }
 
 TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
-    {  // closed before the next image is written: Windows keeps an open file's
-        // name
+    {  // closed before the next image is written: Windows keeps an open file's name
         Raw_Cfb ring(8);
         ring.single_sat(0);
         ring.link(2, 3);
@@ -131,9 +128,8 @@ TEST(SatChains, RingAndTooLongChainAreLoggedThroughTheParser) {
         for (const Chain_Extent& chain : with_ring.file.sat_sids_lists) EXPECT_NE(chain.head, 2u);
     }
 
-    // 782 SAT sectors (0..781) link every id to the next one: a single chain of
-    // 100,096 ids. Sectors 782..787 are the DISAT that names the SAT sectors past
-    // the header's 109.
+    // 782 SAT sectors (0..781) link every id to the next one: a single chain of 100,096 ids.
+    // Sectors 782..787 are the DISAT that names the SAT sectors past the header's 109.
     constexpr uint32_t kSatSectors = 782;
     Raw_Cfb image(800);
     for (uint32_t s = 0; s < kSatSectors; ++s) {

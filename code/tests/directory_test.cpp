@@ -1,6 +1,5 @@
-// A directory record cut by the end of the file, and the record texts. Reading
-// the directory of random damaged images is held to the literal walk in
-// parse_equivalence_test.
+// A directory record cut by the end of the file, and the record texts. Reading the directory
+// of random damaged images is held to the literal walk in parse_equivalence_test.
 #include <gtest/gtest.h>
 
 #include <stdexcept>
@@ -21,8 +20,7 @@ TEST(Directory, EntryRunningPastTheEndKeepsTheFieldsBeforeIt) {
     Cfb_File file(write_sample("dirshort.cfb", image.bytes));
     Directory_Entry record;
     try {
-        file.read_a_directory_entry(file.file_size - 100,
-                                    record);  // creation_time crosses
+        file.read_a_directory_entry(file.file_size - 100, record);  // creation_time crosses
         ADD_FAILURE() << "no failure";
     } catch (const std::logic_error& failure) {
         EXPECT_NE(std::string(failure.what())
@@ -35,8 +33,7 @@ TEST(Directory, EntryRunningPastTheEndKeepsTheFieldsBeforeIt) {
 
     Directory_Entry name_only;
     EXPECT_THROW(file.read_a_directory_entry(file.file_size - 10, name_only), std::logic_error);
-    EXPECT_EQ(name_only.name[9],
-              0x5A);  // the name's bytes inside the file are kept
+    EXPECT_EQ(name_only.name[9], 0x5A);  // the name's bytes inside the file are kept
     EXPECT_EQ(name_only.name[10], 0);
     EXPECT_EQ(file.read_a_directory_entry(file.file_size - 124, record), 0);
 }

@@ -78,95 +78,51 @@ struct Tree_Case {
     std::vector<Links> links;
     uint32_t root;
     std::map<uint32_t, Dids> children;
-    int nodes;          // the printed node count
-    std::string print;  // the node lines of the print; empty: not compared
+    int nodes;               // the printed node count
+    std::string print = "";  // the node lines of the print; empty: not compared
 };
 
+// One case to a line or two, as a table reads best.
+// clang-format off
 const Tree_Case kTreeCases[] = {
     // Root -> storage 1 whose siblings are streams 2 and 3; storage 1 holds stream 4.
-    {"StorageAndStreams",
-     {5, 1, 2, 2, 2},
-     {{0, 1, kNo, kNo}, {1, 4, 2, 3}},
-     0,
-     {{0, {1, 2, 3}}, {1, {4}}},
-     5,
+    {"StorageAndStreams", {5, 1, 2, 2, 2}, {{0, 1, kNo, kNo}, {1, 4, 2, 3}}, 0,
+     {{0, {1, 2, 3}}, {1, {4}}}, 5,
      "root (did:0)      我的路径是：[]\n   其孩子数目：3\n"
      "   |->dir_node (did:1)         我的路径是：[]\n      其孩子数目：1\n"
      "      |->file (did:4)   我的路径是：[]\n"
      "   |->file (did:2)   我的路径是：[]\n   |->file (did:3)   我的路径是：[]\n"},
     // Siblings breadth first in DID order; one id named by both links is added once.
-    {"BreadthFirst",
-     {5, 2, 2, 2, 2, 2},
-     {{0, 3, kNo, kNo}, {3, kNo, 5, 1}, {1, kNo, kNo, 2}, {5, kNo, 4, 4}},
-     0,
-     {{0, {3, 1, 5, 2, 4}}},
-     6,
-     ""},
+    {"BreadthFirst", {5, 2, 2, 2, 2, 2},
+     {{0, 3, kNo, kNo}, {3, kNo, 5, 1}, {1, kNo, kNo, 2}, {5, kNo, 4, 4}}, 0,
+     {{0, {3, 1, 5, 2, 4}}}, 6},
     // 1 unallocated, 2 a storage without members, 3 a stream nothing names: orphans.
-    {"Orphans",
-     {5, 0, 1, 2},
-     {{0, 2, kNo, kNo}},
-     0,
-     {{0, {2, 1, 3}}},
-     4,
+    {"Orphans", {5, 0, 1, 2}, {{0, 2, kNo, kNo}}, 0, {{0, {2, 1, 3}}}, 4,
      "root (did:0)      我的路径是：[]\n   其孩子数目：3\n"
      "   |->dir_node (did:2)         我的路径是：[]\n      其孩子数目：0\n"
      "   |->unknown_de (did:1)   我的路径是：[]\n   |->file (did:3)   我的路径是：[]\n"},
-    {"IdsPastTheDirectory",
-     {5, 2},
-     {{0, 1, kNo, kNo}, {1, kNo, 2, 0x7FFFFFFF}},
-     0,
-     {{0, {1}}},
-     2,
-     ""},
-    {"LastRootWins", {5, 2, 5}, {{2, 1, kNo, kNo}}, 2, {{2, {1, 0}}}, 3, ""},
+    {"IdsPastTheDirectory", {5, 2}, {{0, 1, kNo, kNo}, {1, kNo, 2, 0x7FFFFFFF}}, 0, {{0, {1}}}, 2},
+    {"LastRootWins", {5, 2, 5}, {{2, 1, kNo, kNo}}, 2, {{2, {1, 0}}}, 3},
     // Stream 3 named by storages 1 and 2 is listed under both.
-    {"SharedMember",
-     {5, 1, 1, 2},
-     {{0, 1, kNo, kNo}, {1, 3, kNo, 2}, {2, 3, kNo, kNo}},
-     0,
-     {{0, {1, 2}}, {1, {3}}, {2, {3}}},
-     5,
-     ""},
+    {"SharedMember", {5, 1, 1, 2}, {{0, 1, kNo, kNo}, {1, 3, kNo, 2}, {2, 3, kNo, kNo}}, 0,
+     {{0, {1, 2}}, {1, {3}}, {2, {3}}}, 5},
     // Storage 3 reached twice as a sibling lists its member twice.
-    {"StorageReachedTwice",
-     {5, 2, 2, 1, 2},
-     {{0, 1, kNo, kNo}, {1, kNo, 3, 2}, {2, kNo, 3, kNo}, {3, 4, kNo, kNo}},
-     0,
-     {{0, {1, 2, 3, 3}}, {3, {4, 4}}},
-     9,
-     ""},
+    {"StorageReachedTwice", {5, 2, 2, 1, 2},
+     {{0, 1, kNo, kNo}, {1, kNo, 3, 2}, {2, kNo, 3, kNo}, {3, 4, kNo, kNo}}, 0,
+     {{0, {1, 2, 3, 3}}, {3, {4, 4}}}, 9},
     // 1 -> 2 -> 1 by child ids, and 3 names itself.
-    {"ChildRing",
-     {5, 1, 1, 1},
-     {{0, 1, kNo, kNo}, {1, 2, kNo, 3}, {2, 1, kNo, kNo}, {3, 3, kNo, kNo}},
-     0,
-     {{0, {1, 3}}, {1, {2}}, {2, {}}, {3, {}}},
-     4,
-     ""},
-    {"SiblingRing",
-     {5, 2, 2, 2},
-     {{0, 1, kNo, kNo}, {1, kNo, kNo, 2}, {2, kNo, kNo, 3}, {3, kNo, 1, 3}},
-     0,
-     {{0, {1, 2, 3}}},
-     4,
-     ""},
+    {"ChildRing", {5, 1, 1, 1}, {{0, 1, kNo, kNo}, {1, 2, kNo, 3}, {2, 1, kNo, kNo}, {3, 3, kNo, kNo}},
+     0, {{0, {1, 3}}, {1, {2}}, {2, {}}, {3, {}}}, 4},
+    {"SiblingRing", {5, 2, 2, 2}, {{0, 1, kNo, kNo}, {1, kNo, kNo, 2}, {2, kNo, kNo, 3}, {3, kNo, 1, 3}},
+     0, {{0, {1, 2, 3}}}, 4},
     // 2 under 1 names the root; 1's sibling 3 names the root back.
-    {"AncestorRing",
-     {5, 1, 1, 2},
-     {{0, 1, kNo, kNo}, {1, 2, kNo, 3}, {2, 0, 1, kNo}, {3, kNo, 0, kNo}},
-     0,
-     {{0, {1, 3}}, {1, {2}}, {2, {}}},
-     4,
-     ""},
+    {"AncestorRing", {5, 1, 1, 2}, {{0, 1, kNo, kNo}, {1, 2, kNo, 3}, {2, 0, 1, kNo}, {3, kNo, 0, kNo}},
+     0, {{0, {1, 3}}, {1, {2}}, {2, {}}}, 4},
     // Through 1, 3's link back to 1 is a ring; through 2 it is not. The child lists hold
     // 1 -> 3 -> 1, and the print leaves out a member already on the printed path.
-    {"ChildListsFormARing",
-     {5, 1, 1, 1, 2},
-     {{0, 4, kNo, kNo}, {4, kNo, 1, 2}, {1, 3, kNo, kNo}, {2, 3, kNo, kNo}, {3, 1, kNo, kNo}},
-     0,
-     {{1, {3}}, {3, {1}}},
-     7,
+    {"ChildListsFormARing", {5, 1, 1, 1, 2},
+     {{0, 4, kNo, kNo}, {4, kNo, 1, 2}, {1, 3, kNo, kNo}, {2, 3, kNo, kNo}, {3, 1, kNo, kNo}}, 0,
+     {{1, {3}}, {3, {1}}}, 7,
      "root (did:0)      我的路径是：[]\n   其孩子数目：3\n"
      "   |->file (did:4)   我的路径是：[]\n"
      "   |->dir_node (did:1)         我的路径是：[]\n      其孩子数目：1\n"
@@ -176,6 +132,7 @@ const Tree_Case kTreeCases[] = {
      "         |->dir_node (did:1)               我的路径是：[]\n"
      "            其孩子数目：1\n"},
 };
+// clang-format on
 
 class Directory_Tree_Build : public ::testing::TestWithParam<Tree_Case> {};
 
