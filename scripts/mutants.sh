@@ -44,7 +44,7 @@ mutants=(
     "code/src/cfb_vornak/model/Allocation_Table.cpp|allocation_table_test parse_equivalence_test"
     "    const uint64_t limit = 2 * (max_sid + 1) + Cfb_Header::kHeaderDisatCount; @@     const uint64_t limit = 2 * max_sid + Cfb_Header::kHeaderDisatCount;"
     "code/src/cfb_vornak/model/Sector_Chains.cpp|allocation_table_test parse_equivalence_test"
-    "    for (uint32_t steps = 0; steps < kMaxChainWalkSteps && cur < size; ++steps) { @@     for (uint32_t steps = 0; steps <= kMaxChainWalkSteps && cur < size; ++steps) {"
+    "    for (uint32_t steps = 0; steps < limit && cur < size; ++steps) { @@     for (uint32_t steps = 0; steps <= limit && cur < size; ++steps) {"
     "code/src/cfb_vornak/model/Cfb_File.cpp|cfb_file_test"
     "    if (!(header.first_dir_sid < max_sid)) { @@     if (!(header.first_dir_sid <= max_sid)) {"
     # Probe: the document kind, the extension rule, the root's type, a slot's name.
