@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <vector>
 
+#include "common/aligned_bytes.h"
 #include "file_operation/Input_View.h"
 
 namespace vrk {
@@ -44,7 +44,7 @@ class Input_Blocks {
 
     Input_View& m_view;
     std::size_t m_block_size;
-    std::vector<uint8_t> m_block;
+    Aligned_Bytes m_block;
     const uint8_t* m_base = nullptr;  // the block's first byte: in m_block or the view's memory
     uint64_t m_start = 0;
     uint64_t m_filled = 0;  // bytes of the block read from m_start on

@@ -12,8 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
+#include "common/aligned_bytes.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "file_operation/door_failure.h"
@@ -94,7 +94,7 @@ class Input_View {
         std::size_t filled = 0;
         std::size_t read_ahead = 0;  // the size of the read that filled it
         uint64_t last_use = 0;
-        std::vector<uint8_t> bytes;
+        Aligned_Bytes bytes;
     };
     // Scattered reads fetch one page around what they need; reads that go on where a window
     // ends double that window's next read, up to kMaxReadAhead. Four windows keep a few

@@ -9,8 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
-#include <vector>
 
+#include "common/aligned_bytes.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 
@@ -45,7 +45,7 @@ class Sector_Blocks {
 
     platform::Input_File m_own;  // the handle opened from a path
     const platform::Input_File* m_input = nullptr;
-    std::vector<uint8_t> m_block;
+    Aligned_Bytes m_block;
     uint64_t m_size;
     uint64_t m_start = 0;
     uint64_t m_filled = 0;  // bytes of the block read from m_start on

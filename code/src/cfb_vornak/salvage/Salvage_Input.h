@@ -7,8 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
+#include "common/aligned_bytes.h"
 #include "common/byte_order.h"
 #include "file_operation/Input_View.h"
 
@@ -64,7 +64,7 @@ class Salvage_Input {
     Input_View* m_view = nullptr;  // reads through the view when set
     uint64_t m_size;
     const platform::Input_File* m_file;
-    mutable std::vector<uint8_t> m_buffer;  // what bytes() last read through the view
+    mutable Aligned_Bytes m_buffer;  // what bytes() last read through the view
 };
 
 }  // namespace vrk::salvage
