@@ -15,7 +15,7 @@ packages=(
     g++-mingw-w64-x86-64-posix                 # Windows DLL cross build (posix threads)
     wine wine64                                # running the Windows tests
     python3-olefile libgsf-bin                 # outside readers that check written files
-    p7zip-full                                 # optional: 7z, the extraction benchmarks' peer
+    p7zip-full time                            # optional: 7z, the extraction peer; /usr/bin/time
 )
 
 missing=()
