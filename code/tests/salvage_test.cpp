@@ -155,7 +155,7 @@ void all_back(const Sample& s, const Outcome& o, const std::string& where) {
 }
 
 // All but the streams `hit` names; those may come back only as far as verified.
-Check all_but(std::function<std::set<std::u16string>(const Sample&)> hit) {
+Check all_but(const std::function<std::set<std::u16string>(const Sample&)>& hit) {
     return [hit](const Sample& s, const Outcome& o, const std::string& where) {
         EXPECT_EQ(o.wrong + o.inferred_wrong, 0u) << where;
         const std::set<std::u16string> lost = hit(s);
@@ -354,7 +354,7 @@ TEST(SalvageDamage, Table) {
         for (const auto& [damage_name, damage] : header_damages()) {
             std::vector<uint8_t> d = s.bytes;
             damage(s, d, rng);
-            all_back(s, run(s, d), name + ", " + damage_name);
+            all_back(s, run(s, d), name + ", " += damage_name);
         }
     }
 }
