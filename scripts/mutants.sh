@@ -30,6 +30,18 @@ mutants=(
     "    if (!sized || size == 0) { @@     if (!sized) {"
     "code/src/file_operation/Input_View.cpp|input_view_test file_layer_test"
     "    if (!inside(offset, length)) throw_out_of_range(std::max(offset, m_size), site); @@     if (!inside(offset, length)) throw_out_of_range(offset, site);"
+    "code/src/file_operation/File_Block_Cache.cpp|file_layer_test"
+    "    if (m_list.size() > m_list.capacity()) { @@     if (m_list.size() >= m_list.capacity()) {"
+    "code/src/file_operation/Input_View.cpp|input_view_test"
+    "    const uint64_t end = std::min(std::max(start + read_size, offset + length), m_size); @@     const uint64_t end = std::min(start + read_size, m_size);"
+    # The folders, the error records and the log beside the door: clearing a link given with a
+    # trailing separator, the history's trim, the lowest level logged.
+    "code/src/common/platform_posix.cpp|fs_utils_test"
+    "    while (path.size() > 1 && path.back() == '/') path.pop_back(); @@     while (path.size() > 1 && path.back() == '\\\\') path.pop_back();"
+    "code/src/common/error_store.cpp|error_store_test"
+    "    if (records.size() >= kTrimAt) { @@     if (records.size() > kTrimAt) {"
+    "code/src/cfb_vornak/entries/Cfb_Logger.cpp|logger_test"
+    "    return level >= kLowestLoggedLevel; @@     return level > kLowestLoggedLevel;"
     # Parse: chains, the DISAT walk, the tree.
     "code/src/cfb_vornak/model/Sector_Chains.cpp|cfb_file_test allocation_table_test parse_equivalence_test"
     "    chain.push_back(ENDOFCHAIN); @@     chain.push_back(FREESECT);"
@@ -78,6 +90,12 @@ mutants=(
     "    const bool normal = size > cutoff; @@     const bool normal = size >= cutoff;"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "            if (!runs.empty() && runs.back().offset + runs.back().length == offset) { @@             if (!runs.empty()) {"
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test"
+    "        if (current >= table.size() || added == limit) { @@         if (current >= table.size() || added > limit) {"
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
+    "                result.failing_offset = std::max(offset, source_size); @@                 result.failing_offset = offset;"
+    "code/src/cfb_vornak/model/Tree_Release.cpp|release_test data_safety_test"
+    "        if (is_refused_file_name(name)) { @@         if (name.empty()) {"
     # Reports: a row's range, the list's end mark, byte padding.
     "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test analysis_entry_test"
     "        out = put_width10(out, 15 + 16 * static_cast<uint64_t>(row)); @@         out = put_width10(out, 16 + 16 * static_cast<uint64_t>(row));"
@@ -85,6 +103,10 @@ mutants=(
     "            out[-2] = '.'; @@             out[-2] = ',';"
     "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test analysis_entry_test"
     "        if (byte < 16) { @@         if (byte < 15) {"
+    "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test"
+    "            m_text[kWidth - 1] + m_raise < '9') { @@             m_text[kWidth - 1] + m_raise <= '9') {"
+    "code/src/cfb_vornak/reports/Cfb_Reports.cpp|reports_test"
+    "            if (i + 1 < records.size()) { @@             if (i < records.size()) {"
     # Salvage: the verifier's root test, its mini/normal split, a short stream's state.
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test tool_test"
     "               m_records[0].fields.object_type == kTypeRootStorage; @@                m_records[0].fields.object_type != kTypeRootStorage;"
