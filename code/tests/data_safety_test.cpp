@@ -56,43 +56,38 @@ struct Scene {
     std::string arg(const std::string& name) const { return platform::narrow(at(name)); }
 };
 
-// Runs `work` on a thread of its own, so that no earlier record of this thread shows through.
-int on_fresh_thread(const std::function<int()>& work) {
-    int result = 0;
-    std::thread thread([&] { result = work(); });
-    thread.join();
-    return result;
-}
-
 using Action = std::function<int(const Scene&)>;
 
-Action export_repair(const std::string& out, const char* password = nullptr) {
+// `call` with the input's path, on a thread of its own, so that no earlier record of this
+// thread shows through.
+Action on_input(const std::function<int(const std::string&, const Scene&)>& call) {
     return [=](const Scene& s) {
         const std::string in = platform::narrow(platform::from_path(s.input));
-        return on_fresh_thread([&] {
-            return password == nullptr
-                       ? VrkCfbGeneralRepair(in.c_str(), s.arg(out).c_str())
-                       : VrkCfbAdvanceRepair(in.c_str(), s.arg(out).c_str(), password);
-        });
+        int result = 0;
+        std::thread([&] { result = call(in, s); }).join();
+        return result;
     };
+}
+
+Action export_repair(const std::string& out, const char* password = nullptr) {
+    return on_input([=](const std::string& in, const Scene& s) {
+        return password == nullptr ? VrkCfbGeneralRepair(in.c_str(), s.arg(out).c_str())
+                                   : VrkCfbAdvanceRepair(in.c_str(), s.arg(out).c_str(), password);
+    });
 }
 
 // The repair as the tool runs it: staged, through the entry.
 Action staged_repair(const std::string& out) {
-    return [=](const Scene& s) {
-        const std::string in = platform::narrow(platform::from_path(s.input));
-        return on_fresh_thread([&] {
-            return to_api_result_code(general_repair_entry(in.c_str(), s.arg(out).c_str(), nullptr,
-                                                           platform::Create_Mode::staged));
-        });
-    };
+    return on_input([=](const std::string& in, const Scene& s) {
+        return to_api_result_code(general_repair_entry(in.c_str(), s.arg(out).c_str(), nullptr,
+                                                       platform::Create_Mode::staged));
+    });
 }
 
 Action export_analysis(const std::string& folder) {
-    return [=](const Scene& s) {
-        const std::string in = platform::narrow(platform::from_path(s.input));
-        return on_fresh_thread([&] { return VrkCfbAnalysis(in.c_str(), s.arg(folder).c_str()); });
-    };
+    return on_input([=](const std::string& in, const Scene& s) {
+        return VrkCfbAnalysis(in.c_str(), s.arg(folder).c_str());
+    });
 }
 
 // The salvage as the tool runs it, in this process: 1 when the output was written.
@@ -271,8 +266,8 @@ Action check_in_unwritable_current_folder() {
         }
         const bool unwritable = ec && !fs::exists(here / "probe");
         const std::string in = platform::narrow(platform::from_path(s.input));
-        const int result =
-            unwritable ? on_fresh_thread([&] { return VrkCfbFileCheck(in.c_str()); }) : 0;
+        int result = 0;
+        if (unwritable) std::thread([&] { result = VrkCfbFileCheck(in.c_str()); }).join();
         fs::current_path(saved);
         if (fs::exists(here)) fs::permissions(here, fs::perms::owner_all);
         if (!unwritable) arrangement_failure() = "no current folder that cannot be written";
