@@ -23,58 +23,44 @@ std::string dump(Error_Store& store) {
     return out.str();
 }
 
-const std::string kDumpBegin = "dump_all_error_info begin -----------------------\n";
-const std::string kDumpEnd = "dump_all_error_info   end -----------------------\n";
-
-std::string thread_line() {
-    return "std::thread::id :[" + std::to_string(platform::current_thread_id()) + "] errors:\n";
-}
-
 TEST(ErrorStore, EmptyThenRecordsWithTextsAndExactDump) {
     Error_Store store;
     const Error_Record empty = last_error(store);
     EXPECT_EQ(empty.code, 0);
     EXPECT_EQ(empty.text, nullptr);
-    EXPECT_TRUE(empty.line.empty());
-    EXPECT_EQ(dump(store), kDumpBegin + thread_line() + kDumpEnd);
-
     push(store, 0, 7);
     push(store, 76, 8);
-    const Error_Record record = last_error(store);
-    EXPECT_EQ(record.code, 76);
-    EXPECT_STREQ(record.text, "cfb file totally not a cfb");
-    EXPECT_EQ(record.occur_file, "code/src/x.cpp");
-    EXPECT_EQ(record.line, "8");
-    EXPECT_EQ(dump(store), kDumpBegin + thread_line() +
-                               "err_index:[0] \nerr_no:[0] \nerr_info:[Success] \n"
-                               "occur_file:[code/src/x.cpp] \nerr_line:[7] \n"
-                               "err_index:[1] \nerr_no:[76] \n"
-                               "err_info:[cfb file totally not a cfb] \n"
-                               "occur_file:[code/src/x.cpp] \nerr_line:[8] \n" +
-                               kDumpEnd);
-
+    EXPECT_STREQ(last_error(store).text, "cfb file totally not a cfb");
+    EXPECT_EQ(dump(store),
+              "dump_all_error_info begin -----------------------\n"
+              "std::thread::id :[" +
+                  std::to_string(platform::current_thread_id()) +
+                  "] errors:\n"
+                  "err_index:[0] \nerr_no:[0] \nerr_info:[Success] \n"
+                  "occur_file:[code/src/x.cpp] \nerr_line:[7] \n"
+                  "err_index:[1] \nerr_no:[76] \n"
+                  "err_info:[cfb file totally not a cfb] \n"
+                  "occur_file:[code/src/x.cpp] \nerr_line:[8] \n"
+                  "dump_all_error_info   end -----------------------\n");
     std::ostringstream failed;
     failed.setstate(std::ios::badbit);
     dump_all_error_info(store, failed);
     EXPECT_TRUE(failed.str().empty());
 }
 
+// An unknown code (exact lookup: -4 too) takes the previous record's code and text, of any
+// thread, with its own line.
 TEST(ErrorStore, UnknownCodeRepeatsThePreviousRecordOfAnyThread) {
     Error_Store first;
-    push(first, 78, 1);  // nothing before it: the empty record, with its line
+    push(first, 78, 1);
     EXPECT_EQ(last_error(first).code, 0);
-    EXPECT_EQ(last_error(first).text, nullptr);
     EXPECT_EQ(last_error(first).line, "1");
-
     Error_Store store;
     push(store, 4, 10);
-    push(store, 40, 11);
+    push(store, -4, 11);
     EXPECT_EQ(last_error(store).code, 4);
     EXPECT_STREQ(last_error(store).text, "Invalid argument");
     EXPECT_EQ(last_error(store).line, "11");
-    push(store, -4, 12);  // exact lookup: -4 is unknown too
-    EXPECT_EQ(last_error_code(store), 4);
-
     Error_Store other;
     std::thread([&other] { push(other, 59, 1); }).join();
     push(other, 43, 2);
@@ -90,32 +76,24 @@ TEST(ErrorStore, TwoThousandthPushKeepsTheNewestThousand) {
     ASSERT_EQ(records.size(), 1000U);
     EXPECT_EQ(records.front().line, "1001");
     EXPECT_EQ(records.back().line, "2000");
-    const std::string text = dump(store);
-    EXPECT_NE(text.find("err_index:[0] \nerr_no:[1] \nerr_info:[General Failed] \n"
-                        "occur_file:[code/src/x.cpp] \nerr_line:[1001] \n"),
-              std::string::npos);
-    EXPECT_NE(text.find("err_index:[999] \nerr_no:[2] \n"), std::string::npos);
-    EXPECT_EQ(text.find("err_index:[1000] "), std::string::npos);
+    EXPECT_NE(dump(store).find("err_index:[999] \nerr_no:[2] \n"), std::string::npos);
 }
 
 TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistoriesListedByThreadId) {
     Error_Store store;
-    constexpr int kPushes = 500;
     std::vector<uint32_t> ids(2);
     auto worker = [&store, &ids](int which, Error_Code code) {
         ids[which] = platform::current_thread_id();
-        for (int i = 0; i < kPushes; ++i) push(store, code, i);
-        EXPECT_EQ(last_error_code(store), code);
+        for (int i = 0; i < 300; ++i) push(store, code, i);
     };
     std::thread a(worker, 0, 59);
     std::thread b(worker, 1, 74);
     a.join();
     b.join();
-    ASSERT_NE(ids[0], ids[1]);
     for (int which = 0; which < 2; ++which) {
         const auto& records = store.by_thread.at(ids[which]);
-        ASSERT_EQ(records.size(), static_cast<size_t>(kPushes));
-        for (int i = 0; i < kPushes; ++i) {
+        ASSERT_EQ(records.size(), 300U);
+        for (int i = 0; i < 300; ++i) {
             EXPECT_EQ(records[i].code, which == 0 ? 59 : 74);
             EXPECT_EQ(records[i].line, std::to_string(i));
         }
