@@ -2,7 +2,6 @@
  * of its own; returns non-zero on the first failure. */
 #include <stdint.h>
 #include <stdio.h>
-#include <string.h>
 
 #include "cfb_vornak/cfb_vornak_api.h"
 
@@ -15,41 +14,27 @@ static void expect_eq(const char* what, int32_t actual, int32_t expected) {
     }
 }
 
-static long file_size(const char* path) {
-    FILE* f = fopen(path, "rb");
-    long size = -1;
-    if (f != NULL) {
-        if (fseek(f, 0, SEEK_END) == 0) size = ftell(f);
-        fclose(f);
-    }
-    return size;
-}
-
 int main(void) {
 #if defined(_WIN32)
     const char* dump_path = "c_logs\\occur_error_when_fixing_file.log";
 #else
     const char* dump_path = "c_logs/occur_error_when_fixing_file.log";
 #endif
+    FILE* dump = NULL;
     remove(dump_path);
-
-    /* Before VrkCfbInit: the work exports report "not initialised", destroy writes nothing. */
-    expect_eq("VrkCfbDestroy before init", VrkCfbDestroy(), 0);
     expect_eq("VrkCfbFileCheck before init", VrkCfbFileCheck("missing.doc"), -3103);
-    expect_eq("VrkCfbAnalysis before init", VrkCfbAnalysis("missing.doc", "out"), -3103);
-    expect_eq("VrkCfbGeneralRepair before init", VrkCfbGeneralRepair("missing.doc", "out.doc"),
-              -3103);
     expect_eq("VrkCfbAdvanceRepair null password", VrkCfbAdvanceRepair("a.doc", "b.doc", NULL),
               -3101);
-
     expect_eq("VrkCfbInit null work folder", VrkCfbInit("c_logs", "c_config", NULL), 4);
     expect_eq("VrkCfbInit", VrkCfbInit("c_logs", "c_config", "c_work"), 0);
+    expect_eq("VrkCfbAnalysis of a missing file", VrkCfbAnalysis("missing.doc", "out"), -3101);
     expect_eq("VrkCfbDestroy", VrkCfbDestroy(), 0);
-    if (file_size(dump_path) <= 0) {
+    dump = fopen(dump_path, "rb");
+    if (dump == NULL || fgetc(dump) == EOF) {
         fprintf(stderr, "FAILED: %s missing or empty after VrkCfbDestroy\n", dump_path);
         ++failures;
     }
-
+    if (dump != NULL) fclose(dump);
     if (failures != 0) return 1;
     puts("c_api_test: all passed");
     return 0;
