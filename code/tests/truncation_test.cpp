@@ -23,6 +23,7 @@
 #include "common/error_store.h"
 #include "common/platform.h"
 #include "file_operation/Input_View.h"
+#include "support/cfb_patch.h"
 #include "support/test_folders.h"
 
 namespace vrk {
@@ -33,18 +34,12 @@ namespace stdfs = std::filesystem;
 // A word-processing document of about 12 MB with its tables and directory after the data, so
 // that every call reads far into the file before it is done.
 std::string sample_document() {
-    std::mt19937 random(5);
     Cfb_Fs_Item_DirNode root;
-    const auto stream = [&](std::size_t size) {
-        std::vector<uint8_t> bytes(size);
-        for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
-        return bytes;
-    };
-    root.add_stream(u"WordDocument", stream(std::size_t{2} << 20));
-    root.add_stream(u"1Table", stream(3000));
+    root.add_stream(u"WordDocument", test::random_bytes(std::size_t{2} << 20, 1));
+    root.add_stream(u"1Table", test::random_bytes(3000, 2));
     for (char16_t i = 0; i < 20; ++i) {
         root.add_stream(u"data" + std::u16string(1, u'A' + i),
-                        stream(i % 2 == 0 ? 1500 : std::size_t{1} << 20));
+                        test::random_bytes(i % 2 == 0 ? 1500 : std::size_t{1} << 20, 3 + i));
     }
     Builder_Options options;
     options.tables_at_end = true;
@@ -93,11 +88,11 @@ int32_t salvage_to_file(const std::string& input, const std::string& output) {
     return error.empty() ? -1 : 1;
 }
 
+// By a thread of this process (refused on Windows while the file is mapped), or by another.
 void cut_by_thread(const stdfs::path& file, uint64_t length) {
-    std::error_code refused;  // on Windows while the file is mapped
+    std::error_code refused;
     stdfs::resize_file(file, length, refused);
 }
-
 void cut_by_process(const stdfs::path& file, uint64_t length) {
     const std::string command =
         "truncate -s " + std::to_string(length) + " \"" + file.string() + "\"";
