@@ -91,7 +91,7 @@ mutants=(
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "            if (!runs.empty() && runs.back().offset + runs.back().length == offset) { @@             if (!runs.empty()) {"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test"
-    "        if (current >= table.size() || added == limit) { @@         if (current >= table.size() || added > limit) {"
+    "    const uint64_t id_count = normal ? file.max_sid + 1 : file.mini_sectors_in_container(); @@     const uint64_t id_count = normal ? file.max_sid : file.mini_sectors_in_container();"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "                result.failing_offset = std::max(offset, source_size); @@                 result.failing_offset = offset;"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test data_safety_test"
