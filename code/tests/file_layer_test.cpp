@@ -20,8 +20,6 @@
 namespace vrk {
 namespace {
 
-namespace stdfs = std::filesystem;
-
 // The text a failure of the file layer carries.
 std::string failure_text(int line, const std::string& function, const std::string& message) {
     return "[code/src/file_operation/File_Anywhere_Door:" + std::to_string(line) + "->" + function +
