@@ -5,7 +5,6 @@
 // that the name search runs over the whole file. The peak anonymous resident memory while
 // the check runs is sampled from /proc/self/status (RssAnon) and reported as a counter.
 #include <benchmark/benchmark.h>
-#include <string.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -15,8 +14,8 @@
 
 #include "bench_support.h"
 #include "cfb_vornak/cfb_vornak_api.h"
-#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/platform.h"
+#include "memmem_count.h"
 
 namespace {
 
@@ -60,15 +59,7 @@ void BM_MemmemPass(benchmark::State& state) {
     for (auto _ : state) {
         vrk::platform::Mapped_File mapped;
         vrk::platform::map_file(vrk::platform::from_path(path), mapped);
-        hits = 0;
-        const auto* at = mapped.data;
-        const auto* const end = mapped.data + mapped.size;
-        const auto& needle = vrk::kRootEntrySignature;
-        while (const void* hit =
-                   memmem(at, static_cast<std::size_t>(end - at), needle.data(), needle.size())) {
-            ++hits;
-            at = static_cast<const uint8_t*>(hit) + 1;
-        }
+        hits = vrk::bench::count_root_names(mapped.data, mapped.size);
         benchmark::DoNotOptimize(hits);
     }
     state.counters["occurrences"] = static_cast<double>(hits);

@@ -1,13 +1,12 @@
 // The file check's floor as a process of its own: maps FILE read-only and counts every
 // occurrence of the 22-byte root entry name with one memmem pass, as check_bench's
 // BM_MemmemPass does in process. Prints the count; exit status 2 when FILE cannot be mapped.
-#include <string.h>
 
 #include <cstdint>
 #include <cstdio>
 
-#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/platform.h"
+#include "memmem_count.h"
 
 int main(int argc, char** argv) {
     if (argc != 2) {
@@ -20,15 +19,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "memmem_pass: cannot map %s\n", argv[1]);
         return 2;
     }
-    uint64_t hits = 0;
-    const auto* at = mapped.data;
-    const auto* const end = mapped.data + mapped.size;
-    const auto& needle = vrk::kRootEntrySignature;
-    while (const void* hit =
-               memmem(at, static_cast<std::size_t>(end - at), needle.data(), needle.size())) {
-        ++hits;
-        at = static_cast<const uint8_t*>(hit) + 1;
-    }
+    const uint64_t hits = vrk::bench::count_root_names(mapped.data, mapped.size);
     std::printf("%llu\n", static_cast<unsigned long long>(hits));
     return 0;
 }

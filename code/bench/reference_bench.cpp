@@ -11,7 +11,6 @@
 // (the ratio of the sums), and the highest RssAnon during ours above the one before it
 // (sampled every millisecond).
 #include <benchmark/benchmark.h>
-#include <string.h>
 
 #include <algorithm>
 #include <chrono>
@@ -23,11 +22,11 @@
 
 #include "bench_support.h"
 #include "cfb_vornak/cfb_vornak_api.h"
-#include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/salvage/Salvage_Output.h"
 #include "common/platform.h"
 #include "file_operation/Input_View.h"
+#include "memmem_count.h"
 
 namespace {
 
@@ -55,15 +54,7 @@ bool memmem_pass(const stdfs::path& path) {
         vrk::platform::Map_Step::ok) {
         return false;
     }
-    uint64_t hits = 0;
-    const auto* at = mapped.data;
-    const auto* const end = mapped.data + mapped.size;
-    const auto& needle = vrk::kRootEntrySignature;
-    while (const void* hit =
-               memmem(at, static_cast<std::size_t>(end - at), needle.data(), needle.size())) {
-        ++hits;
-        at = static_cast<const uint8_t*>(hit) + 1;
-    }
+    const uint64_t hits = vrk::bench::count_root_names(mapped.data, mapped.size);
     benchmark::DoNotOptimize(hits);
     return true;
 }
