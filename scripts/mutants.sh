@@ -59,7 +59,8 @@ mutants=(
     "    for (uint32_t steps = 0; steps < limit && cur < size; ++steps) { @@     for (uint32_t steps = 0; steps <= limit && cur < size; ++steps) {"
     "code/src/cfb_vornak/model/Cfb_File.cpp|cfb_file_test"
     "    if (!(header.first_dir_sid < max_sid)) { @@     if (!(header.first_dir_sid <= max_sid)) {"
-    # Probe: the document kind, the extension rule, the root's type, a slot's name.
+    # Probe: the document kind, the extension rule, the root's type, a slot's name, the shortest
+    # buffer searched.
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
     '            if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::spreadsheet; @@             if (name_starts_with(record, u"Workbook\0"sv)) return Document_Kind::presentation;'
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
@@ -72,7 +73,10 @@ mutants=(
     "    return stream_size <= layout::kMiniStreamCutoff || start_sid <= max_sid; @@     return stream_size < layout::kMiniStreamCutoff || start_sid <= max_sid;"
     "code/src/cfb_vornak/probe/Cfb_Probe.cpp|probe_test check_entry_test"
     "        if (record.stream_size < layout::kMiniStreamCutoff && @@         if (record.stream_size <= layout::kMiniStreamCutoff &&"
-    # Repair: sector classification and the expected mini chains.
+    "code/src/cfb_vornak/probe/Root_Signature_Search.cpp|probe_test check_entry_test"
+    "    if (data == nullptr || size < kNeedle) return false; @@     if (data == nullptr || size <= kNeedle) return false;"
+    # Repair: sector classification, the expected mini chains, the extension rule, the header's
+    # DISAT start.
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
     "        if (facts.past_the_file) sets.beyond_end_sids.insert(sid); @@         if (!facts.past_the_file) sets.beyond_end_sids.insert(sid);"
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
@@ -83,6 +87,10 @@ mutants=(
     "    const uint64_t quota = sets.mini_sector_count / kValuesPerSector + 1; @@     const uint64_t quota = sets.mini_sector_count / kValuesPerSector;"
     "code/src/cfb_vornak/repair/Repair_Sectors.cpp|repair_test repair_entry_test"
     "                m = chain.length; @@                 m = 0;"
+    "code/src/cfb_vornak/repair/Repair_Pipeline.cpp|repair_test repair_entry_test"
+    "    return probe < ec::kCannotRepair || probe == ec::kExtension; @@     return probe < ec::kCannotRepair;"
+    "code/src/cfb_vornak/format/Cfb_Header.cpp|repair_test"
+    "    write_u32_le(p + at::kFirstDisatSid, header.first_disat_sid); @@     write_u32_le(p + at::kFirstDisatSid, header.num_of_disat_secs);"
     # Release: the last piece of a stream, the mini/normal split, joined runs.
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "        const uint64_t n = std::min(remaining, unit); @@         const uint64_t n = unit;"
