@@ -52,9 +52,7 @@ Literal_Scan_Result literal_root_entry_scan(Cfb_File& file) {
     Literal_Scan_Result out;
     const Directory_Entry* root = nullptr;
     for (const auto& [s, list] : found) {
-        for (const auto& r : list) {
-            if (r.object_type == 5) root = &r;
-        }
+        for (const auto& r : list) root = r.object_type == 5 ? &r : root;
     }
     if (root == nullptr) {
         out.result = 0xFFFFFFFFu;
@@ -69,16 +67,6 @@ Literal_Scan_Result literal_root_entry_scan(Cfb_File& file) {
         }
     }
     return out;
-}
-
-bool same_layout(const std::map<uint64_t, std::vector<Directory_Entry>>& a,
-                 const std::map<uint64_t, std::vector<Directory_Entry>>& b) {
-    if (a.size() != b.size()) return false;
-    for (auto ia = a.begin(), ib = b.begin(); ia != a.end(); ++ia, ++ib) {
-        if (ia->first != ib->first || ia->second.size() != ib->second.size()) return false;
-        if (!same_entries(ia->second, ib->second)) return false;
-    }
-    return true;
 }
 
 }  // namespace vrk::test

@@ -1,6 +1,6 @@
 // The damage probe's two whole-file passes written the slow, literal way (one 22-byte stream
-// read per byte of the file; every slot field read byte by byte through the door). The
-// library's fast passes must give exactly the same answers and the same failures.
+// read per byte of the file; every slot field read through the door). The library's fast
+// passes must give exactly the same answers and the same failures.
 #pragma once
 
 #include <cstdint>
@@ -27,8 +27,5 @@ struct Literal_Scan_Result {
 // throws for a byte past the end.
 Literal_Scan_Result literal_root_entry_scan(Cfb_File& file);
 bool literal_plausible(const Cfb_File& file, const Directory_Entry& record);
-
-bool same_layout(const std::map<uint64_t, std::vector<Directory_Entry>>& a,
-                 const std::map<uint64_t, std::vector<Directory_Entry>>& b);
 
 }  // namespace vrk::test

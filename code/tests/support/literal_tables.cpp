@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <tuple>
 
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 #include "cfb_vornak/model/Safe_Name.h"
@@ -76,17 +77,6 @@ void literal_table(Cfb_File& f, Literal_Parse& r, bool mini) {
         }
     }
     (mini ? r.minisat_sids_lists : r.sat_sids_lists) = literal_extract_chains(table, r.errors);
-}
-
-template <typename Field>
-void field_copy(File_Anywhere_Door& door, uint64_t offset, Field& field) {
-    door.copy_data_to_mem(offset, field.size(), field.data());
-}
-
-uint32_t field_u32(File_Anywhere_Door& door, uint64_t offset) {
-    std::array<uint8_t, 4> b{};
-    field_copy(door, offset, b);
-    return b[0] + 256u * b[1] + 65536u * b[2] + 16777216u * b[3];
 }
 
 void literal_directory(Cfb_File& f, Literal_Parse& r) {
@@ -181,24 +171,27 @@ bool literal_stream(Cfb_File& f, const Directory_Entry& record, std::vector<uint
 Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t at, uint32_t did) {
     Directory_Entry e;
     e.did = did;
-    field_copy(door, at, e.name);
-    std::array<uint8_t, 2> size{};
-    field_copy(door, at + 64, size);
-    e.name_valid_size = static_cast<uint16_t>(size[0] + 256 * size[1]);
-    std::array<uint8_t, 1> one{};
-    field_copy(door, at + 66, one);
-    e.object_type = one[0];
-    field_copy(door, at + 67, one);
-    e.color_flag = one[0];
-    e.left_sibling_id = field_u32(door, at + 68);
-    e.right_sibling_id = field_u32(door, at + 72);
-    e.child_id = field_u32(door, at + 76);
-    field_copy(door, at + 80, e.clsid);
-    field_copy(door, at + 96, e.state_bits);
-    field_copy(door, at + 100, e.creation_time);
-    field_copy(door, at + 108, e.modified_time);
-    e.start_sid = field_u32(door, at + 116);
-    e.stream_size = field_u32(door, at + 120);
+    const auto copy = [&](uint64_t offset, auto& field) {
+        door.copy_data_to_mem(at + offset, field.size(), field.data());
+    };
+    const auto number = [&](uint64_t offset, std::size_t size) {
+        std::array<uint8_t, 4> b{};
+        door.copy_data_to_mem(at + offset, size, b.data());
+        return b[0] + 256u * b[1] + 65536u * b[2] + 16777216u * b[3];
+    };
+    copy(0, e.name);
+    e.name_valid_size = static_cast<uint16_t>(number(64, 2));
+    e.object_type = static_cast<uint8_t>(number(66, 1));
+    e.color_flag = static_cast<uint8_t>(number(67, 1));
+    e.left_sibling_id = number(68, 4);
+    e.right_sibling_id = number(72, 4);
+    e.child_id = number(76, 4);
+    copy(80, e.clsid);
+    copy(96, e.state_bits);
+    copy(100, e.creation_time);
+    copy(108, e.modified_time);
+    e.start_sid = number(116, 4);
+    e.stream_size = number(120, 4);
     return e;
 }
 
@@ -313,12 +306,12 @@ Literal_Release literal_release(Cfb_File& file) {
 }
 
 bool same_entry(const Directory_Entry& a, const Directory_Entry& b) {
-    return a.name == b.name && a.name_valid_size == b.name_valid_size &&
-           a.object_type == b.object_type && a.color_flag == b.color_flag &&
-           a.left_sibling_id == b.left_sibling_id && a.right_sibling_id == b.right_sibling_id &&
-           a.child_id == b.child_id && a.clsid == b.clsid && a.state_bits == b.state_bits &&
-           a.creation_time == b.creation_time && a.modified_time == b.modified_time &&
-           a.start_sid == b.start_sid && a.stream_size == b.stream_size && a.did == b.did;
+    const auto fields = [](const Directory_Entry& e) {
+        return std::tie(e.name, e.name_valid_size, e.object_type, e.color_flag, e.left_sibling_id,
+                        e.right_sibling_id, e.child_id, e.clsid, e.state_bits, e.creation_time,
+                        e.modified_time, e.start_sid, e.stream_size, e.did);
+    };
+    return fields(a) == fields(b);
 }
 
 bool same_entries(const std::vector<Directory_Entry>& a, const std::vector<Directory_Entry>& b) {

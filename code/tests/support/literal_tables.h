@@ -5,6 +5,7 @@
 // door's byte-wise copy. The equivalence tests hold the library's fast paths to these results.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <map>
@@ -71,8 +72,16 @@ struct Literal_Release {
 // whole stream is collected.
 Literal_Release literal_release(Cfb_File& file);
 
-// True when every field of the two records is equal.
+// True when every field of the two records (of the two lists, of the two layouts) is equal.
 bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
 bool same_entries(const std::vector<Directory_Entry>& a, const std::vector<Directory_Entry>& b);
+template <typename Key>
+bool same_layout(const std::map<Key, std::vector<Directory_Entry>>& a,
+                 const std::map<Key, std::vector<Directory_Entry>>& b) {
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](const auto& x, const auto& y) {
+               return x.first == y.first && same_entries(x.second, y.second);
+           });
+}
 
 }  // namespace vrk::test
