@@ -1,9 +1,9 @@
 // Arbitrary bytes through the salvage into a scratch folder. Aborts when anything is written
 // outside the extraction folder, or when the compound file rebuilt from the salvaged tree does
 // not itself salvage completely with the same bytes.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>

@@ -1,12 +1,11 @@
 #include "scratch_frame.h"
 
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <iterator>
+#include <string>
 
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
+#include "support/test_folders.h"
 
 namespace vrk::fuzz {
 
@@ -29,16 +28,12 @@ std::string narrow(const stdfs::path& path) {
 }
 
 void write_input(const stdfs::path& path, const uint8_t* data, std::size_t size) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    test::write_file(path, std::string(reinterpret_cast<const char*>(data), size));
 }
 
 void require_unchanged(const stdfs::path& path, const uint8_t* data, std::size_t size) {
-    std::ifstream in(path, std::ios::binary);
-    const std::string now((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (now.size() != size || (size != 0 && std::memcmp(now.data(), data, size) != 0)) {
+    if (test::read_file(path) != std::string(reinterpret_cast<const char*>(data), size))
         std::abort();
-    }
 }
 
 void require_only(const stdfs::path& folder, const std::set<std::string>& allowed) {
