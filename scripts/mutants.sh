@@ -42,6 +42,13 @@ mutants=(
     "    if (records.size() >= kTrimAt) { @@     if (records.size() > kTrimAt) {"
     "code/src/cfb_vornak/entries/Cfb_Logger.cpp|logger_test"
     "    return level >= kLowestLoggedLevel; @@     return level > kLowestLoggedLevel;"
+    # Folder clearing opening a link, the repair's extension rule, the header codes' result.
+    "code/src/common/platform_posix.cpp|fs_utils_test data_safety_test"
+    "constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC; @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;"
+    "code/src/cfb_vornak/entries/Repair_Output_Path.cpp|repair_entry_test data_safety_test"
+    "            path.erase(start + dot); @@             path.erase(start + dot + 1);"
+    "code/src/common/error_codes.cpp|error_codes_test check_entry_test"
+    "    for (int c = 59; c <= 71; ++c) k[c] = 8; @@     for (int c = 59; c <= 71 - 1; ++c) k[c] = 8;"
     # Parse: chains, the DISAT walk, the tree.
     "code/src/cfb_vornak/model/Sector_Chains.cpp|cfb_file_test parse_equivalence_test"
     "    chain.push_back(ENDOFCHAIN); @@     chain.push_back(FREESECT);"
