@@ -124,7 +124,7 @@ mutants=(
     "            if (i + 1 < records.size()) { @@             if (i < records.size()) {"
     # Salvage: the verifier's root test, its mini/normal split, a short stream's state.
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test tool_test"
-    "               m_records[0].fields.object_type == kTypeRootStorage; @@                m_records[0].fields.object_type != kTypeRootStorage;"
+    "               m_records[0].entry.object_type == kTypeRootStorage; @@                m_records[0].entry.object_type != kTypeRootStorage;"
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test tool_test"
     "            w.mini = e.size < Mini_Stream::kCutoff; @@             w.mini = e.size > Mini_Stream::kCutoff;"
     "code/src/cfb_vornak/salvage/Salvage_Verifier.cpp|salvage_test salvage_output_test tool_test"

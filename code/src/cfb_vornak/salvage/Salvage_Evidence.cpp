@@ -71,32 +71,14 @@ Header_Evidence read_header(const uint8_t* data, uint64_t size) {
     return h;
 }
 
-std::u16string Dir_Record::name() const {
-    std::u16string out;
-    for (std::size_t i = 0; i + 1 < name_units.size() && name_units[i] != 0; ++i)
-        out.push_back(name_units[i]);
-    return out;
+uint64_t dir_record_size(const uint8_t* p, bool wide_size) {
+    const uint64_t low = read_u32_le(p + record_at::kStreamSize);
+    if (!wide_size) return low;
+    return low | uint64_t{read_u32_le(p + record_at::kStreamSizeHigh)} << 32;
 }
 
-Dir_Record decode_dir_record(const uint8_t* p, bool wide_size) {
-    const Directory_Entry entry = decode_directory_entry(p, 0);
-    Dir_Record r;
-    for (std::size_t i = 0; i < r.name_units.size(); ++i)
-        r.name_units[i] = static_cast<char16_t>(read_u16_le(entry.name.data() + 2 * i));
-    r.name_length = entry.name_valid_size;
-    r.object_type = entry.object_type;
-    r.color = entry.color_flag;
-    r.left = entry.left_sibling_id;
-    r.right = entry.right_sibling_id;
-    r.child = entry.child_id;
-    r.clsid = entry.clsid;
-    r.state_bits = entry.state_bits;
-    r.creation_time = entry.creation_time;
-    r.modified_time = entry.modified_time;
-    r.start = entry.start_sid;
-    r.size = entry.stream_size;
-    if (wide_size) r.size |= uint64_t{read_u32_le(p + record_at::kStreamSizeHigh)} << 32;
-    return r;
+std::u16string dir_record_name(const Directory_Entry& entry) {
+    return entry.name_units().substr(0, 31);
 }
 
 bool is_root_record(const uint8_t* p) {

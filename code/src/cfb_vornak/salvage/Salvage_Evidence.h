@@ -50,29 +50,14 @@ struct Header_Evidence {
 // Reads the header fields; a file shorter than 512 bytes gives all fields zero.
 Header_Evidence read_header(const uint8_t* data, uint64_t size);
 
-// One 128-byte directory record, decoded.
-struct Dir_Record {
-    std::array<char16_t, 32> name_units{};
-    uint16_t name_length = 0;  // bytes, terminating zero included
-    uint8_t object_type = 0;
-    uint8_t color = 0;
-    uint32_t left = NOSTREAM;
-    uint32_t right = NOSTREAM;
-    uint32_t child = NOSTREAM;
-    std::array<uint8_t, 16> clsid{};
-    std::array<uint8_t, 4> state_bits{};
-    std::array<uint8_t, 8> creation_time{};
-    std::array<uint8_t, 8> modified_time{};
-    sid_t start = ENDOFCHAIN;
-    uint64_t size = 0;
+// The size of the directory record at `p` (128 bytes). Version 4 files (4096-byte sectors) keep
+// a 64-bit size; version 3 writers may leave junk in the high half, so only the low half counts
+// there.
+uint64_t dir_record_size(const uint8_t* p, bool wide_size);
 
-    // The name up to its terminating zero (at most 31 units).
-    std::u16string name() const;
-};
-
-// Decodes the record at `p` (128 bytes). Version 4 files (4096-byte sectors) keep a 64-bit
-// size; version 3 writers may leave junk in the high half, so only the low half counts there.
-Dir_Record decode_dir_record(const uint8_t* p, bool wide_size);
+// The name the salvage gives a record: its units up to the terminating zero, at most 31 (the
+// 32nd unit of a full name field is where the zero belongs).
+std::u16string dir_record_name(const Directory_Entry& entry);
 
 enum class Record_Kind { empty, valid, bad_name, invalid };
 

@@ -73,7 +73,8 @@ using layout::kTypeStorage;
 using layout::kTypeStream;
 
 struct Record {
-    Dir_Record fields;
+    Directory_Entry entry;
+    uint64_t size = 0;  // 64 bits in version 4 files
     Record_Kind kind = Record_Kind::empty;
     bool vouched = true;  // its sector's place in the directory is vouched for
 };
@@ -192,18 +193,20 @@ class Resolver {
                     m_g.offset(dir.sectors[k]) + static_cast<uint64_t>(kDirEntrySize) * slot,
                     kDirEntrySize);
                 if (p == nullptr) break;
-                m_records.push_back({decode_dir_record(p, m_g.sector_size == 4096),
+                const auto did = static_cast<uint32_t>(m_records.size());
+                m_records.push_back({decode_directory_entry(p, did),
+                                     dir_record_size(p, m_g.sector_size == 4096),
                                      classify_dir_record(p), vouched});
             }
         }
         return !m_records.empty() && m_records[0].kind == Record_Kind::valid &&
-               m_records[0].fields.object_type == kTypeRootStorage;
+               m_records[0].entry.object_type == kTypeRootStorage;
     }
 
     bool usable(uint32_t did) const {
         const Record& r = m_records[did];
         return (r.kind == Record_Kind::valid || r.kind == Record_Kind::bad_name) &&
-               (r.fields.object_type == kTypeStorage || r.fields.object_type == kTypeStream);
+               (r.entry.object_type == kTypeStorage || r.entry.object_type == kTypeStream);
     }
 
     int32_t add_entry(uint32_t did, int32_t parent, bool vouched, bool orphan) {
@@ -218,18 +221,18 @@ class Resolver {
         } else {
             const Record& r = m_records[did];
             e.did = did;
-            e.object_type = r.fields.object_type;
+            e.object_type = r.entry.object_type;
             e.bad_name = r.kind == Record_Kind::bad_name;
             const std::string digits = std::to_string(did);
             e.name = did == 0     ? u"Root Entry"
                      : e.bad_name ? u"record_" + std::u16string(digits.begin(), digits.end())
-                                  : r.fields.name();
-            e.clsid = r.fields.clsid;
-            e.state_bits = r.fields.state_bits;
-            e.creation_time = r.fields.creation_time;
-            e.modified_time = r.fields.modified_time;
-            e.size = r.fields.size;
-            e.start = r.fields.start;
+                                  : dir_record_name(r.entry);
+            e.clsid = r.entry.clsid;
+            e.state_bits = r.entry.state_bits;
+            e.creation_time = r.entry.creation_time;
+            e.modified_time = r.entry.modified_time;
+            e.size = r.size;
+            e.start = r.entry.start_sid;
             work.record = did;
         }
         m_ev.result.entries.push_back(std::move(e));
@@ -260,9 +263,9 @@ class Resolver {
             const Record& r = m_records[t.did];
             const bool v = t.vouched && r.vouched;
             const int32_t index = add_entry(t.did, t.parent, v, orphan);
-            stack.push_back({r.fields.right, t.parent, v});
-            if (r.fields.object_type == kTypeStorage) stack.push_back({r.fields.child, index, v});
-            stack.push_back({r.fields.left, t.parent, v});
+            stack.push_back({r.entry.right_sibling_id, t.parent, v});
+            if (r.entry.object_type == kTypeStorage) stack.push_back({r.entry.child_id, index, v});
+            stack.push_back({r.entry.left_sibling_id, t.parent, v});
         }
     }
 
@@ -271,7 +274,7 @@ class Resolver {
         m_seen.assign(m_records.size(), 0);
         m_seen[0] = 1;
         add_entry(0, -1, m_records[0].vouched, false);
-        add_subtree(m_records[0].fields.child, 0, m_records[0].vouched, false);
+        add_subtree(m_records[0].entry.child_id, 0, m_records[0].vouched, false);
     }
 
     // 2. The orphans: records no link from the root reaches. Those an orphan storage reaches
@@ -279,10 +282,10 @@ class Resolver {
     void add_orphans() {
         std::vector<uint8_t> below(m_records.size(), 0);
         for (uint32_t did = 1; did < m_records.size(); ++did) {
-            if (m_seen[did] || !usable(did) || m_records[did].fields.object_type != kTypeStorage)
+            if (m_seen[did] || !usable(did) || m_records[did].entry.object_type != kTypeStorage)
                 continue;
             // Marks what this storage reaches, without taking it yet.
-            std::vector<uint32_t> stack{m_records[did].fields.child};
+            std::vector<uint32_t> stack{m_records[did].entry.child_id};
             std::vector<uint8_t> met(m_records.size(), 0);
             while (!stack.empty()) {
                 const uint32_t d = stack.back();
@@ -290,9 +293,9 @@ class Resolver {
                 if (d >= m_records.size() || met[d] || d == did || !usable(d)) continue;
                 met[d] = 1;
                 below[d] = 1;
-                const Dir_Record& f = m_records[d].fields;
-                stack.insert(stack.end(), {f.left, f.right});
-                if (f.object_type == kTypeStorage) stack.push_back(f.child);
+                const Directory_Entry& f = m_records[d].entry;
+                stack.insert(stack.end(), {f.left_sibling_id, f.right_sibling_id});
+                if (f.object_type == kTypeStorage) stack.push_back(f.child_id);
             }
         }
         int32_t orphans = -1;
@@ -303,11 +306,11 @@ class Resolver {
             ++m_ev.orphans;
             const Record& r = m_records[did];
             const int32_t index = add_entry(did, orphans, r.vouched, true);
-            if (r.fields.object_type == kTypeStorage)
-                add_subtree(r.fields.child, index, r.vouched, true);
+            if (r.entry.object_type == kTypeStorage)
+                add_subtree(r.entry.child_id, index, r.vouched, true);
         }
         for (const Record& r : m_records) {
-            if (r.kind == Record_Kind::invalid && r.fields.object_type == kTypeStream)
+            if (r.kind == Record_Kind::invalid && r.entry.object_type == kTypeStream)
                 ++m_ev.result.unplaced_stream_records;
         }
     }
@@ -345,12 +348,12 @@ class Resolver {
         return rules;
     }
 
-    const Dir_Record& root() const { return m_records[0].fields; }
+    const Record& root() const { return m_records[0]; }
 
     // 4. The short-stream container.
     void walk_container() {
         m_container =
-            walk_chain(m_sat.links(m_g.count), root().start, big_rules(root().size), m_marks);
+            walk_chain(m_sat.links(m_g.count), root().entry.start_sid, big_rules(root().size), m_marks);
         for (sid_t s : m_container.ids) claim_held(s);
     }
 
@@ -362,7 +365,7 @@ class Resolver {
             if (e.object_type != kTypeStream) continue;
             w.mini = e.size < Mini_Stream::kCutoff;
             if (w.mini) continue;
-            w.walk = walk_chain(m_sat.links(m_g.count), m_records[w.record].fields.start,
+            w.walk = walk_chain(m_sat.links(m_g.count), m_records[w.record].entry.start_sid,
                                 big_rules(e.size), m_marks);
             // An orphan's walk that breaks off is likely an older entry whose sectors were
             // given to others since: it does not get to cast doubt on them.
@@ -439,7 +442,7 @@ class Resolver {
             Entry_Work& w = m_work[i];
             if (e.object_type != kTypeStream || !w.mini) continue;
             w.walk =
-                walk_chain(links, m_records[w.record].fields.start, mini_rules(e.size), mini_marks);
+                walk_chain(links, m_records[w.record].entry.start_sid, mini_rules(e.size), mini_marks);
             w.claims = !e.orphan || w.walk.complete;
             if (w.claims) {
                 for (sid_t m : w.walk.ids) claim(m_mini_claims, m);
@@ -454,7 +457,7 @@ class Resolver {
         rules.infer = true;
         rules.taken = &m_claims;
         if (m_container.unknown_link && !m_container.damaged) {
-            m_container_guess = walk_chain(m_sat.links(m_g.count), root().start, rules, m_marks);
+            m_container_guess = walk_chain(m_sat.links(m_g.count), root().entry.start_sid, rules, m_marks);
         }
         if (m_minisat.unknown_link && !m_minisat.damaged &&
             m_minisat.ids.size() == m_mini_table.size() / m_g.entries_per_sector()) {
@@ -486,13 +489,13 @@ class Resolver {
                 Walk_Rules r = mini_rules(e.size);
                 r.infer = true;
                 r.taken = &mini_taken;
-                w.guess = walk_chain(mini_links, m_records[w.record].fields.start, r, mini_marks);
+                w.guess = walk_chain(mini_links, m_records[w.record].entry.start_sid, r, mini_marks);
                 claim_guessed(w.guess, mini_guessed);
             } else {
                 Walk_Rules r = big_rules(e.size);
                 r.infer = true;
                 r.taken = &m_claims;
-                w.guess = walk_chain(m_sat.links(m_g.count), m_records[w.record].fields.start, r,
+                w.guess = walk_chain(m_sat.links(m_g.count), m_records[w.record].entry.start_sid, r,
                                      m_marks);
                 claim_guessed(w.guess, guessed);
             }
@@ -551,7 +554,7 @@ class Resolver {
                 if (w.record != NOSTREAM) ++m_ev.resolved;
                 continue;
             }
-            const sid_t start = m_records[w.record].fields.start;
+            const sid_t start = m_records[w.record].entry.start_sid;
             std::string stop = w.walk.stop;
             bool verified_whole = false;
             if (!w.mini) {
@@ -662,7 +665,7 @@ class Resolver {
         Layout_Support& s = m_ev.support;
         s.dir_sectors = static_cast<uint32_t>(dir.size());
         s.sat_agreement = m_sat.agreement(m_g.count);
-        s.root_time = read_u64_le(root().modified_time.data());
+        s.root_time = read_u64_le(root().entry.modified_time.data());
         for (std::size_t k = 0; k < dir.size(); ++k) {
             if (!m_sat.is_known(dir[k])) continue;
             const sid_t want = k + 1 < dir.size() ? dir[k + 1] : ENDOFCHAIN;
