@@ -352,8 +352,8 @@ class Resolver {
 
     // 4. The short-stream container.
     void walk_container() {
-        m_container =
-            walk_chain(m_sat.links(m_g.count), root().entry.start_sid, big_rules(root().size), m_marks);
+        m_container = walk_chain(m_sat.links(m_g.count), root().entry.start_sid,
+                                 big_rules(root().size), m_marks);
         for (sid_t s : m_container.ids) claim_held(s);
     }
 
@@ -441,8 +441,8 @@ class Resolver {
             const Salvaged_Entry& e = m_ev.result.entries[i];
             Entry_Work& w = m_work[i];
             if (e.object_type != kTypeStream || !w.mini) continue;
-            w.walk =
-                walk_chain(links, m_records[w.record].entry.start_sid, mini_rules(e.size), mini_marks);
+            w.walk = walk_chain(links, m_records[w.record].entry.start_sid, mini_rules(e.size),
+                                mini_marks);
             w.claims = !e.orphan || w.walk.complete;
             if (w.claims) {
                 for (sid_t m : w.walk.ids) claim(m_mini_claims, m);
@@ -457,7 +457,8 @@ class Resolver {
         rules.infer = true;
         rules.taken = &m_claims;
         if (m_container.unknown_link && !m_container.damaged) {
-            m_container_guess = walk_chain(m_sat.links(m_g.count), root().entry.start_sid, rules, m_marks);
+            m_container_guess =
+                walk_chain(m_sat.links(m_g.count), root().entry.start_sid, rules, m_marks);
         }
         if (m_minisat.unknown_link && !m_minisat.damaged &&
             m_minisat.ids.size() == m_mini_table.size() / m_g.entries_per_sector()) {
@@ -489,7 +490,8 @@ class Resolver {
                 Walk_Rules r = mini_rules(e.size);
                 r.infer = true;
                 r.taken = &mini_taken;
-                w.guess = walk_chain(mini_links, m_records[w.record].entry.start_sid, r, mini_marks);
+                w.guess =
+                    walk_chain(mini_links, m_records[w.record].entry.start_sid, r, mini_marks);
                 claim_guessed(w.guess, mini_guessed);
             } else {
                 Walk_Rules r = big_rules(e.size);
