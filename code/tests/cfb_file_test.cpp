@@ -8,13 +8,11 @@
 
 #include <stdexcept>
 
-#include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/model/Sector_Chains.h"
 #include "cfb_vornak/model/Sids_Text.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"
-#include "support/header_damage.h"
 #include "support/parse_samples.h"
 
 namespace vrk {
@@ -64,19 +62,6 @@ TEST(CfbFileConstruction, MissingFileLeavesByTheDoorsFailure) {
     EXPECT_THROW(Cfb_File file(in), std::logic_error);
 }
 
-TEST(CfbFileConstruction, FullConstructorParsesABuiltFile) {
-    Cfb_Fs_Item_DirNode root;
-    root.add_stream(u"small", std::vector<uint8_t>(1000, 0x11));
-    root.add_storage(u"store").add_stream(u"big", std::vector<uint8_t>(5000, 0x22));
-    Cfb_File file(write_sample("built.cfb", build_compound_file(root)), File_Description{});
-    EXPECT_EQ(file.object_state, Object_State::parsed);
-    EXPECT_EQ(file.validate_header(), ec::kSuccess);
-    EXPECT_EQ(file.root_entry.name_units(), u"Root Entry");
-    ASSERT_EQ(file.short_stream_container.size(), 1024u);
-    EXPECT_EQ(file.short_stream_container[999], 0x11);
-    ASSERT_NE(file.cfb_directory_tree, nullptr);
-}
-
 // A header that passes every check in a file of 16 sectors (max_sid 15).
 class HeaderValidation : public ::testing::Test {
   protected:
@@ -118,13 +103,9 @@ TEST_F(HeaderValidation, ParseHeaderReadsEveryField) {
         EXPECT_EQ(fields[i].first, fields[i].second) << i;
 }
 
-TEST_F(HeaderValidation, EachFieldFailsWithItsOwnCodeAndBoundsAreStrict) {
+TEST_F(HeaderValidation, BoundsAreStrictEachWithItsOwnCode) {
     const std::vector<uint8_t> sound = image.bytes;
     EXPECT_EQ(validate(), ec::kSuccess);
-    for (const test::Header_Damage& row : test::kHeaderDamage) {
-        image.bytes = test::damaged(sound, row);
-        EXPECT_EQ(validate(), row.code) << "offset " << row.offset << " value " << row.value;
-    }
     // Against max_sid 15: 15 fails and 14 passes; the header DISAT is read from the file again,
     // not taken from the member.
     const std::pair<uint64_t, Error_Code> bounds[] = {
