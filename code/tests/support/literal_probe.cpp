@@ -1,13 +1,29 @@
 #include "support/literal_probe.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <stdexcept>
 
 #include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/platform.h"
 
 namespace vrk::test {
+namespace {
+
+// What `probe` returns, or the failure text it throws.
+template <typename Probe>
+std::string outcome(Probe probe) {
+    try {
+        return std::to_string(probe());
+    } catch (const std::logic_error& failure) {
+        return failure.what();
+    }
+}
+
+}  // namespace
 
 bool literal_root_signature_search(const std::wstring& path) {
     std::ifstream in(platform::to_path(path), std::ios::binary);
@@ -67,6 +83,42 @@ Literal_Scan_Result literal_root_entry_scan(Cfb_File& file) {
         }
     }
     return out;
+}
+
+std::string probe_difference(const File_Description& input, const uint8_t* data, std::size_t size) {
+    const auto& needle = kRootEntrySignature;
+    const bool found =
+        size <= 4096 ? literal_root_signature_search(input.open_path_wstr)
+                     : std::search(data, data + size, needle.begin(), needle.end()) != data + size;
+    if (Cfb_File::search_root_entry_signature(input) != found) return "signature search";
+    if (size > 1024 * 1024) return {};
+    std::unique_ptr<Cfb_File> fast;
+    Literal_Scan_Result literal;
+    bool scanned = false;
+    const std::string fast_scan = outcome([&] {
+        fast = std::make_unique<Cfb_File>(input);
+        return fast->find_root_entry_by_scan();
+    });
+    const std::string literal_scan = outcome([&] {
+        Cfb_File slow(input);
+        literal = literal_root_entry_scan(slow);
+        scanned = true;
+        return literal.result;
+    });
+    if (fast_scan != literal_scan) return "scan: " + fast_scan + " / " + literal_scan;
+    if (scanned && (!same_layout(fast->scanned_directory_layout, literal.layout) ||
+                    fast->mini_sector_count != literal.mini_sector_count ||
+                    (literal.result == 0 && !same_entry(fast->root_entry, literal.root)))) {
+        return "scanned records";
+    }
+    const std::string classified =
+        outcome([&] { return Cfb_File::get_cfb_file_damaged_type(input); });
+    const std::string expected = outcome([&] {
+        if (!found) return ec::kNotCfb;
+        Cfb_File file(input);
+        return Cfb_File::check_cfb_core(file);
+    });
+    return classified == expected ? "" : "classification: " + classified + " / " + expected;
 }
 
 }  // namespace vrk::test

@@ -28,4 +28,12 @@ struct Literal_Scan_Result {
 Literal_Scan_Result literal_root_entry_scan(Cfb_File& file);
 bool literal_plausible(const Cfb_File& file, const Directory_Entry& record);
 
+// The first difference between the probe's fast passes and the literal ones on the file
+// `input` holding the `size` bytes at `data`, empty when none: the signature search (above
+// 4 KiB held to a plain search of the bytes, the literal one seeking once per byte); the slot
+// scan's verdict, records or failure text, and the one-read classification against the
+// literal search followed by the door's scan (both only up to 1 MiB, the literal scan reading
+// every byte through the door).
+std::string probe_difference(const File_Description& input, const uint8_t* data, std::size_t size);
+
 }  // namespace vrk::test
