@@ -1,6 +1,3 @@
-// The checked input view and its block reader: ranges inside, across and past the end (with
-// the door's exact failure texts), scattered and sequential reads against the bytes on disk,
-// a file that shrinks under an open view, and files the view refuses to open.
 #include "file_operation/Input_View.h"
 
 #include <gtest/gtest.h>
@@ -8,9 +5,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
-#include <functional>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -22,35 +17,19 @@
 namespace vrk {
 namespace {
 
-namespace stdfs = std::filesystem;
-
 constexpr uint64_t kSize = (uint64_t{1} << 20) + 37;
+constexpr uint64_t kInside = ~uint64_t{0};  // a range that does not fail
 
-std::string pattern(uint64_t size) {
-    std::string bytes(static_cast<std::size_t>(size), '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<char>(i * 131 + (i >> 10) * 17);
-    return bytes;
-}
+using test::thrown;
 
+// The door's failure at `offset`: out of range, or (closed) the state failure.
 std::string failure(const Read_Site& site, bool range, uint64_t offset) {
-    const std::string message = range ? "File_Anywhere_Door access is illegal ! the offset [" +
-                                            std::to_string(offset) + "]is  out of  range! \n"
-                                      : "File_Anywhere_Door state is not fine ! the file [" +
-                                            std::to_string(offset) + "]can not access! \n";
-    return "[code/src/file_operation/File_Anywhere_Door:" +
-           std::to_string(range ? site.range_throw_line : site.state_throw_line) + "->" +
-           site.function + "] " + message + "\n";
-}
-
-// The failure text `action` throws, or "" when it throws nothing.
-std::string thrown(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const std::logic_error& error) {
-        return error.what();
-    }
-    return "";
+    const std::string door = "File_Anywhere_Door";
+    return range ? test::door_failure(site.range_throw_line, site.function,
+                                      test::out_of_range(door, offset))
+                 : test::door_failure(site.state_throw_line, site.function,
+                                      door + " state is not fine ! the file [" +
+                                          std::to_string(offset) + "]can not access! \n");
 }
 
 std::string as_text(const uint8_t* data, uint64_t length) {
@@ -59,73 +38,64 @@ std::string as_text(const uint8_t* data, uint64_t length) {
 
 class Input_View_Test : public ::testing::Test {
   protected:
-    Input_View_Test() { test::write_file(m_path, m_bytes); }
+    Input_View_Test() {
+        for (std::size_t i = 0; i < m_bytes.size(); ++i)
+            m_bytes[i] = static_cast<char>(i * 131 + (i >> 10) * 17);
+        test::write_file(m_path, m_bytes);
+    }
+    std::wstring path() const { return platform::from_path(m_path); }
 
     test::Temp_Folder m_folder{"input_view"};
-    stdfs::path m_path = m_folder / "input.bin";
-    std::string m_bytes = pattern(kSize);
-};
-
-struct Range_Case {
-    uint64_t offset;
-    uint64_t length;
-    uint64_t fails_at;  // kInside: no failure
-};
-constexpr uint64_t kInside = ~uint64_t{0};
-
-const Range_Case kRanges[] = {
-    {4090, 20, kInside},                                  // across a page
-    {kSize - 4, 4, kInside},    {kSize + 9, 0, kInside},  // nothing to read never fails
-    {0, kSize, kInside},        {kSize - 3, 4, kSize},    // the first byte past the end
-    {kSize + 9, 4, kSize + 9},  {~uint64_t{0} - 1, 4, ~uint64_t{0} - 1},  // wraps around
-    {100, ~uint64_t{0}, kSize},
+    std::filesystem::path m_path = m_folder / "input.bin";
+    std::string m_bytes = std::string(kSize, '\0');
 };
 
 TEST_F(Input_View_Test, RangesInsideAreServedAndOthersFailAsTheDoor) {
+    const struct {
+        uint64_t offset, length, fails_at;
+    } ranges[] = {
+        {4090, 20, kInside},        {kSize - 4, 4, kInside},
+        {kSize + 9, 0, kInside},    {0, kSize, kInside},
+        {kSize - 3, 4, kSize},      {kSize + 9, 4, kSize + 9},
+        {100, ~uint64_t{0}, kSize}, {~uint64_t{0} - 1, 4, ~uint64_t{0} - 1},  // wraps around
+    };
     const std::vector<uint8_t> memory(m_bytes.begin(), m_bytes.end());
     for (const Read_Site* site : {&kNoMutexSite, &kWithMutexSite}) {
         Input_View file(*site);
-        ASSERT_EQ(file.open(platform::from_path(m_path)), platform::Map_Step::ok);
+        ASSERT_EQ(file.open(path()), platform::Map_Step::ok);
         Input_View held(memory.data(), memory.size(), *site);
         for (Input_View* view : {&file, &held}) {
             ASSERT_EQ(view->size(), kSize);
-            for (const Range_Case& c : kRanges) {
+            for (const auto& c : ranges) {
                 const bool ok = c.fails_at == kInside;
                 const std::string expected = ok ? "" : failure(*site, true, c.fails_at);
-                const std::string where = std::to_string(c.offset) + "+" + std::to_string(c.length);
+                SCOPED_TRACE(std::to_string(c.offset) + "+" + std::to_string(c.length));
                 const uint8_t* data = nullptr;
-                EXPECT_EQ(thrown([&] { data = view->bytes(c.offset, c.length); }), expected)
-                    << where;
+                EXPECT_EQ(thrown([&] { data = view->bytes(c.offset, c.length); }), expected);
                 if (ok && c.length > 0) {
                     EXPECT_EQ(as_text(data, c.length), m_bytes.substr(c.offset, c.length));
                 }
-                // copy() where the destination can hold the length.
-                if (c.length <= kSize + 1) {
-                    std::string copied(c.length, '?');
-                    EXPECT_EQ(thrown([&] {
-                                  view->copy(c.offset, c.length,
-                                             reinterpret_cast<uint8_t*>(copied.data()));
-                              }),
-                              expected)
-                        << where;
-                    // What lies inside the file is copied before the failure; nothing else.
-                    const uint64_t inside = view->available(c.offset, c.length);
-                    EXPECT_EQ(copied.substr(0, inside),
-                              m_bytes.substr(std::min(c.offset, kSize), inside));
-                    EXPECT_EQ(copied.substr(inside), std::string(c.length - inside, '?'));
-                }
                 if (!ok) {
-                    EXPECT_EQ(thrown([&] { view->fail_at(c.fails_at); }),
-                              failure(*site, true, c.fails_at));
+                    EXPECT_EQ(thrown([&] { view->fail_at(c.fails_at); }), expected);
                 }
+                if (c.length > kSize + 1) continue;
+                // A copy leaves what lies inside the file before the failure, nothing else.
+                std::string copied(c.length, '?');
+                EXPECT_EQ(thrown([&] {
+                              view->copy(c.offset, c.length,
+                                         reinterpret_cast<uint8_t*>(copied.data()));
+                          }),
+                          expected);
+                const uint64_t inside = view->available(c.offset, c.length);
+                EXPECT_EQ(copied, m_bytes.substr(std::min(c.offset, kSize), inside) +
+                                      std::string(c.length - inside, '?'));
             }
         }
     }
 }
 
-TEST_F(Input_View_Test, ClosedViewsFailWithTheStateMessage) {
+TEST_F(Input_View_Test, ClosedViewsFailWithTheStateMessageUntilAFileOpens) {
     Input_View view;
-    EXPECT_FALSE(view.is_open());
     EXPECT_EQ(thrown([&] { (void)view.bytes(5, 1); }), failure(kNoMutexSite, false, 5));
     uint8_t byte = 0xEE;
     EXPECT_EQ(thrown([&] { view.copy(7, 1, &byte, kWithMutexSite); }),
@@ -134,61 +104,50 @@ TEST_F(Input_View_Test, ClosedViewsFailWithTheStateMessage) {
     EXPECT_EQ(view.read_up_to(0, 1, &byte), 0U);
     EXPECT_EQ(byte, 0xEE);
     view.copy(7, 0, &byte);  // nothing to copy never fails
-}
-
-TEST_F(Input_View_Test, FilesThatCannotBeOpenedNameTheStep) {
-    Input_View view;
+    // Opening fails by step: a missing file, an empty one, a folder (not opened on Windows,
+    // not sized elsewhere); the view stays closed, and opens a file afterwards.
     errno = 0;
     EXPECT_EQ(view.open(m_folder.wide(true) + L"missing.bin"), platform::Map_Step::open_file);
     EXPECT_EQ(errno, ENOENT);
     test::write_file(m_folder / "empty.bin", "");
     EXPECT_EQ(view.open(m_folder.wide(true) + L"empty.bin"), platform::Map_Step::create_mapping);
-    EXPECT_FALSE(view.is_open());
-    // A folder fails to open on Windows and to be sized elsewhere.
     EXPECT_NE(view.open(m_folder.wide()), platform::Map_Step::ok);
     EXPECT_FALSE(view.is_open());
     EXPECT_FALSE(view.file().is_open());
-    // The same view opens a file after its failures.
-    ASSERT_EQ(view.open(platform::from_path(m_path)), platform::Map_Step::ok);
+    ASSERT_EQ(view.open(path()), platform::Map_Step::ok);
     EXPECT_EQ(as_text(view.bytes(kSize - 2, 2), 2), m_bytes.substr(kSize - 2));
     EXPECT_TRUE(view.file().is_open());
 }
 
-// Scattered reads, runs that go on where the last one ended, and long copies, interleaved as
-// a parse interleaves them: every byte served is the file's.
-TEST_F(Input_View_Test, ScatteredAndSequentialReadsGiveTheFilesBytes) {
+// Runs that go on where the last one ended, records anywhere and long copies, interleaved as a
+// parse interleaves them; then blocks of every size, also ones that split sectors.
+TEST_F(Input_View_Test, ScatteredSequentialAndBlockReadsGiveTheFilesBytes) {
     Input_View view;
-    ASSERT_EQ(view.open(platform::from_path(m_path)), platform::Map_Step::ok);
+    ASSERT_EQ(view.open(path()), platform::Map_Step::ok);
     std::mt19937_64 random(7);
     uint64_t run = 0;
     for (int round = 0; round < 4000; ++round) {
-        // A sector of a run through the file, an entry or a record anywhere, a copy of any size.
+        const int kind = round % 4;
         const uint64_t length =
-            round % 4 == 0   ? 512
-            : round % 4 == 1 ? 4
-            : round % 4 == 2 ? 1 + random() % 5000
-                             : 1 + random() % (round % 40 == 3 ? kSize : 600000) % (kSize - 1);
-        const uint64_t offset = round % 4 == 0 ? run : random() % (kSize - length);
-        if (round % 4 == 0) run = (run + 512) % (kSize - 512);
+            kind == 0   ? 512
+            : kind == 1 ? 4
+            : kind == 2 ? 1 + random() % 5000
+                        : 1 + random() % (round % 40 == 3 ? kSize : 600000) % (kSize - 1);
+        const uint64_t offset = kind == 0 ? run : random() % (kSize - length);
+        if (kind == 0) run = (run + 512) % (kSize - 512);
         std::string got(length, '\0');
-        if (round % 4 == 3) {
+        if (kind == 3) {
             view.copy(offset, length, reinterpret_cast<uint8_t*>(got.data()));
         } else {
             got = as_text(view.bytes(offset, length), length);
         }
         ASSERT_EQ(got, m_bytes.substr(offset, length)) << round;
     }
-}
-
-// Blocks of every size, also ones that split sectors and ones smaller than a sector.
-TEST_F(Input_View_Test, BlocksServeSectorsInOrderWhateverTheirSize) {
-    Input_View view;
-    ASSERT_EQ(view.open(platform::from_path(m_path)), platform::Map_Step::ok);
     const std::vector<uint8_t> memory(m_bytes.begin(), m_bytes.end());
     Input_View held(memory.data(), memory.size());
     for (Input_View* source : {&view, &held}) {
         for (const std::size_t block :
-             {std::size_t{300}, std::size_t{700}, std::size_t{4096}, Input_Blocks::kBlockSize}) {
+             {std::size_t{300}, std::size_t{700}, Input_Blocks::kBlockSize}) {
             Input_Blocks blocks(*source, block);
             for (uint64_t offset = 512; offset + 512 <= kSize; offset += 512) {
                 ASSERT_EQ(as_text(blocks.at(offset, 512), 512), m_bytes.substr(offset, 512))
@@ -204,30 +163,29 @@ TEST_F(Input_View_Test, BlocksServeSectorsInOrderWhateverTheirSize) {
 // at its first missing byte, never served as zeros. Windows refuses to shorten a mapped file.
 TEST_F(Input_View_Test, AShrunkFileFailsAtItsFirstMissingByte) {
     Input_View view;
-    ASSERT_EQ(view.open(platform::from_path(m_path)), platform::Map_Step::ok);
+    ASSERT_EQ(view.open(path()), platform::Map_Step::ok);
     EXPECT_EQ(as_text(view.bytes(0, 16), 16), m_bytes.substr(0, 16));
     constexpr uint64_t kCut = 100000;
     std::error_code error;
-    stdfs::resize_file(m_path, kCut, error);
+    std::filesystem::resize_file(m_path, kCut, error);
     if (platform::kMapsInput) {
         EXPECT_TRUE(error) << "a mapped file was shortened";
         return;
     }
     ASSERT_FALSE(error);
     EXPECT_EQ(view.size(), kSize);  // fixed when opened
-
-    EXPECT_EQ(thrown([&] { (void)view.bytes(kCut - 10, 20); }), failure(kNoMutexSite, true, kCut));
+    const std::string at_cut = failure(kNoMutexSite, true, kCut);
+    EXPECT_EQ(thrown([&] { (void)view.bytes(kCut - 10, 20); }), at_cut);
     EXPECT_EQ(thrown([&] { (void)view.bytes(kCut + 5000, 4); }),
               failure(kNoMutexSite, true, kCut + 5000));
     std::string copied(kSize, '?');
     EXPECT_EQ(thrown([&] { view.copy(0, kSize, reinterpret_cast<uint8_t*>(copied.data())); }),
-              failure(kNoMutexSite, true, kCut));
+              at_cut);
     EXPECT_EQ(copied.substr(0, kCut), m_bytes.substr(0, kCut));
     // A block fails only for the range asked for, not for what it would have read ahead.
     Input_Blocks blocks(view);
     EXPECT_EQ(as_text(blocks.at(kCut - 512, 512), 512), m_bytes.substr(kCut - 512, 512));
-    EXPECT_EQ(thrown([&] { (void)blocks.at(kCut - 100, 512); }), failure(kNoMutexSite, true, kCut));
-    // What the file still holds reads as before.
+    EXPECT_EQ(thrown([&] { (void)blocks.at(kCut - 100, 512); }), at_cut);
     EXPECT_EQ(as_text(view.bytes(kCut - 4, 4), 4), m_bytes.substr(kCut - 4, 4));
 }
 
