@@ -7,7 +7,6 @@
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/cfb_vornak_api.h"
-#include "cfb_vornak/reports/Cfb_Reports.h"
 #include "common/platform.h"
 #include "support/analysis_samples.h"
 #include "support/cfb_patch.h"
@@ -16,32 +15,25 @@
 namespace vrk {
 namespace {
 
-using test::Temp_Folder;
-
-std::wstring W(const char* utf8) {
-    return platform::from_utf8(utf8);
-}
+constexpr wchar_t kSep = platform::kSeparator;
+const std::wstring kReleased = platform::from_utf8("cfb_directory_tree信息分析") + kSep +
+                               platform::from_utf8("原始cfb_directory_tree释放文件夹");
 
 // The result of an export is the calling thread's last record: each call gets a fresh thread.
-int32_t analyse(const std::string& input, const std::string& output) {
+int32_t analyse(const std::wstring& input, const std::wstring& output, bool null_input = false) {
     int32_t result = 0;
-    std::thread([&] { result = VrkCfbAnalysis(input.c_str(), output.c_str()); }).join();
+    const std::string in = platform::narrow(input);
+    const std::string out = platform::narrow(output);
+    std::thread([&] {
+        result = VrkCfbAnalysis(null_input ? nullptr : in.c_str(), out.c_str());
+    }).join();
     return result;
-}
-
-int32_t analyse(const std::wstring& input, const std::wstring& output) {
-    return analyse(platform::narrow(input), platform::narrow(output));
 }
 
 class AnalysisEntryTest : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        static Temp_Folder base("analysis_entry");
-        work = new std::wstring(base.wide(true) + L"work");
-        log_file = new std::filesystem::path(base / "logs" / "cfb_repair_sdk.log");
-        const std::string logs = base.narrow() + "/logs";
-        const std::string config = base.narrow() + "/config";
-        ASSERT_EQ(VrkCfbInit(logs.c_str(), config.c_str(), platform::narrow(*work).c_str()), 0);
+        ASSERT_EQ(VrkCfbInit("analysis_logs", "analysis_config", "analysis_work"), 0);
     }
 
     void SetUp() override {
@@ -49,66 +41,50 @@ class AnalysisEntryTest : public ::testing::Test {
         root.add_stream(u"Alpha", test::random_bytes(100, 1));
         root.add_storage(u"Sub").add_stream(u"Beta", test::random_bytes(5000, 2));
         root.add_stream(u"Gamma", test::random_bytes(7000, 3));
-        source = folder.wide(true) + L"sample.cfb";
         ASSERT_TRUE(write_compound_file(source, root));
     }
 
-    static std::wstring* work;
-    static std::filesystem::path* log_file;
-    Temp_Folder folder{"entry"};
-    std::wstring source;
+    test::Temp_Folder folder{"entry"};
+    std::wstring at(const wchar_t* name) const { return folder.wide(true) + name; }
+    const std::wstring source = at(L"sample.cfb");
 };
-
-std::wstring* AnalysisEntryTest::work = nullptr;
-std::filesystem::path* AnalysisEntryTest::log_file = nullptr;
 
 TEST_F(AnalysisEntryTest, CreatesTheOutputFolderWithParentsWritesTheReportsAndEmptiesRawData) {
     // Chinese folder names reach the export only where the process code page holds them.
-    std::wstring first = W("新建");
+    std::wstring first = platform::from_utf8("新建");
     if (platform::widen(platform::narrow(first)) != first) first = L"new";
-    const std::wstring out =
-        folder.wide(true) + first + platform::kSeparator + L"a" + platform::kSeparator + L"reports";
-    const std::vector<uint8_t> before = test::read_bytes(source);
+    const std::wstring out = folder.wide(true) + first + kSep + L"a" + kSep + L"reports";
     EXPECT_EQ(analyse(source, out), 0);
-    EXPECT_EQ(test::read_bytes(source), before);
     EXPECT_EQ(test::tree_names(out).count(
                   "cfb_directory_tree信息分析/原始cfb_directory_tree释放文件夹/Sub"),
               1u);
-    EXPECT_EQ(test::read_bytes(out + platform::kSeparator + W("cfb_directory_tree信息分析") +
-                               platform::kSeparator + W("原始cfb_directory_tree释放文件夹") +
-                               platform::kSeparator + L"Gamma"),
+    EXPECT_EQ(test::read_bytes(out + kSep + kReleased + kSep + L"Gamma"),
               test::random_bytes(7000, 3));
     // The work folder's raw data folder is emptied afterwards; the release folder is kept.
-    EXPECT_TRUE(test::folder_names(*work + platform::kSeparator + L"lib_cfb_tmp").empty());
-    EXPECT_EQ(test::folder_names(*work).count("tmp_release_dir_for_fixing_cfb"), 1u);
+    EXPECT_TRUE(
+        test::folder_names(L"analysis_work" + std::wstring(1, kSep) + L"lib_cfb_tmp").empty());
+    EXPECT_EQ(test::folder_names(L"analysis_work").count("tmp_release_dir_for_fixing_cfb"), 1u);
 }
 
-TEST_F(AnalysisEntryTest, BadInputsAreRefused) {
-    const std::string out = folder.narrow() + "/out";
-    EXPECT_EQ(analyse("", out), -3101);
-    int32_t null_input = 0;
-    std::thread([&] { null_input = VrkCfbAnalysis(nullptr, out.c_str()); }).join();
-    EXPECT_EQ(null_input, -3101);
-    EXPECT_EQ(analyse(folder.narrow(), out), -3101);
-    EXPECT_EQ(analyse(folder.narrow() + "/missing.cfb", out), -3101);
-    EXPECT_EQ(analyse(platform::narrow(source), ""), -3101);
-    // An output path naming a file is refused and the file left alone.
-    const std::wstring plain = folder.wide(true) + L"plain.txt";
-    ASSERT_TRUE(test::write_bytes_to_file(plain, {'x'}));
-    EXPECT_EQ(analyse(source, plain), -3101);
-    EXPECT_EQ(test::read_bytes(plain), std::vector<uint8_t>{'x'});
-}
-
-TEST_F(AnalysisEntryTest, ShortOrEmptyInputStillEndsInAResult) {
-    const std::wstring tiny = folder.wide(true) + L"tiny.bin";
-    ASSERT_TRUE(test::write_bytes_to_file(tiny, test::random_bytes(700, 5)));
-    const std::wstring out = folder.wide(true) + L"out";
-    analyse(tiny, out);
-    EXPECT_EQ(test::folder_names(out).count("头部信息分析"), 1u);
-
-    const std::wstring empty = folder.wide(true) + L"empty.bin";
-    ASSERT_TRUE(test::write_bytes_to_file(empty, {}));
-    EXPECT_EQ(analyse(empty, out), -3101);
+TEST_F(AnalysisEntryTest, BadInputsAreRefusedAndShortOnesEndInAResult) {
+    ASSERT_TRUE(test::write_bytes_to_file(at(L"plain.txt"), {'x'}));
+    ASSERT_TRUE(test::write_bytes_to_file(at(L"empty.bin"), {}));
+    const std::pair<std::wstring, std::wstring> refused[] = {
+        {L"", at(L"out")},
+        {folder.wide(), at(L"out")},
+        {at(L"missing.cfb"), at(L"out")},
+        {at(L"empty.bin"), at(L"out")},
+        {source, L""},
+        {source, at(L"plain.txt")},  // an output path naming a file, left alone
+    };
+    for (const auto& [in, out] : refused)
+        EXPECT_EQ(analyse(in, out), -3101) << platform::to_utf8(in);
+    EXPECT_EQ(analyse(L"", at(L"out"), true), -3101);
+    EXPECT_EQ(test::read_bytes(at(L"plain.txt")), std::vector<uint8_t>{'x'});
+    // A short file still gets its header report.
+    ASSERT_TRUE(test::write_bytes_to_file(at(L"tiny.bin"), test::random_bytes(700, 5)));
+    analyse(at(L"tiny.bin"), at(L"out"));
+    EXPECT_EQ(test::folder_names(at(L"out")).count("头部信息分析"), 1u);
 }
 
 // Sectors of 4096 bytes over a file of 512-byte sectors (the sample of release_test's damage
@@ -124,17 +100,14 @@ TEST_F(AnalysisEntryTest, ASectorPastTheEndOfTheFileEndsTheAnalysis) {
     std::vector<uint8_t> bytes = build_compound_file(root);
     ASSERT_EQ(bytes.size(), 78848u);
     test::patch_u16(bytes, test::offsets::kSectorShift, 12);
-    const std::wstring damaged = folder.wide(true) + L"shift12.cfb";
-    ASSERT_TRUE(test::write_bytes_to_file(damaged, bytes));
-    const std::size_t log_before = test::read_file(*log_file).size();
-
-    const std::wstring out = folder.wide(true) + L"out";
-    EXPECT_EQ(analyse(damaged, out), -3101);
-    EXPECT_EQ(test::folder_names(out + platform::kSeparator + W("cfb_directory_tree信息分析") +
-                                 platform::kSeparator + W("原始cfb_directory_tree释放文件夹")),
-              (std::set<std::string>{"b", "d"}));
-    EXPECT_EQ(test::folder_names(out).count("头部信息分析"), 1u);
-    const std::string log = test::read_file(*log_file).substr(log_before);
+    ASSERT_TRUE(test::write_bytes_to_file(at(L"shift12.cfb"), bytes));
+    const std::filesystem::path log_file =
+        std::filesystem::path("analysis_logs") / "cfb_repair_sdk.log";
+    const std::size_t log_before = test::read_file(log_file).size();
+    EXPECT_EQ(analyse(at(L"shift12.cfb"), at(L"out")), -3101);
+    EXPECT_EQ(test::folder_names(at(L"out") + kSep + kReleased), (std::set<std::string>{"b", "d"}));
+    EXPECT_EQ(test::folder_names(at(L"out")).count("头部信息分析"), 1u);
+    const std::string log = test::read_file(log_file).substr(log_before);
     EXPECT_NE(log.find("->info: When analysising cfb exception :[code/src/file_operation/"
                        "File_Anywhere_Door:"),
               std::string::npos)
