@@ -15,11 +15,7 @@ static void expect_eq(const char* what, int32_t actual, int32_t expected) {
 }
 
 int main(void) {
-#if defined(_WIN32)
-    const char* dump_path = "c_logs\\occur_error_when_fixing_file.log";
-#else
     const char* dump_path = "c_logs/occur_error_when_fixing_file.log";
-#endif
     FILE* dump = NULL;
     remove(dump_path);
     expect_eq("VrkCfbFileCheck before init", VrkCfbFileCheck("missing.doc"), -3103);

@@ -32,10 +32,7 @@ TEST(ErrorCodeText, Table) {
     found = nullptr;
     EXPECT_FALSE(find_error_code_exact(-4, &found));
     EXPECT_EQ(found, nullptr);
-}
-
-TEST(DamagedTypeDescription, Table) {
-    const std::pair<Error_Code, const char*> cases[] = {
+    const std::pair<Error_Code, const char*> damage[] = {
         {0, "文件大概率没逝~"},
         {59, "文件头部魔数错误~"},
         {74, "文件根目录项丢失，没救了~"},
@@ -43,7 +40,7 @@ TEST(DamagedTypeDescription, Table) {
         {77, "未知错误[77]~"},
         {-1, "未知错误[4294967295]~"},
     };
-    for (const auto& [code, text] : cases) EXPECT_EQ(damaged_type_description(code), text);
+    for (const auto& [code, text] : damage) EXPECT_EQ(damaged_type_description(code), text);
 }
 
 // Every range's edges; whatever the code, the result is 0 or one of -3100 to -3114.
