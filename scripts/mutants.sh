@@ -150,6 +150,14 @@ mutants=(
     "    record.name_valid_size = static_cast<uint16_t>((e.name.size() + 1) * 2); @@     record.name_valid_size = static_cast<uint16_t>(e.name.size() * 2);"
     "code/src/cfb_vornak/builder/Cfb_Builder.cpp|builder_test salvage_test"
     "            entry.in_mini = entry.size < kMiniStreamCutoff; @@             entry.in_mini = entry.size <= kMiniStreamCutoff;"
+    # What the project writes: the block files' hex offsets, the dump's middle gap, a rebuilt
+    # file's times.
+    "code/src/cfb_vornak/reports/Sector_Units.cpp|reports_test"
+    "    if (length < 4) { @@     if (length < 3) {"
+    "code/tools/cfbvornak/cmd_sectors.cpp|tool_test"
+    "            if (k == 7) text += ' '; @@             if (k == 8) text += ' ';"
+    "code/src/cfb_vornak/salvage/Salvage_Output.cpp|salvage_output_test tool_test"
+    "        item.modified_time = e.modified_time; @@         item.modified_time = e.creation_time;"
 )
 
 mkdir -p "$build"
