@@ -33,11 +33,6 @@ uint64_t table_offset(const Build_Layout& layout, const std::vector<sid_t>& sids
 
 }  // namespace
 
-void patch_u8(std::vector<uint8_t>& bytes, uint64_t offset, uint8_t value) {
-    require_range(bytes, offset, 1, __func__);
-    bytes[offset] = value;
-}
-
 void patch_u16(std::vector<uint8_t>& bytes, uint64_t offset, uint16_t value) {
     require_range(bytes, offset, 2, __func__);
     write_u16_le(bytes.data() + offset, value);
@@ -63,11 +58,6 @@ void truncate(std::vector<uint8_t>& bytes, uint64_t n) {
     bytes.resize(static_cast<std::size_t>(n));
 }
 
-uint32_t get_u32(const std::vector<uint8_t>& bytes, uint64_t offset) {
-    require_range(bytes, offset, 4, __func__);
-    return read_u32_le(bytes.data() + offset);
-}
-
 bool write_bytes_to_file(const std::wstring& path, const std::vector<uint8_t>& bytes) {
     std::ofstream out(platform::to_path(path), std::ios::binary | std::ios::trunc);
     if (!out) return false;
@@ -77,22 +67,17 @@ bool write_bytes_to_file(const std::wstring& path, const std::vector<uint8_t>& b
     return static_cast<bool>(out);
 }
 
-void fill_random(uint8_t* data, std::size_t n, uint64_t seed) {
+std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed) {
+    std::vector<uint8_t> bytes(n);
     uint64_t state = seed;
-    std::size_t i = 0;
-    while (i < n) {
+    for (std::size_t i = 0; i < n;) {
         state += 0x9E3779B97F4A7C15ull;
         uint64_t z = state;
         z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
         z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
         z ^= z >> 31;
-        for (int b = 0; b < 8 && i < n; ++b, ++i) data[i] = static_cast<uint8_t>(z >> (8 * b));
+        for (int b = 0; b < 8 && i < n; ++b, ++i) bytes[i] = static_cast<uint8_t>(z >> (8 * b));
     }
-}
-
-std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed) {
-    std::vector<uint8_t> bytes(n);
-    fill_random(bytes.data(), n, seed);
     return bytes;
 }
 

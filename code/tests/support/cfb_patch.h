@@ -13,7 +13,6 @@
 
 namespace vrk::test {
 
-void patch_u8(std::vector<uint8_t>& bytes, uint64_t offset, uint8_t value);
 void patch_u16(std::vector<uint8_t>& bytes, uint64_t offset, uint16_t value);
 void patch_u32(std::vector<uint8_t>& bytes, uint64_t offset, uint32_t value);
 void patch_bytes(std::vector<uint8_t>& bytes, uint64_t offset, const std::vector<uint8_t>& value);
@@ -21,14 +20,11 @@ void zero_range(std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len);
 // Keeps the first n bytes (n larger than the buffer throws).
 void truncate(std::vector<uint8_t>& bytes, uint64_t n);
 
-[[nodiscard]] uint32_t get_u32(const std::vector<uint8_t>& bytes, uint64_t offset);
-
 // Writes (replaces) the file; false when it cannot be written.
 bool write_bytes_to_file(const std::wstring& path, const std::vector<uint8_t>& bytes);
 
 // Reproducible pseudo-random bytes (splitmix64): the same seed gives the same bytes everywhere.
 std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed);
-void fill_random(uint8_t* data, std::size_t n, uint64_t seed);
 
 // File offsets of the format's fields in a built file.
 namespace offsets {
