@@ -15,24 +15,17 @@ File_Description describe(const std::wstring& path) {
 }
 
 std::vector<uint8_t> read_bytes(const std::wstring& path, bool* exists) {
+    std::error_code ec;
+    if (exists != nullptr) *exists = std::filesystem::is_regular_file(platform::to_path(path), ec);
     std::ifstream in(platform::to_path(path), std::ios::binary);
-    if (exists != nullptr) {
-        std::error_code ec;
-        *exists = std::filesystem::is_regular_file(platform::to_path(path), ec);
-    }
-    if (!in) {
-        return {};
-    }
-    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in),
-                                std::istreambuf_iterator<char>());
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 std::set<std::string> folder_names(const std::wstring& folder) {
     std::set<std::string> names;
     std::error_code ec;
-    for (const auto& item : std::filesystem::directory_iterator(platform::to_path(folder), ec)) {
+    for (const auto& item : std::filesystem::directory_iterator(platform::to_path(folder), ec))
         names.insert(platform::to_utf8(platform::from_path(item.path().filename())));
-    }
     return names;
 }
 
@@ -42,9 +35,8 @@ std::set<std::string> tree_names(const std::wstring& folder) {
     const std::filesystem::path base = platform::to_path(folder);
     for (const auto& item : std::filesystem::recursive_directory_iterator(base, ec)) {
         std::string name;
-        for (const auto& part : item.path().lexically_relative(base)) {
+        for (const auto& part : item.path().lexically_relative(base))
             name += (name.empty() ? "" : "/") + platform::to_utf8(platform::from_path(part));
-        }
         names.insert(name);
     }
     return names;
@@ -53,9 +45,8 @@ std::set<std::string> tree_names(const std::wstring& folder) {
 void set_entry_name(std::vector<uint8_t>& file, const Build_Layout& layout, uint32_t did,
                     const std::u16string& name) {
     const uint64_t offset = directory_entry_offset(layout, did);
-    for (std::size_t i = 0; i < 32; ++i) {
+    for (std::size_t i = 0; i < 32; ++i)
         patch_u16(file, offset + 2 * i, i < name.size() ? name[i] : 0);
-    }
     patch_u16(file, offset + 64, static_cast<uint16_t>(name.empty() ? 0 : 2 * (name.size() + 1)));
 }
 
