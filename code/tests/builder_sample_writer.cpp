@@ -1,7 +1,5 @@
-// Writes every sample shape with its manifest into a folder, so that a build for another
-// platform (the Windows one under Wine) can produce files that olefile_check.py then checks.
-//
-// Usage: builder_sample_writer FOLDER
+// Writes every sample shape with its manifest into FOLDER, so that a build for another platform
+// (the Windows one under Wine) makes files that olefile_check.py then checks natively.
 #include <cstdio>
 #include <filesystem>
 #include <string>

@@ -161,17 +161,6 @@ uint32_t crc32(const std::vector<uint8_t>& bytes) {
     return ~crc;
 }
 
-// A path "A/B" as the list ["A","B"].
-nlohmann::json name_list(const std::u16string& path) {
-    nlohmann::json names = nlohmann::json::array();
-    std::size_t begin = 0;
-    for (std::size_t slash = 0; (slash = path.find(u'/', begin)) != std::u16string::npos;
-         begin = slash + 1)
-        names.push_back(utf16_to_utf8(path.substr(begin, slash - begin)));
-    names.push_back(utf16_to_utf8(path.substr(begin)));
-    return names;
-}
-
 }  // namespace
 
 std::vector<std::string> sample_shape_names() {
@@ -207,16 +196,16 @@ std::string utf16_to_utf8(const std::u16string& units) {
 }
 
 std::string manifest_json(const Sample_Shape& shape) {
-    nlohmann::json manifest{{"file", shape.name + ".cfb"},
-                            {"major_version", shape.options.major_version},
-                            {"streams", nlohmann::json::array()},
+    nlohmann::json manifest{{"streams", nlohmann::json::array()},
                             {"storages", nlohmann::json::array()}};
     for (const auto& stream : shape.streams) {
         const std::vector<uint8_t>& bytes = stream.node->data;
-        manifest["streams"].push_back(
-            {{"path", name_list(stream.path)}, {"size", bytes.size()}, {"crc32", crc32(bytes)}});
+        manifest["streams"].push_back({{"path", utf16_to_utf8(stream.path)},
+                                       {"size", bytes.size()},
+                                       {"crc32", crc32(bytes)}});
     }
-    for (const auto& storage : shape.storages) manifest["storages"].push_back(name_list(storage));
+    for (const auto& storage : shape.storages)
+        manifest["storages"].push_back(utf16_to_utf8(storage));
     return manifest.dump(2) + "\n";
 }
 

@@ -1,7 +1,6 @@
-// Named compound file shapes for tests: item trees with the builder options to write them, and
-// the streams and storages a reader must find in the written file.
-// The shapes are listed, each with what it covers, in sample_shapes.cpp.
-// Stream contents are reproducible pseudo-random bytes.
+// Named compound file shapes for tests (listed, each with what it covers, in sample_shapes.cpp):
+// item trees with the builder options to write them, and the streams and storages a reader must
+// find in the written file. Stream contents are reproducible pseudo-random bytes.
 #pragma once
 
 #include <memory>
@@ -36,12 +35,12 @@ void collect_expected(const Cfb_Fs_Item_DirNode& root, std::vector<Expected_Stre
 
 std::string utf16_to_utf8(const std::u16string& units);
 
-// The sidecar manifest of a shape, read by olefile_check.py: JSON naming the file, its streams
-// (path as a list of names, size, CRC-32 of the bytes) and its storages.
+// The manifest olefile_check.py reads: JSON listing the streams (path, size, CRC-32 of the
+// bytes) and the storages.
 std::string manifest_json(const Sample_Shape& shape);
 
-// Writes <folder>/<name>.cfb and its manifest <folder>/<name>.cfb.json; false on a write
-// failure, with the failing path in `error`.
+// Writes <folder>/<name>.cfb and <folder>/<name>.cfb.json; false on a write failure, with the
+// failing path in `error`.
 bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, std::string& error);
 
 }  // namespace vrk::test
