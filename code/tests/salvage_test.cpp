@@ -1,6 +1,7 @@
-// Salvage of damaged compound files made by the builder: one table of damages, each applied
-// over the writer layouts, and random files under random damage. Every check compares the
-// salvaged bytes with the bytes the file was built from, never with the salvage's own output.
+// Salvage of damaged compound files made by the builder: one table of damages over the writer
+// layouts, the header's damages over every sample shape, files built for one case each, and
+// random files under random damage. Salvaged bytes are compared with the bytes the file was
+// built from, never with the salvage's own output.
 #include "cfb_vornak/salvage/Salvage.h"
 
 #include <gtest/gtest.h>
@@ -22,9 +23,12 @@
 namespace vrk {
 namespace {
 
-using test::minisat_entry_offset;
 using test::sat_entry_offset;
 using Streams = std::map<std::u16string, std::vector<uint8_t>>;  // path -> original bytes
+
+std::u16string u16(const std::string& ascii) {
+    return {ascii.begin(), ascii.end()};
+}
 
 struct Sample {
     std::vector<uint8_t> bytes;
@@ -33,7 +37,7 @@ struct Sample {
     Streams older;  // an older save's: where the live directory is gone, they are the file's
 };
 
-Sample build(const Cfb_Fs_Item_DirNode& root, const Builder_Options& options) {
+Sample build(const Cfb_Fs_Item_DirNode& root, const Builder_Options& options = {}) {
     Sample s;
     s.bytes = build_compound_file(root, options, &s.layout);
     std::vector<test::Expected_Stream> streams;
@@ -92,7 +96,8 @@ struct Outcome {
 
 // Salvages `damaged` and holds every stream reported recovered or inferred against the
 // original it stands for: its own path (an orphan's below "orphans/", maybe deeper in the tree
-// when its storage is gone), or, for a record with a broken name, the original's of its id.
+// when its storage is gone), or, for a record with a broken name (named record_<id>), the
+// original's of its id.
 Outcome run(const Sample& s, const std::vector<uint8_t>& damaged) {
     Outcome o;
     o.result = salvage_bytes(damaged.data(), damaged.size());
@@ -100,9 +105,14 @@ Outcome run(const Sample& s, const std::vector<uint8_t>& damaged) {
         const Salvaged_Entry& e = o.result.entries[i];
         if (e.object_type != 2) continue;
         std::u16string path = o.result.path_of(i);
-        if (e.orphan) path = path.substr(std::u16string(u"orphans/").size());
+        if (e.orphan) {
+            EXPECT_EQ(path.rfind(u"orphans/", 0), 0u);
+            path = path.substr(std::u16string(u"orphans/").size());
+        }
         for (const auto& place : s.layout.streams) {
-            if (e.bad_name && place.bad_name && place.did == e.did) path = place.path;
+            if (!e.bad_name || !place.bad_name || place.did != e.did) continue;
+            EXPECT_EQ(e.name, u16("record_" + std::to_string(e.did)));
+            path = place.path;
         }
         o.states[path] = e.state;
         if (e.state != Salvage_State::recovered && e.state != Salvage_State::inferred) continue;
@@ -168,10 +178,6 @@ Check all_but(const std::function<std::set<std::u16string>(const Sample&)>& hit)
     };
 }
 
-void none_wrong(const Sample&, const Outcome& o, const std::string& where) {
-    EXPECT_EQ(o.wrong, 0u) << where;
-}
-
 void zero_sat_position(const Sample& s, std::vector<uint8_t>& d, std::size_t position) {
     test::zero_range(d, s.layout.file_offset_of(s.layout.sat_sids[position]), s.layout.sector_size);
 }
@@ -187,30 +193,15 @@ const Build_Layout::Stream_Place* stream_with(const Sample& s, bool mini) {
 struct Damage_Row {
     std::string name;
     Damage damage;
-    Check check;
+    Check check = all_back;
 };
 
-// A chain that closes on itself (its last link names its first sector): the others come back.
-Damage_Row ring(bool mini) {
-    return {mini ? "ring: a mini stream's chain" : "ring: a stream's chain",
-            [mini](const Sample& s, auto& d, auto&) {
-                if (const auto* p = stream_with(s, mini))
-                    test::patch_u32(d,
-                                    mini ? minisat_entry_offset(s.layout, p->chain.back())
-                                         : sat_entry_offset(s.layout, p->chain.back()),
-                                    p->chain.front());
-            },
-            all_but([mini](const Sample& s) {
-                const auto* p = stream_with(s, mini);
-                return p == nullptr ? std::set<std::u16string>{}
-                                    : std::set<std::u16string>{p->path};
-            })};
-}
-
-// The header's damages: whole, random, the DISAT array, then each field in turn.
-std::vector<std::pair<std::string, Damage>> header_damages() {
+// The header's damages (whole, random, the DISAT array, each field in turn), then the tables'.
+// The header's rows come first and also run over every sample shape.
+constexpr std::size_t kHeaderRows = 25;
+std::vector<Damage_Row> damage_table() {
     using namespace test::offsets;
-    std::vector<std::pair<std::string, Damage>> out = {
+    std::vector<Damage_Row> rows = {
         {"header zeroed", [](const Sample&, auto& d, auto&) { test::zero_range(d, 0, 512); }},
         {"header random",
          [](const Sample&, auto& d, auto& rng) {
@@ -237,56 +228,58 @@ std::vector<std::pair<std::string, Damage>> header_damages() {
         {kNumMinisatSecs, 7},   {kFirstDisatSid, 3},       {kNumDisatSecs, 0x7FFFFFFF},
         {kHeaderDisat, 5},      {kHeaderDisat, FREESECT}};
     for (const auto& [offset, value] : fields) {
-        out.push_back({"field at " + std::to_string(offset) + " = " + std::to_string(value),
-                       [offset = offset, value = value](const Sample&, auto& d, auto&) {
-                           if (offset > 0 && offset < kNumDirSecs) {
-                               test::patch_u16(d, offset, static_cast<uint16_t>(value));
-                           } else {
-                               test::patch_u32(d, offset, value);
-                           }
-                       }});
+        rows.push_back({"field at " + std::to_string(offset) + " = " + std::to_string(value),
+                        [offset = offset, value = value](const Sample&, auto& d, auto&) {
+                            if (offset > 0 && offset < kNumDirSecs) {
+                                test::patch_u16(d, offset, static_cast<uint16_t>(value));
+                            } else {
+                                test::patch_u32(d, offset, value);
+                            }
+                        }});
     }
-    return out;
-}
-
-std::vector<Damage_Row> damage_table() {
-    std::vector<Damage_Row> rows{{"none", [](const Sample&, auto&, auto&) {}, all_back}};
-    for (auto& [name, damage] : header_damages()) rows.push_back({name, damage, all_back});
-    const auto sat_sector_zeroed = [](bool last) -> Damage_Row {
-        // What the sector does not describe comes back; what it does is inferred (right in
-        // files laid out in runs), partial or lost, never recovered wrong.
-        const auto position = [last](const Sample& s) {
-            return last ? s.layout.sat_sids.size() - 1 : 0;
-        };
-        return {last ? "last SAT sector zeroed" : "first SAT sector zeroed",
-                [=](const Sample& s, auto& d, auto&) { zero_sat_position(s, d, position(s)); },
-                all_but([=](const Sample& s) {
-                    const uint64_t per = s.layout.sector_size / 4;
-                    return touched(s.layout, position(s) * per, (position(s) + 1) * per);
-                })};
-    };
-    rows.push_back(sat_sector_zeroed(false));
-    rows.push_back(sat_sector_zeroed(true));
-    rows.push_back(ring(false));
-    rows.push_back(ring(true));
-    rows.push_back({"ring: the directory chain",
-                    [](const Sample& s, auto& d, auto&) {
+    rows.push_back({"none", [](const Sample&, auto&, auto&) {}});
+    // What the SAT sector does not describe comes back; what it does is inferred (right in files
+    // laid out in runs), partial or lost, never recovered wrong.
+    for (const bool last : {false, true}) {
+        const auto at = [last](const Sample& s) { return last ? s.layout.sat_sids.size() - 1 : 0; };
+        rows.push_back({last ? "last SAT sector zeroed" : "first SAT sector zeroed",
+                        [=](const Sample& s, auto& d, auto&) { zero_sat_position(s, d, at(s)); },
+                        all_but([=](const Sample& s) {
+                            const uint64_t per = s.layout.sector_size / 4;
+                            return touched(s.layout, at(s) * per, (at(s) + 1) * per);
+                        })});
+    }
+    // A chain that closes on itself (its last link names its first sector): the others come back.
+    for (const bool mini : {false, true}) {
+        rows.push_back({mini ? "ring: a mini stream's chain" : "ring: a stream's chain",
+                        [mini](const Sample& s, auto& d, auto&) {
+                            if (const auto* p = stream_with(s, mini))
+                                test::patch_u32(
+                                    d,
+                                    mini ? test::minisat_entry_offset(s.layout, p->chain.back())
+                                         : sat_entry_offset(s.layout, p->chain.back()),
+                                    p->chain.front());
+                        },
+                        all_but([mini](const Sample& s) {
+                            const auto* p = stream_with(s, mini);
+                            return p == nullptr ? std::set<std::u16string>{} : std::set{p->path};
+                        })});
+    }
+    rows.push_back({"ring: the directory chain", [](const Sample& s, auto& d, auto&) {
                         const std::vector<sid_t>& dir = s.layout.directory_sids;
                         test::patch_u32(d, sat_entry_offset(s.layout, dir.back()), dir.front());
-                    },
-                    all_back});
+                    }});
     rows.push_back({"cut inside the directory",
                     [](const Sample& s, auto& d, auto&) {
                         d.resize(s.layout.file_offset_of(s.layout.directory_sids[0]) + 200);
                     },
-                    none_wrong});
-    rows.push_back({"junk appended",
-                    [](const Sample&, auto& d, auto& rng) {
-                        const std::vector<uint8_t> junk =
-                            test::random_bytes(3000 + rng() % 6000, rng());
+                    [](const Sample&, const Outcome& o, const std::string& where) {
+                        EXPECT_EQ(o.wrong, 0u) << where;
+                    }});
+    rows.push_back({"junk appended", [](const Sample&, auto& d, auto& rng) {
+                        const auto junk = test::random_bytes(3000 + rng() % 6000, rng());
                         d.insert(d.end(), junk.begin(), junk.end());
-                    },
-                    all_back});
+                    }});
     return rows;
 }
 
@@ -351,10 +344,10 @@ TEST(SalvageDamage, Table) {
     for (const std::string& name : test::sample_shape_names()) {
         const test::Sample_Shape shape = test::make_sample_shape(name);
         const Sample s = build(*shape.root, shape.options);
-        for (const auto& [damage_name, damage] : header_damages()) {
+        for (std::size_t r = 0; r < kHeaderRows; ++r) {
             std::vector<uint8_t> d = s.bytes;
-            damage(s, d, rng);
-            all_back(s, run(s, d), name + ", " += damage_name);
+            rows[r].damage(s, d, rng);
+            all_back(s, run(s, d), name + ", " + rows[r].name);
         }
     }
 }
@@ -367,9 +360,6 @@ TEST(SalvageProperty, NoWrongByteReportedRecovered) {
     for (const Damage_Row& row : damage_table()) table.push_back(row.damage);
     const std::vector<Damage> randoms = {
         [](const Sample&, auto& d, auto& rng) { test::patch_u32(d, 4 * (rng() % 128), rng()); },
-        [](const Sample& s, auto& d, auto& rng) {
-            zero_sat_position(s, d, rng() % s.layout.sat_sids.size());
-        },
         [](const Sample& s, auto& d, auto& rng) {
             const std::vector<sid_t>& dir = s.layout.directory_sids;
             const auto sectors = static_cast<uint32_t>(d.size() / s.layout.sector_size);
@@ -407,52 +397,67 @@ TEST(SalvageProperty, NoWrongByteReportedRecovered) {
     EXPECT_GT(recovered, streams / 2);
 }
 
-// What the reports say besides the bytes: orphans and broken names where they belong, a
-// sound file complete, the older save's directory seen and not taken.
-TEST(SalvageDamage, OrphansNamesAndCopies) {
+// Files built for one case each, every stream back whole: an older save before the live file
+// with an orphan and a broken name (the older directory seen and not taken); a header whose
+// DISAT names the older save's SAT sector (the file's first sector, a sound table of its own
+// that marks the live directory's sector free: the later save wins); tables where DISAT sectors
+// are in use and the MiniSAT outnumbers the SAT (a MiniSAT sector's mini chains look like SAT
+// links), with compound files kept as streams, whose root records must not hide the file's own.
+TEST(SalvageDamage, BuiltCases) {
+    std::vector<std::pair<std::string, Sample>> cases;
     Builder_Options o;
     o.orphans = 1;
     o.bad_record = Bad_Record::name_length;
     o.tables_at_end = true;
-    Sample s = random_sample(11, o, 20, true);
-    test::zero_range(s.bytes, 0, 512);
-    const Outcome out = run(s, s.bytes);
-    all_back(s, out, "orphans, bad name, older save");
-    EXPECT_TRUE(out.result.complete());
-    std::set<std::u16string> salvaged;
-    for (std::size_t i = 0; i < out.result.entries.size(); ++i)
-        salvaged.insert(out.result.path_of(i));
-    for (const auto& place : s.layout.streams) {
-        const std::string did = std::to_string(place.did);
-        const std::u16string name =
-            place.bad_name ? u"record_" + std::u16string(did.begin(), did.end()) : place.path;
-        EXPECT_EQ(salvaged.count(place.orphan ? u"orphans/" + name : name), 1u)
-            << test::utf16_to_utf8(name);
-    }
-    ASSERT_EQ(out.result.directories.size(), 2u);
-    EXPECT_FALSE(out.result.directories[0].taken);  // the older save's, first in the file
-    EXPECT_TRUE(out.result.directories[1].taken);
-    EXPECT_EQ(out.result.layout(), "content");
-}
-
-// A header whose DISAT names the older save's SAT sector (the file's first sector, a sound
-// table of its own that marks the live directory's sector free) beside the live directory: the
-// header contradicts itself, and the later save wins.
-TEST(SalvageDamage, HeaderNamingAnOlderSatSector) {
+    cases.emplace_back("older save, orphan, bad name", random_sample(11, o, 20, true));
+    test::zero_range(cases.back().second.bytes, 0, 512);
     for (uint32_t seed = 1; seed <= 4; ++seed) {
         Cfb_Fs_Item_DirNode older;
         older.add_stream(u"Current User", test::random_bytes(47, seed));
         older.add_stream(u"Data", test::random_bytes(5000, seed + 1));
-        Builder_Options o;
-        o.older_save = build_compound_file(older);
+        Builder_Options after;
+        after.older_save = build_compound_file(older);
         Cfb_Fs_Item_DirNode live;
         live.add_stream(u"Current User", test::random_bytes(62, seed));
         live.add_stream(u"Data", test::random_bytes(6000 + seed, seed + 2));
-        Sample s = build(live, o);
-        ASSERT_LT(s.layout.directory_sids.front(), s.layout.sector_size / 4);
-        test::patch_u32(s.bytes, test::offsets::kHeaderDisat, 0);
-        all_back(s, run(s, s.bytes), "seed " + std::to_string(seed));
+        cases.emplace_back("DISAT names the older SAT, seed " + std::to_string(seed),
+                           build(live, after));
+        ASSERT_LT(cases.back().second.layout.directory_sids.front(), 128u);
+        test::patch_u32(cases.back().second.bytes, test::offsets::kHeaderDisat, 0);
     }
+    Cfb_Fs_Item_DirNode large;
+    Cfb_Fs_Item_DirNode inner;
+    inner.add_stream(u"x", test::random_bytes(3000, 1));
+    for (int i = 0; i < 2018; ++i) {
+        const std::string n = std::to_string(i);
+        if (i < 2000) {
+            large.add_stream(u16("m" + n), test::random_bytes(1 + (i * 7919) % 4000, i));
+        } else {
+            large.add_stream(
+                u16((i < 2006 ? "big" : "obj") + n),
+                i < 2006 ? test::random_bytes(1000000, i) : build_compound_file(inner));
+        }
+    }
+    for (const bool at_end : {false, true}) {
+        Builder_Options tables;
+        tables.tables_at_end = at_end;
+        const Sample s = build(large, tables);
+        ASSERT_FALSE(s.layout.disat_sids.empty());
+        ASSERT_GT(s.layout.minisat_sids.size(), s.layout.sat_sids.size());
+        const std::pair<uint64_t, uint64_t> zeroed[] = {
+            {0, 512}, {76, 4 * 109}, {s.layout.file_offset_of(s.layout.disat_sids[0]), 512}};
+        for (const auto& [offset, length] : zeroed) {
+            cases.emplace_back("large tables, zeroed at " + std::to_string(offset), s);
+            test::zero_range(cases.back().second.bytes, offset, length);
+        }
+    }
+    for (const auto& [name, s] : cases) all_back(s, run(s, s.bytes), name);
+    const Salvage_Result first = run(cases[0].second, cases[0].second.bytes).result;
+    EXPECT_TRUE(first.complete());
+    ASSERT_EQ(first.directories.size(), 2u);
+    EXPECT_FALSE(first.directories[0].taken);  // the older save's, first in the file
+    EXPECT_TRUE(first.directories[1].taken);
+    EXPECT_EQ(first.layout(), "content");
 }
 
 // Two copies of the directory that the evidence cannot tell apart (the copy, in a sector the
@@ -490,39 +495,6 @@ TEST(SalvageDamage, IndistinguishableCopiesAreAmbiguous) {
         EXPECT_EQ(e.candidates.size(), 2u);
         EXPECT_EQ(answers, (std::set<std::vector<uint8_t>>{
                                whole, std::vector<uint8_t>(whole.begin(), whole.begin() + 47)}));
-    }
-}
-
-// Tables of a size where DISAT sectors are in use and the MiniSAT outnumbers the SAT (a
-// MiniSAT sector's mini chains look just like SAT links), and compound files kept as streams
-// before the directory: their root records must not hide the file's own.
-TEST(SalvageDamage, LargeTablesAndEmbeddedFiles) {
-    Cfb_Fs_Item_DirNode root;
-    for (int i = 0; i < 2000; ++i) {
-        root.add_stream(
-            {u'm', char16_t(u'a' + i % 26), char16_t(u'a' + i / 26 % 26), char16_t(u'a' + i / 676)},
-            test::random_bytes(1 + (i * 7919) % 4000, i));
-    }
-    for (int i = 0; i < 6; ++i)
-        root.add_stream(u"big" + std::u16string(1, char16_t(u'0' + i)),
-                        test::random_bytes(1000000, i));
-    Cfb_Fs_Item_DirNode inner;
-    inner.add_stream(u"x", test::random_bytes(3000, 1));
-    for (int i = 0; i < 12; ++i)
-        root.add_stream(u"obj" + std::u16string(1, char16_t(u'a' + i)), build_compound_file(inner));
-    for (const bool at_end : {false, true}) {
-        Builder_Options o;
-        o.tables_at_end = at_end;
-        const Sample s = build(root, o);
-        ASSERT_FALSE(s.layout.disat_sids.empty());
-        ASSERT_GT(s.layout.minisat_sids.size(), s.layout.sat_sids.size());
-        const std::pair<uint64_t, uint64_t> zeroed[] = {
-            {0, 512}, {76, 4 * 109}, {s.layout.file_offset_of(s.layout.disat_sids[0]), 512}};
-        for (const auto& [offset, length] : zeroed) {
-            std::vector<uint8_t> d = s.bytes;
-            test::zero_range(d, offset, length);
-            all_back(s, run(s, d), "large tables, zeroed at " + std::to_string(offset));
-        }
     }
 }
 
