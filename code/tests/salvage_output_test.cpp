@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
@@ -35,10 +36,9 @@ std::vector<uint8_t> header_zeroed(const Cfb_Fs_Item_DirNode& root, const Builde
 
 TEST(SalvageNames, UnsafeNamesBecomeSafeComponents) {
     for (const std::wstring& name :
-         {std::wstring(), std::wstring(L"."), std::wstring(L".."), std::wstring(L"a/b"),
-          std::wstring(L"a\\b"), std::wstring(L"../x"), std::wstring(L"a\0b", 3),
-          std::wstring(L"CON"), std::wstring(L"nul.txt"), std::wstring(L"end."),
-          std::wstring(L"end "), std::wstring(L"x:y"), std::wstring(L"\x01\x1f")}) {
+         {std::wstring(), std::wstring(L".."), std::wstring(L"a/b"), std::wstring(L"a\\b"),
+          std::wstring(L"a\0b", 3), std::wstring(L"nul.txt"), std::wstring(L"end "),
+          std::wstring(L"x:y"), std::wstring(L"\x01\x1f")}) {
         const std::wstring safe = safe_component(name);
         EXPECT_FALSE(safe.empty());
         EXPECT_FALSE(is_refused_file_name(safe)) << platform::to_utf8(safe);
@@ -52,17 +52,13 @@ TEST(SalvageNames, UnsafeNamesBecomeSafeComponents) {
 // inside the folder.
 TEST(SalvageExtract, NothingLeavesTheFolder) {
     Cfb_Fs_Item_DirNode root;
-    std::set<std::string> contents;
-    const auto add = [&](Cfb_Fs_Item_DirNode& dir, const std::u16string& name, std::size_t n) {
-        contents.insert(text(dir.add_stream(name, test::random_bytes(n, n)).data));
-    };
-    add(root, u"..", 100);
-    add(root, u"a/b", 5000);
-    add(root, u"CON", 10);
-    add(root, u"lost", 20);
     Cfb_Fs_Item_DirNode& sub = root.add_storage(u".");
-    add(sub, u"x", 30);
-    add(sub, u"y\\z", 40);
+    const std::tuple<Cfb_Fs_Item_DirNode*, const char16_t*, std::size_t> streams[] = {
+        {&root, u"..", 100},  {&root, u"a/b", 5000}, {&root, u"CON", 10},
+        {&root, u"lost", 20}, {&sub, u"x", 30},      {&sub, u"y\\z", 40}};
+    std::set<std::string> contents;
+    for (const auto& [dir, name, n] : streams)
+        contents.insert(text(dir->add_stream(name, test::random_bytes(n, n)).data));
     const std::vector<uint8_t> file = header_zeroed(root);
     const Salvage_Result r = salvage_bytes(file.data(), file.size());
     ASSERT_EQ(r.count(Salvage_State::recovered), 6u) << salvage_report_text(r);
