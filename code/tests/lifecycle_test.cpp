@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -28,17 +29,69 @@ std::wstring work_folder() {
     return access_work_folder(kSlotRead, nullptr, &work) ? work : L"(none)";
 }
 
-// The logger starts once per process, so this executable's story is one test, in order.
-TEST(Lifecycle, InitFallsBackDestroyDumpsAndSecondInitKeepsTheLogger) {
+std::set<std::string> current_folder_listing() {
+    std::set<std::string> names;
+    for (const auto& entry : stdfs::recursive_directory_iterator(".")) {
+        names.insert(entry.path().string());
+    }
+    return names;
+}
+
+// Before any VrkCfbInit the exports refuse and leave no trace on disk.
+TEST(Lifecycle, BeforeInitExportsRefuseAndWriteNothing) {
+    const auto before = current_folder_listing();
+    EXPECT_EQ(VrkCfbDestroy(), 0);
+    EXPECT_EQ(VrkCfbFileCheck("input.doc"), -3103);
+    EXPECT_EQ(last_error_code(get_error_store()), ec::kObjectInitFailed);
+    EXPECT_EQ(VrkCfbAnalysis("input.doc", "out"), -3103);
+    EXPECT_EQ(VrkCfbGeneralRepair("input.doc", "out.doc"), -3103);
+    EXPECT_EQ(VrkCfbAnalysis(nullptr, nullptr), -3103);  // before the arguments are looked at
+    // The password is checked first: null is refused without any repair. A stored password
+    // pushes no record, so the thread's previous record (code 4) is still the setter's result
+    // and the repair does not run; after a success-neutral record it runs and finds the
+    // library not started.
+    EXPECT_EQ(VrkCfbAdvanceRepair("input.doc", "out.doc", nullptr), -3101);
+    EXPECT_EQ(last_error_code(get_error_store()), ec::kInvalidArgument);
+    EXPECT_EQ(VrkCfbAdvanceRepair("input.doc", "out.doc", "secret"), -3101);
+    EXPECT_EQ(VrkCfbDestroy(), 0);
+    EXPECT_EQ(VrkCfbAdvanceRepair("input.doc", "out.doc", "secret"), -3103);
+    // A null work folder is refused before anything is created or started.
+    EXPECT_EQ(VrkCfbInit("logs", "config", nullptr), 4);
+    EXPECT_FALSE(Cfb_Logger::is_init());
+    std::wstring work;
+    EXPECT_FALSE(access_work_folder(kSlotRead, nullptr, &work));
+    EXPECT_EQ(VrkCfbDestroy(), 0);
+    EXPECT_EQ(current_folder_listing(), before);
+}
+
+// A first start whose log file cannot be opened falls back to ".\Logs\cfb_repair_sdk.log" in
+// the current folder and still counts as started; the logger keeps that start from then on.
+TEST(Lifecycle, AFirstLoggerStartWithAnUnusableFolderFallsBackToDefaults) {
+    test::Temp_Folder folder("fallback");
     stdfs::remove_all("Logs");
+    ASSERT_TRUE(Cfb_Logger::start("cfg", "my_tag", folder.narrow() + "/missing/deeper"));
+    EXPECT_TRUE(Cfb_Logger::is_init());
+    std::string log_dir;
+    ASSERT_TRUE(Cfb_Logger::get_log_dir(log_dir));
+    EXPECT_EQ(log_dir, kDefaultLogs);
+    EXPECT_FALSE(stdfs::exists(folder / "missing"));
+    CFB_LOG_ERROR("to the fallback file");
+    const std::string text = test::read_file(stdfs::path("Logs") / "cfb_repair_sdk.log");
+    EXPECT_NE(text.find("]->info: to the fallback file\n"), std::string::npos) << text;
+}
+
+// Init's fallbacks, the dump and a second init, in order after the logger's first start.
+TEST(Lifecycle, InitFallsBackDestroyDumpsAndSecondInitKeepsTheLogger) {
     stdfs::remove_all("config");
+    EXPECT_EQ(VrkCfbDestroy(), 0);
+    const std::size_t earlier =
+        count_of(test::read_file(kDumpFile), "err_info:[Invalid argument] \n");
     // Empty folders fall back to .\Logs and .\config, each with a record of code 4; the final
     // record is 0. The work folder is only remembered, not created; the password slot cleared.
     std::wstring password = L"stale";
     ASSERT_TRUE(access_password(kSlotStore, &password, nullptr));
     ASSERT_EQ(VrkCfbInit("", "", "work"), 0);
     EXPECT_TRUE(stdfs::is_directory("config"));
-    EXPECT_TRUE(stdfs::exists(stdfs::path("Logs") / "cfb_repair_sdk.log"));
     std::string log_dir;
     ASSERT_TRUE(Cfb_Logger::get_log_dir(log_dir));
     EXPECT_EQ(log_dir, kDefaultLogs);
@@ -52,7 +105,7 @@ TEST(Lifecycle, InitFallsBackDestroyDumpsAndSecondInitKeepsTheLogger) {
     ASSERT_EQ(VrkCfbDestroy(), 0);
     const std::string first = test::read_file(kDumpFile);
     EXPECT_EQ(first.rfind("dump_all_error_info begin -----------------------\n", 0), 0U);
-    EXPECT_EQ(count_of(first, "err_info:[Invalid argument] \n"), 2U);
+    EXPECT_EQ(count_of(first, "err_info:[Invalid argument] \n"), earlier + 2);
     std::thread([] { VRK_PUSH_ERROR(ec::kCfbOpenFailed); }).join();
     ASSERT_EQ(VrkCfbDestroy(), 0);
     const std::string second = test::read_file(kDumpFile);
