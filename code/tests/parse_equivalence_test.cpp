@@ -1,24 +1,18 @@
-// The fast table and directory readers and the fast release against the literal byte-wise
-// procedures, on built files and on randomly damaged ones: the same results, the same error
-// lines, the same failure text, the same released files.
+// The fast table and directory readers against the literal byte-wise procedures, on built
+// files and on randomly damaged ones: the same results, the same error lines, the same failure
+// text.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <random>
 #include <stdexcept>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/model/Sector_Chains.h"
-#include "cfb_vornak/model/Tree_Release.h"
-#include "common/fs_utils.h"
-#include "common/platform.h"
-#include "support/analysis_samples.h"
 #include "support/cfb_patch.h"
 #include "support/literal_tables.h"
 #include "support/parse_samples.h"
-#include "support/test_folders.h"
 
 namespace vrk {
 namespace {
@@ -109,7 +103,7 @@ class Random_Image {
         return image.bytes;
     }
 
-    // Built files under the damage the release meets: random words, headers whose sector or
+    // Built files under the damage real files show: random words, headers whose sector or
     // mini sector size is not the file's, a header DISAT entry naming the last sector (whose
     // data then stands for the SAT), files cut anywhere, the container cut away included.
     std::vector<uint8_t> damaged_built_image() {
@@ -150,33 +144,6 @@ class Random_Image {
     std::mt19937 m_rng;
 };
 
-// The fast release of a parsed object (runs copied between the files) against the literal
-// one: the same files with the same bytes, the same folders, the same failure.
-void check_release(Cfb_File& full, const std::string& label) {
-    const test::Literal_Release literal = test::literal_release(full);
-    const std::filesystem::path out = std::filesystem::absolute("release_equivalence");
-    test::remove_tree(out);
-    full.m_output = test::describe(platform::from_path(out));
-    test::Literal_Release fast;
-    try {
-        release_cfb_directory_tree(full);
-    } catch (const std::logic_error& failure) {
-        fast.thrown = failure.what();
-    }
-    const std::wstring folder = release_folder(full);
-    for (const std::string& name : test::folder_names(folder)) {
-        const std::wstring path = folder + platform::from_utf8(name);
-        if (fs::is_folder(path)) {
-            fast.folders.insert(name);
-        } else {
-            fast.files[name] = test::read_bytes(path);
-        }
-    }
-    ASSERT_EQ(fast.thrown, literal.thrown) << label;
-    ASSERT_EQ(fast.folders, literal.folders) << label;
-    ASSERT_EQ(fast.files, literal.files) << label;
-}
-
 void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
     if (bytes.size() < 1024) return;
     const File_Description in = test::write_sample("equivalence.cfb", bytes);
@@ -214,7 +181,6 @@ void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
         Cfb_File full(in, File_Description{});
         ASSERT_EQ(difference(full, l), "") << label << " (full)";
         EXPECT_EQ(full.object_state, Object_State::parsed);
-        check_release(full, label);
     } catch (const std::logic_error& failure) {
         thrown = failure.what();
     }

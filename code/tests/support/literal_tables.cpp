@@ -1,13 +1,9 @@
 #include "support/literal_tables.h"
 
 #include <algorithm>
+#include <set>
 #include <stdexcept>
 #include <tuple>
-
-#include "cfb_vornak/model/Cfb_Directory_Tree.h"
-#include "cfb_vornak/model/Safe_Name.h"
-#include "cfb_vornak/model/Tree_Release.h"
-#include "common/platform.h"
 
 namespace vrk::test {
 namespace {
@@ -130,42 +126,6 @@ void literal_container(Cfb_File& f, Literal_Parse& r) {
     r.mini_sector_count = size >> (f.header.mini_sector_shift % 32u);
 }
 
-// One stream; false when no file is written. Throws what the door throws.
-bool literal_stream(Cfb_File& f, const Directory_Entry& record, std::vector<uint8_t>& bytes) {
-    const sid_t start = record.start_sid;
-    const uint32_t size = record.stream_size;
-    const bool normal = size > f.header.mini_stream_cutoff_size;
-    const uint32_t shift = normal ? f.header.sector_shift : f.header.mini_sector_shift;
-    const uint64_t unit = uint64_t{1} << (shift % 32u);
-    // The highest id of each table: the last whole 512-byte sector of the file; the last mini
-    // sector wholly inside the container, which has none when it is shorter than one.
-    const std::vector<uint8_t>& container = f.short_stream_container;
-    const bool any_mini = container.size() >= unit;
-    const uint64_t highest = normal ? f.max_sid : any_mini ? container.size() / unit - 1 : 0;
-    const auto past = [&](sid_t id) { return id > highest || (!normal && !any_mini); };
-    if (start > 0xFFFFFFFBu || size == 0 || past(start)) return false;
-    const sids_list chain = normal ? literal_walk(f.big_sids_array, start, 99999)
-                                   : literal_walk(f.minisat_big_sids_array, start, 9999);
-    uint64_t remaining = size;
-    uint64_t taken = 0;
-    for (std::size_t i = 0; i < chain.size() && chain[i] != ENDOFCHAIN && taken < size; ++i) {
-        const sid_t id = chain[i];
-        if (id > 0xFFFFFFFBu || past(id)) return false;
-        const uint64_t n = std::min<uint64_t>(remaining, unit);
-        std::vector<uint8_t> piece(static_cast<std::size_t>(n));
-        if (normal) {
-            f.door().copy_data_to_mem((id + uint64_t{1}) * unit, n, piece.data());
-        } else {
-            std::copy_n(container.begin() + static_cast<std::ptrdiff_t>(id * unit), n,
-                        piece.begin());
-        }
-        bytes.insert(bytes.end(), piece.begin(), piece.end());
-        remaining -= n;
-        ++taken;
-    }
-    return true;
-}
-
 }  // namespace
 
 Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t at, uint32_t did) {
@@ -274,31 +234,6 @@ Literal_Parse literal_parse(Cfb_File& file) {
         literal_table(file, r, true);
         literal_directory(file, r);
         literal_container(file, r);
-    } catch (const std::logic_error& failure) {
-        r.thrown = failure.what();
-    }
-    return r;
-}
-
-Literal_Release literal_release(Cfb_File& file) {
-    Literal_Release r;
-    const Cfb_Directory_Entry_AbstractNode* root =
-        file.cfb_directory_tree ? file.cfb_directory_tree->root : nullptr;
-    if (root == nullptr || !root->is_dir()) return r;
-    try {
-        for (const auto* child : static_cast<const Cfb_Directory_Entry_DirNode*>(root)->children) {
-            if (child == nullptr || child->index >= file.directory_entrys.size()) continue;
-            const Directory_Entry& record = file.directory_entrys[child->index];
-            const std::wstring name = entry_file_name(record);
-            if (is_refused_file_name(name)) continue;
-            const std::string utf8 = platform::to_utf8(name);
-            std::vector<uint8_t> bytes;
-            if (child->is_dir()) {
-                if (r.files.count(utf8) == 0) r.folders.insert(utf8);
-            } else if (literal_stream(file, record, bytes) && r.folders.count(utf8) == 0) {
-                r.files[utf8] = bytes;
-            }
-        }
     } catch (const std::logic_error& failure) {
         r.thrown = failure.what();
     }

@@ -1,15 +1,13 @@
 // The parse steps of the allocation tables, the MiniSAT, the short-stream container and the
-// directory, and the release of the root's streams, done the slow literal way: every 32-bit
-// entry as four single-byte reads through the door, every directory field as its own run
-// copy, visited and head sets as std::set, a released stream collected id by id through the
-// door's byte-wise copy. The equivalence tests hold the library's fast paths to these results.
+// directory done the slow literal way: every 32-bit entry as four single-byte reads through
+// the door, every directory field as its own run copy, visited and head sets as std::set. The
+// equivalence tests hold the library's fast paths to these results.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -56,21 +54,6 @@ sids_list literal_walk(const sids_array& table, sid_t start, uint32_t limit = 99
 
 // The 128-byte directory record at `offset`, every field read as its own run copy.
 Directory_Entry literal_directory_entry(File_Anywhere_Door& door, uint64_t offset, uint32_t did);
-
-// What the release of the root's children leaves: each stream's file (by UTF-8 name) and each
-// storage's folder (files and folders share one name space: the first keeps the name), and
-// the failure that ended the release, if any.
-struct Literal_Release {
-    std::map<std::string, std::vector<uint8_t>> files;
-    std::set<std::string> folders;
-    std::string thrown;
-};
-
-// The release of a fully parsed object, stream by stream: the chain walked through the whole
-// SAT or MiniSAT, the bytes collected one id at a time (through the door's copy for a normal
-// stream, from the short-stream container for a mini stream), the file kept only once the
-// whole stream is collected.
-Literal_Release literal_release(Cfb_File& file);
 
 // True when every field of the two records (of the two lists, of the two layouts) is equal.
 bool same_entry(const Directory_Entry& a, const Directory_Entry& b);
