@@ -4,8 +4,10 @@
 
 namespace vrk {
 
-Input_Blocks::Input_Blocks(Input_View& view, std::size_t block_size)
-    : m_view(view), m_block_size(std::max<std::size_t>(block_size, 1)) {}
+Input_Blocks::Input_Blocks(Input_View& view, std::size_t block_size, std::size_t buffers)
+    : m_view(view),
+      m_block_size(std::max<std::size_t>(block_size, 1)),
+      m_buffers(std::max<std::size_t>(buffers, 1)) {}
 
 void Input_Blocks::finish() {
     if (m_done && m_filled != 0) m_done(m_start, m_base, static_cast<std::size_t>(m_filled));
@@ -23,10 +25,12 @@ const uint8_t* Input_Blocks::refill(uint64_t offset, std::size_t length) {
         m_filled = wanted;
         return m_base;
     }
-    if (m_block.size() < wanted) m_block.resize(static_cast<std::size_t>(wanted));
-    m_base = m_block.data();
+    Aligned_Bytes& buffer = m_buffers[m_next_buffer];
+    m_next_buffer = (m_next_buffer + 1) % m_buffers.size();
+    if (buffer.size() < wanted) buffer.resize(static_cast<std::size_t>(wanted));
+    m_base = buffer.data();
     m_start = offset;
-    m_filled = m_view.read_up_to(offset, wanted, m_block.data());
+    m_filled = m_view.read_up_to(offset, wanted, buffer.data());
     // Only the caller's range must be there: the rest of the block is read ahead.
     if (m_filled < length) m_view.fail_at(offset + m_filled);
     return m_base;

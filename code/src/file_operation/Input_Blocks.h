@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "common/aligned_bytes.h"
 #include "file_operation/Input_View.h"
@@ -20,7 +21,11 @@ class Input_Blocks {
     // Receives a block the pass is done with: its offset in the file and its bytes.
     using Block_Done = std::function<void(uint64_t offset, const uint8_t* bytes, std::size_t size)>;
 
-    explicit Input_Blocks(Input_View& view, std::size_t block_size = kBlockSize);
+    // With `buffers` above 1 the blocks are read into that many buffers in turn, so that a
+    // receiver (on_block_done) may keep a block's bytes until buffers - 1 later blocks have
+    // been handed over.
+    explicit Input_Blocks(Input_View& view, std::size_t block_size = kBlockSize,
+                          std::size_t buffers = 1);
 
     // The `length` bytes at `offset`, valid until the next call; fails as the view does. A range
     // outside the current block refills it from `offset` on (with at least `length` bytes), so
@@ -44,7 +49,8 @@ class Input_Blocks {
 
     Input_View& m_view;
     std::size_t m_block_size;
-    Aligned_Bytes m_block;
+    std::vector<Aligned_Bytes> m_buffers;
+    std::size_t m_next_buffer = 0;    // the buffer the next refill reads into
     const uint8_t* m_base = nullptr;  // the block's first byte: in m_block or the view's memory
     uint64_t m_start = 0;
     uint64_t m_filled = 0;  // bytes of the block read from m_start on

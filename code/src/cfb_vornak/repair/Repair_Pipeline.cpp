@@ -25,6 +25,7 @@
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Outcome.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
+#include "common/background_writer.h"
 #include "common/byte_order.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -33,6 +34,9 @@
 namespace vrk {
 
 namespace {
+
+// Buffers of the sector pass: one being sorted, the rest written meanwhile.
+constexpr std::size_t kPassBuffers = 4;
 
 // Stage 1: whether the probe's result lets the repair go on.
 bool probe_allows_repair(Error_Code probe, bool force) {
@@ -83,7 +87,8 @@ void name_output(File_Description& output, Document_Kind document_kind) {
 // header as the pass of stage 2 hands over its blocks. Bytes that do not go on where the body
 // ends (a pass that starts again lower down) are left to the final copy, as is what the pass
 // never reads (the last sectors). After a failed write nothing more is written, as a copy
-// stops at its first failure.
+// stops at its first failure. The blocks are written by a thread of their own while the pass
+// sorts the next ones (Background_Writer), in the order handed over, so the file is the same.
 class Body_Writer {
   public:
     Body_Writer(platform::Output_File& out, uint64_t end) : m_out(out), m_end(end) {}
@@ -92,13 +97,15 @@ class Body_Writer {
         const std::array<uint8_t, Cfb_Header::kSize> placeholder{};
         m_ok = m_out.write(placeholder.data(), placeholder.size());
     }
-    void take(uint64_t offset, const uint8_t* bytes, std::size_t size) {
+    void take(Background_Writer& writer, uint64_t offset, const uint8_t* bytes, std::size_t size) {
         if (!m_ok || offset > m_next) return;
         const uint64_t end = std::min<uint64_t>(offset + size, m_end);
         if (end <= m_next) return;
-        m_ok = m_out.write(bytes + (m_next - offset), static_cast<std::size_t>(end - m_next));
+        writer.write(bytes + (m_next - offset), static_cast<std::size_t>(end - m_next));
         m_next = end;
     }
+    // Waits for the blocks handed over to be written.
+    void drain(Background_Writer& writer) { m_ok = writer.finish() && m_ok; }
     // Copies what the pass left; true when the whole body was written.
     [[nodiscard]] bool finish(const platform::Input_File& in) {
         if (!m_ok) return false;
@@ -148,16 +155,22 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     repair_sector_sets = std::make_unique<Repair_Sector_Sets>();
     Sector_Values_Reader reader(door().view());
     {
-        Input_Blocks blocks(door().view());
+        // The writer may hold as many blocks as the pass has buffers but one. Declared after
+        // the blocks, it is gone (every block handed over written) before their buffers are,
+        // also when the pass throws.
+        Input_Blocks blocks(door().view(), Input_Blocks::kBlockSize, kPassBuffers);
+        Background_Writer writer(out, kPassBuffers - 1);
         if (writing) {
             body.start();
-            blocks.on_block_done([&body](uint64_t offset, const uint8_t* bytes, std::size_t size) {
-                body.take(offset, bytes, size);
-            });
+            blocks.on_block_done(
+                [&body, &writer](uint64_t offset, const uint8_t* bytes, std::size_t size) {
+                    body.take(writer, offset, bytes, size);
+                });
         }
         classify_sectors_by_markers(reader, max_sid, mini_sector_count, *repair_sector_sets,
                                     &blocks);
         blocks.finish();
+        body.drain(writer);
     }
     sort_out_candidate_sectors(
         reader,

@@ -1,0 +1,58 @@
+// Appends byte ranges to an output file on a thread of its own, in the order they are handed
+// over, so that the kernel's copy of one block into the file overlaps the caller's work on the
+// next. The file ends up as if the caller had written each range itself, in turn: after a
+// failed write nothing more is written. The thread only writes; it neither logs nor records
+// errors, and where no thread can be started the caller writes each range itself.
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+#include "common/platform.h"
+
+namespace vrk {
+
+class Background_Writer {
+  public:
+    // At most `depth` ranges (at least 1) are queued or being written at a time.
+    Background_Writer(platform::Output_File& out, std::size_t depth);
+    // Writes what was handed over, then ends the thread.
+    ~Background_Writer();
+    Background_Writer(const Background_Writer&) = delete;
+    Background_Writer& operator=(const Background_Writer&) = delete;
+
+    // Queues `size` bytes at `bytes`, first waiting while `depth` ranges are still pending. The
+    // bytes must stay unchanged until `depth` later ranges have been handed over, or until
+    // finish(). Once a write has failed, what follows is dropped.
+    void write(const uint8_t* bytes, std::size_t size);
+    // Waits until every range handed over is written (the file is the caller's again); false
+    // when a write failed.
+    [[nodiscard]] bool finish();
+
+  private:
+    struct Range {
+        const uint8_t* bytes;
+        std::size_t size;
+    };
+
+    void run() noexcept;
+    void start();
+
+    platform::Output_File& m_out;
+    std::size_t m_depth;
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::deque<Range> m_pending;  // the front one is being written while m_busy
+    bool m_busy = false;
+    bool m_failed = false;
+    bool m_stopping = false;
+    bool m_started = false;
+    bool m_inline = false;  // no thread could be started: the caller writes
+    std::thread m_thread;
+};
+
+}  // namespace vrk
