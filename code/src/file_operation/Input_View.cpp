@@ -106,6 +106,17 @@ uint64_t Input_View::read_up_to(uint64_t offset, uint64_t length, uint8_t* desti
     return got;
 }
 
+uint64_t Input_View::read_up_to_beside(uint64_t offset, uint64_t length,
+                                       uint8_t* destination) const {
+    const uint64_t inside = m_open ? available(offset, length) : 0;
+    if (inside == 0) return 0;
+    if (m_mapped != nullptr) {
+        std::memcpy(destination, m_mapped + offset, static_cast<std::size_t>(inside));
+        return inside;
+    }
+    return m_file.read_at(offset, destination, static_cast<std::size_t>(inside));
+}
+
 uint64_t Input_View::held(const Window& window, uint64_t offset, uint64_t length) {
     const uint64_t end = window.start + window.filled;
     if (offset < window.start || offset >= end) return 0;

@@ -77,6 +77,10 @@ class Input_View {
     // Copies up to `length` bytes from `offset` into `destination`, stopping at the end of the
     // file or where a read comes up short; returns how many. Never fails (0 when closed).
     [[nodiscard]] uint64_t read_up_to(uint64_t offset, uint64_t length, uint8_t* destination);
+    // As read_up_to, but through none of the view's windows: it changes nothing in the view, so
+    // another thread may call it while this one reads through the view.
+    [[nodiscard]] uint64_t read_up_to_beside(uint64_t offset, uint64_t length,
+                                             uint8_t* destination) const;
     // Throws the failure of a read whose first byte not read is `offset`: the state failure
     // when the view is closed, the out-of-range failure otherwise.
     [[noreturn]] void fail_at(uint64_t offset) const;
