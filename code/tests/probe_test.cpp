@@ -78,7 +78,7 @@ TEST(Probe, MatchesLiteralOnDamagedFilesAndJunk) {
                 const std::size_t slot = 512 + 128 * (random() % ((bytes.size() - 512) / 128));
                 std::fill_n(&bytes[slot], 128, 0);
                 bytes[slot] = 0x41;
-                bytes[slot + 64] = 2;
+                bytes[slot + 64] = static_cast<uint8_t>(1 + random() % 2);  // one byte still fits
                 bytes[slot + 66] = static_cast<uint8_t>(random() % 2 ? 5 : 2);
                 std::fill_n(&bytes[slot + 68], 12, 0xFF);
             }
