@@ -54,7 +54,7 @@ class Bench_Input {
 
 vrk::Door_Config config_for(int32_t mode) {
     vrk::Door_Config config;
-    config.access_mode = mode;
+    config.access_mode = static_cast<vrk::Access_Mode>(mode);
     if (mode == 0) {
         config.block_size_shift = 12;
         config.cache_block_count = 64;

@@ -93,10 +93,10 @@ struct Door_Case {
     Door_Config config;
 };
 const Door_Case kDoorCases[] = {
-    {"SmallBlocks", Door_Config{2, 10, 0, false}},
-    {"StreamLocked", Door_Config{10, 32, 1, true}},
-    {"Mapped", Door_Config{10, 32, 2, false}},
-    {"MappedLocked", Door_Config{10, 32, 2, true}},
+    {"SmallBlocks", Door_Config{2, 10, Access_Mode::block_cache, false}},
+    {"StreamLocked", Door_Config{10, 32, Access_Mode::direct_stream, true}},
+    {"Mapped", Door_Config{10, 32, Access_Mode::memory_map, false}},
+    {"MappedLocked", Door_Config{10, 32, Access_Mode::memory_map, true}},
 };
 
 class Door_Modes : public File_Layer, public ::testing::WithParamInterface<Door_Case> {};
@@ -150,8 +150,8 @@ TEST_P(Door_Modes, CopiesNullDestinationsAndTheView) {
     const std::string log = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(count_of(log, "File_Anywhere_Door copy_data_to_mem destination is null !"), 2u);
     EXPECT_EQ(count_of(log, "Line[ 718 ]"), 2u);
-    ASSERT_EQ(door.view().is_open(), config.access_mode == 2);
-    if (config.access_mode != 2) return;
+    ASSERT_EQ(door.view().is_open(), config.access_mode == Access_Mode::memory_map);
+    if (config.access_mode != Access_Mode::memory_map) return;
     EXPECT_TRUE(std::equal(bytes.begin(), bytes.end(), door.view().bytes(0, bytes.size())));
     EXPECT_EQ(thrown([&] { (void)door.view().bytes(1499, 2); }), past_end);
 }
@@ -161,16 +161,17 @@ TEST_P(Door_Modes, CopiesNullDestinationsAndTheView) {
 TEST_F(File_Layer, DoorsThatCannotRead) {
     const std::wstring empty = write_file("empty.bin", {});
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(thrown([&] {
-                  File_Anywhere_Door door(empty, Door_Config{10, 32, 2, false});
-              }),
-              door_failure(600, kDoor,
-                           "File_Anywhere_Door construct failed ! the m_file_memory_map init "
-                           "failed! \n"));
+    EXPECT_EQ(
+        thrown([&] {
+            File_Anywhere_Door door(empty, Door_Config{10, 32, Access_Mode::memory_map, false});
+        }),
+        door_failure(600, kDoor,
+                     "File_Anywhere_Door construct failed ! the m_file_memory_map init "
+                     "failed! \n"));
     std::string log = ::testing::internal::GetCapturedStderr();
     EXPECT_EQ(count_of(log, "Error creating file mapping:   ["), 1u);
     EXPECT_EQ(count_of(log, "Line[ 378 ]"), 1u);
-    for (const int32_t mode : {0, 1}) {
+    for (const Access_Mode mode : {Access_Mode::block_cache, Access_Mode::direct_stream}) {
         File_Anywhere_Door door(empty, Door_Config{2, 10, mode, false});
         EXPECT_EQ(door.file_size(), 0u);
         EXPECT_EQ(door.get_no_mutex(~uint64_t{0}), 0);
@@ -182,7 +183,7 @@ TEST_F(File_Layer, DoorsThatCannotRead) {
 
     const std::wstring path = write_file("mode5.bin", pattern(100));
     ::testing::internal::CaptureStderr();
-    File_Anywhere_Door unknown(path, Door_Config{10, 32, 5, false});
+    File_Anywhere_Door unknown(path, Door_Config{10, 32, static_cast<Access_Mode>(5), false});
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(unknown.state(), Door_State::failed);
     EXPECT_FALSE(unknown.view().is_open());
@@ -212,10 +213,11 @@ TEST_F(File_Layer, DoorsThatCannotRead) {
               text(358, "File_Memory_Map", missing, "can not open"));
     EXPECT_EQ(thrown([&] { File_Anywhere_Door door(missing, Door_Config{}); }),
               text(532, kDoor, missing, "is not exist"));
-    EXPECT_EQ(thrown([&] {
-                  File_Anywhere_Door door(folder, Door_Config{2, 10, 0, false});
-              }),
-              text(544, kDoor, folder, "can not open"));
+    EXPECT_EQ(
+        thrown([&] {
+            File_Anywhere_Door door(folder, Door_Config{2, 10, Access_Mode::block_cache, false});
+        }),
+        text(544, kDoor, folder, "can not open"));
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
     m_access_mode = config.access_mode;
     m_use_mutex = config.use_mutex;
     switch (m_access_mode) {
-        case 0:
+        case Access_Mode::block_cache:
             m_file_block_cache = std::make_unique<File_Block_Cache>(path, config.block_size_shift,
                                                                     config.cache_block_count);
             if (m_file_block_cache->state() != Door_State::fine) {
@@ -50,7 +50,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
                     565, 566, __func__);
             }
             break;
-        case 1:
+        case Access_Mode::direct_stream:
             m_stream.open(native, std::ios::in | std::ios::binary);
             if (!m_stream.is_open()) {
                 m_state = Door_State::failed;
@@ -59,7 +59,7 @@ File_Anywhere_Door::File_Anywhere_Door(const std::wstring& path, const Door_Conf
                                    584, 585, __func__);
             }
             break;
-        case 2:
+        case Access_Mode::memory_map:
             m_file_memory_map = std::make_unique<File_Memory_Map>(
                 path, m_use_mutex ? kWithMutexSite : kNoMutexSite);
             if (m_file_memory_map->state() != Door_State::fine) {
@@ -119,9 +119,9 @@ void File_Anywhere_Door::check_readable(uint64_t offset, const Read_Site& site) 
 uint8_t File_Anywhere_Door::read_checked(uint64_t offset, const Read_Site& site) {
     check_readable(offset, site);
     switch (m_access_mode) {
-        case 0:
+        case Access_Mode::block_cache:
             return m_file_block_cache->get_char_in_offset(offset);
-        case 1:
+        case Access_Mode::direct_stream:
             return read_stream_byte(offset);
         default:
             return 0;

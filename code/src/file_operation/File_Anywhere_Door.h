@@ -17,11 +17,15 @@
 
 namespace vrk {
 
+// How a door reads the file. A configuration may carry any other value: the door then fails
+// silently.
+enum class Access_Mode : int32_t { block_cache = 0, direct_stream = 1, memory_map = 2 };
+
 struct Door_Config {
     uint64_t cache_block_count = 10;  // blocks the cache keeps (mode 0)
     uint64_t block_size_shift = 32;   // block size exponent, taken mod 64 (mode 0)
-    int32_t access_mode = 2;          // 0 block cache, 1 direct stream, 2 memory map
-    bool use_mutex = false;           // reads go through get_with_mutex
+    Access_Mode access_mode = Access_Mode::memory_map;
+    bool use_mutex = false;  // reads go through get_with_mutex
 };
 
 class File_Anywhere_Door {
@@ -48,7 +52,6 @@ class File_Anywhere_Door {
 
     uint64_t file_size() const { return m_file_size; }
     Door_State state() const { return m_state; }
-    int32_t access_mode() const { return m_access_mode; }
     bool uses_mutex() const { return m_use_mutex; }
     const std::wstring& path() const { return m_path_wstr; }
 
@@ -66,7 +69,7 @@ class File_Anywhere_Door {
     uint8_t read_stream_byte(uint64_t offset);
 
     Door_State m_state = Door_State::constructing;
-    int32_t m_access_mode = 3;  // 3 until taken from the configuration
+    Access_Mode m_access_mode = Access_Mode::memory_map;
     std::unique_ptr<File_Block_Cache> m_file_block_cache;
     std::unique_ptr<File_Memory_Map> m_file_memory_map;
     std::ifstream m_stream;

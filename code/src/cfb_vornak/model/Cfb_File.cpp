@@ -13,7 +13,7 @@ Cfb_File::Cfb_File(const File_Description& input) : m_input(input) {
     Door_Config config;
     config.cache_block_count = 10;
     config.block_size_shift = 32;
-    config.access_mode = 2;
+    config.access_mode = Access_Mode::memory_map;
     config.use_mutex = false;
     m_door = std::make_unique<File_Anywhere_Door>(m_input.open_path_wstr, config);
     file_size = m_door->file_size();
