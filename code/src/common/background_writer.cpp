@@ -1,8 +1,6 @@
 #include "common/background_writer.h"
 
 #include <algorithm>
-#include <system_error>
-#include <utility>
 
 namespace vrk {
 
@@ -15,27 +13,14 @@ Background_Writer::~Background_Writer() {
         m_stopping = true;
     }
     m_changed.notify_all();
-    if (m_thread.joinable()) {
-        try {
-            m_thread.join();
-        } catch (const std::system_error&) {
-            // A thread that cannot be joined is left to end by itself: nothing else is possible.
-            m_thread.detach();
-        }
-    }
-}
-
-void Background_Writer::start() {
-    m_started = true;
-    try {
-        m_thread = std::thread([this] { run(); });
-    } catch (const std::system_error&) {
-        m_inline = true;
-    }
+    (void)m_thread.join();
 }
 
 void Background_Writer::write(const uint8_t* bytes, std::size_t size) {
-    if (!m_started) start();
+    if (!m_started) {
+        m_started = true;
+        m_inline = !m_thread.start([this] { run(); });
+    }
     if (m_inline) {
         if (!m_failed) m_failed = !m_out.write(bytes, size);
         return;

@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <deque>
 #include <mutex>
-#include <thread>
 
+#include "common/beside_thread.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -40,7 +40,6 @@ class Background_Writer {
     };
 
     void run() noexcept;
-    void start();
 
     platform::Output_File& m_out;
     std::size_t m_depth;
@@ -51,8 +50,8 @@ class Background_Writer {
     bool m_failed = false;
     bool m_stopping = false;
     bool m_started = false;
-    bool m_inline = false;  // no thread could be started: the caller writes
-    std::thread m_thread;
+    bool m_inline = false;   // no thread could be started: the caller writes
+    Beside_Thread m_thread;  // last: joined before the queue goes
 };
 
 }  // namespace vrk

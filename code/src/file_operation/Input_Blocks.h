@@ -51,7 +51,7 @@ class Input_Blocks {
     std::size_t m_block_size;
     std::vector<Aligned_Bytes> m_buffers;
     std::size_t m_next_buffer = 0;    // the buffer the next refill reads into
-    const uint8_t* m_base = nullptr;  // the block's first byte: in m_block or the view's memory
+    const uint8_t* m_base = nullptr;  // the block's first byte: in a buffer or the view's memory
     uint64_t m_start = 0;
     uint64_t m_filled = 0;  // bytes of the block read from m_start on
     Block_Done m_done;

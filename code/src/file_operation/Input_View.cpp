@@ -90,14 +90,9 @@ void Input_View::copy(uint64_t offset, uint64_t length, uint8_t* destination,
 
 uint64_t Input_View::read_up_to(uint64_t offset, uint64_t length, uint8_t* destination) {
     const uint64_t inside = m_open ? available(offset, length) : 0;
-    if (inside == 0) return 0;
-    if (m_mapped != nullptr) {
-        std::memcpy(destination, m_mapped + offset, static_cast<std::size_t>(inside));
-        return inside;
-    }
-    if (inside >= kMaxReadAhead) {
-        // Long runs go straight into the caller's memory.
-        return m_file.read_at(offset, destination, static_cast<std::size_t>(inside));
+    // Mapped bytes need no window, and long runs go straight into the caller's memory.
+    if (inside == 0 || m_mapped != nullptr || inside >= kMaxReadAhead) {
+        return read_up_to_beside(offset, inside, destination);
     }
     const Window& window = window_for(offset, static_cast<std::size_t>(inside));
     const uint64_t got = held(window, offset, inside);

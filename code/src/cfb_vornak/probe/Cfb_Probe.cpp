@@ -13,14 +13,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <thread>
 #include <vector>
 
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/aligned_bytes.h"
+#include "common/beside_thread.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 #include "file_operation/Input_Blocks.h"
@@ -237,12 +236,7 @@ class Upper_Slot_Scan {
     Upper_Slot_Scan(const Input_View& view, uint64_t from, uint64_t to, uint64_t file_size,
                     uint64_t max_sid)
         : m_view(view), m_from(from), m_to(to), m_file_size(file_size), m_max_sid(max_sid) {
-        if (from >= to) return;
-        try {
-            m_thread = std::thread([this] { run(); });
-        } catch (const std::system_error&) {
-            m_complete = false;
-        }
+        if (from < to && !m_thread.start([this] { run(); })) m_complete = false;
     }
     ~Upper_Slot_Scan() {
         m_stop.store(true, std::memory_order_relaxed);
@@ -253,14 +247,7 @@ class Upper_Slot_Scan {
 
     // Waits for the thread; true when every slot of the range was tested.
     [[nodiscard]] bool finish() {
-        if (m_thread.joinable()) {
-            try {
-                m_thread.join();
-            } catch (const std::system_error&) {
-                m_thread.detach();
-                m_complete = false;
-            }
-        }
+        if (!m_thread.join()) m_complete = false;
         return m_complete;
     }
     // The offsets of the plausible slots found, ascending; read only after finish().
@@ -301,7 +288,7 @@ class Upper_Slot_Scan {
     std::atomic<bool> m_stop{false};
     bool m_complete = true;
     std::vector<uint64_t> m_plausible;
-    std::thread m_thread;
+    Beside_Thread m_thread;
 };
 
 // The scan's second half: from the plausible slots (ascending offsets) choose the root entry
