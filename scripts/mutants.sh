@@ -5,7 +5,7 @@
 # fault is caught. Slow (one incremental build per fault), so not part of scripts/test.sh.
 #
 #   bash scripts/mutants.sh            # every fault
-#   bash scripts/mutants.sh repair     # only faults whose file path contains "repair"
+#   bash scripts/mutants.sh repair     # only faults whose file path or test names contain "repair"
 #
 # Each fault names a line by a fixed text that must occur exactly once in its file: when the code
 # has moved on and the text is gone, the fault is reported as stale (and fails the run) instead of
@@ -191,7 +191,7 @@ build_tests() {
 all_tests=()
 for ((i = 0; i < ${#mutants[@]}; i += 2)); do
     IFS='|' read -r file tests <<<"${mutants[i]}"
-    [[ -n "$filter" && "$file" != *"$filter"* ]] && continue
+    [[ -n "$filter" && "${mutants[i]}" != *"$filter"* ]] && continue
     read -ra names <<<"$tests"
     all_tests+=("${names[@]}")
 done
@@ -209,7 +209,7 @@ for ((i = 0; i < ${#mutants[@]}; i += 2)); do
     IFS='|' read -r file tests <<<"${mutants[i]}"
     line=${mutants[i + 1]%% @@ *}
     faulty=${mutants[i + 1]#* @@ }
-    [[ -n "$filter" && "$file" != *"$filter"* ]] && continue
+    [[ -n "$filter" && "${mutants[i]}" != *"$filter"* ]] && continue
     total=$((total + 1))
     label="$file: ${line#"${line%%[![:space:]]*}"}"
     read -ra names <<<"$tests"
