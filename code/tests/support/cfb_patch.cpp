@@ -13,21 +13,17 @@ namespace {
 
 void require_range(const std::vector<uint8_t>& bytes, uint64_t offset, uint64_t len,
                    const char* what) {
-    if (!range_inside(offset, len, bytes.size())) {
+    if (!range_inside(offset, len, bytes.size()))
         throw std::out_of_range(std::string(what) + ": " + std::to_string(len) + " bytes at " +
-                                std::to_string(offset) + " leave a buffer of " +
-                                std::to_string(bytes.size()) + " bytes");
-    }
+                                std::to_string(offset) + " leave the buffer");
 }
 
 // Offset of entry `index` of a table stored in the sectors `sids`, `width` bytes per entry.
 uint64_t table_offset(const Build_Layout& layout, const std::vector<sid_t>& sids, uint32_t index,
                       uint32_t width, const char* what) {
     const uint32_t per_sector = layout.sector_size / width;
-    if (index / per_sector >= sids.size()) {
-        throw std::out_of_range(std::string(what) + ": " + std::to_string(index) +
-                                " is beyond the table");
-    }
+    if (index / per_sector >= sids.size())
+        throw std::out_of_range(std::string(what) + ": " + std::to_string(index) + " past the end");
     return layout.file_offset_of(sids[index / per_sector]) + uint64_t{width} * (index % per_sector);
 }
 
@@ -64,7 +60,7 @@ bool write_bytes_to_file(const std::wstring& path, const std::vector<uint8_t>& b
     out.write(reinterpret_cast<const char*>(bytes.data()),
               static_cast<std::streamsize>(bytes.size()));
     out.close();
-    return static_cast<bool>(out);
+    return !out.fail();
 }
 
 std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed) {
@@ -81,11 +77,6 @@ std::vector<uint8_t> random_bytes(std::size_t n, uint64_t seed) {
     return bytes;
 }
 
-uint64_t header_disat_offset(uint32_t i) {
-    if (i >= 109) throw std::out_of_range("header_disat_offset: the header holds 109 entries");
-    return offsets::kHeaderDisat + 4ull * i;
-}
-
 uint64_t sat_entry_offset(const Build_Layout& layout, sid_t sid) {
     return table_offset(layout, layout.sat_sids, sid, 4, __func__);
 }
@@ -100,9 +91,8 @@ uint64_t directory_entry_offset(const Build_Layout& layout, uint32_t did) {
 
 const Build_Layout::Stream_Place& stream_place(const Build_Layout& layout,
                                                const std::u16string& path) {
-    for (const auto& place : layout.streams) {
+    for (const auto& place : layout.streams)
         if (place.path == path) return place;
-    }
     throw std::out_of_range("stream_place: no stream with that path");
 }
 

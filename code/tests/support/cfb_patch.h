@@ -1,7 +1,5 @@
 // Named byte patches for damaging built compound files in tests, and deterministic test data.
-//
-// Every patch checks its range and throws std::out_of_range when it leaves the buffer, so a
-// test that aims at the wrong place fails loudly instead of writing past the end.
+// A patch that leaves the buffer throws std::out_of_range: a test aiming wrong fails loudly.
 #pragma once
 
 #include <cstddef>
@@ -42,20 +40,11 @@ inline constexpr uint64_t kNumMinisatSecs = 64;
 inline constexpr uint64_t kFirstDisatSid = 68;
 inline constexpr uint64_t kNumDisatSecs = 72;
 inline constexpr uint64_t kHeaderDisat = 76;  // 109 entries of 4 bytes
-
 // Fields inside a 128-byte directory entry.
-inline constexpr uint64_t kEntryNameSize = 64;
-inline constexpr uint64_t kEntryType = 66;
-inline constexpr uint64_t kEntryColor = 67;
-inline constexpr uint64_t kEntryLeft = 68;
-inline constexpr uint64_t kEntryRight = 72;
 inline constexpr uint64_t kEntryChild = 76;
-inline constexpr uint64_t kEntryStartSid = 116;
 inline constexpr uint64_t kEntrySize = 120;
 }  // namespace offsets
 
-// Offset of header_disat[i].
-[[nodiscard]] uint64_t header_disat_offset(uint32_t i);
 // Offset of the SAT entry of sector `sid` (the entry that links sid to its successor).
 [[nodiscard]] uint64_t sat_entry_offset(const Build_Layout& layout, sid_t sid);
 // Offset of the MiniSAT entry of mini sector `mini_sid`.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -35,7 +36,7 @@ std::wstring Temp_Folder::wide(bool trailing_separator) const {
 }
 
 std::string Temp_Folder::narrow() const {
-    return platform::narrow(wide());
+    return test::narrow(m_path);
 }
 
 std::string read_file(const stdfs::path& path) {
@@ -55,16 +56,44 @@ void remove_tree(const stdfs::path& path) noexcept {
         if (!stdfs::exists(stdfs::symlink_status(path, ec))) return;
         if (platform::is_link(path)) {
             platform::remove_link(path);
-        } else {
-            if (stdfs::is_directory(path, ec)) {
-                fs::clear_folder(platform::from_path(path) + platform::kSeparator);
-                platform::set_normal_attributes(path);
-            }
-            stdfs::remove(path);
+            return;
         }
+        if (stdfs::is_directory(path, ec)) {
+            fs::clear_folder(platform::from_path(path) + platform::kSeparator);
+            platform::set_normal_attributes(path);
+        }
+        stdfs::remove(path);
     } catch (...) {
         // Left behind: the next run's folders have names of their own.
     }
+}
+
+std::string narrow(const stdfs::path& path) {
+    return platform::narrow(platform::from_path(path));
+}
+
+std::string quote(const std::string& word) {
+    if (platform::kWindows) return "\"" + word + "\"";
+    std::string quoted = "'";
+    for (const char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+std::string tool_line(const std::vector<std::string>& args) {
+    const stdfs::path here = stdfs::current_path();
+    std::string line = quote(
+        narrow(here / ".." / ".." / "bin" / (platform::kWindows ? "cfbvornak.exe" : "cfbvornak")));
+    for (const std::string& a : args) line += " " + quote(a);
+    for (const char* folder : {"log", "config", "work"})
+        line += std::string(" --") + folder + "-dir " + quote(narrow(here / "tool_state" / folder));
+    return line;
+}
+
+int run_shell(std::string line) {
+    // cmd.exe takes off one pair of outer quotes; POSIX keeps the exit status in the second byte.
+    if (platform::kWindows) line = "\"" + line + "\"";
+    const int status = std::system(line.c_str());
+    return platform::kWindows ? status : (status >> 8) & 0xFF;
 }
 
 std::size_t count_of(const std::string& text, const std::string& part) {

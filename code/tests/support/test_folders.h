@@ -1,11 +1,11 @@
-// Test helpers: a unique temporary folder per test, removed at the end, whole-file reads, and
-// the file layer's failure texts.
+// Test helpers: temporary folders, whole files, the built tool, the file layer's failure texts.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace vrk::test {
 
@@ -13,15 +13,23 @@ namespace vrk::test {
 std::string read_file(const std::filesystem::path& path);
 // Writes (replacing) a whole file; creates missing parent folders.
 void write_file(const std::filesystem::path& path, const std::string& bytes);
-// Removes a tree even when it holds read-only entries; links are removed, never followed.
-// Never throws: a folder left behind must not end the test run.
+// Removes a tree with read-only entries too, links as links; never throws.
 void remove_tree(const std::filesystem::path& path) noexcept;
-// How often `part` occurs in `text`.
 std::size_t count_of(const std::string& text, const std::string& part);
 
-// The text of a failure of the file layer: "[file:line->function] message\n".
+// `path` as the exports and the tool take it (UTF-8 / process code page).
+std::string narrow(const std::filesystem::path& path);
+// `word` quoted for the shell that std::system runs (sh, or cmd.exe on Windows).
+std::string quote(const std::string& word);
+// The shell line that runs the built tool (in bin, two folders up) with `args`, its log, config
+// and work folders in "tool_state" of the current folder.
+std::string tool_line(const std::vector<std::string>& args);
+// Runs a shell line and gives the tool's exit status.
+int run_shell(std::string line);
+
+// A failure of the file layer: "[file:line->function] message\n"; the message of a read of
+// `unit` at `offset` past the end.
 std::string door_failure(int line, const std::string& function, const std::string& message);
-// The message of a read of `unit` at `offset` past the end.
 std::string out_of_range(const std::string& unit, uint64_t offset);
 // The text of the std::logic_error that `action` throws, or "" when it throws nothing.
 std::string thrown(const std::function<void()>& action);
@@ -36,10 +44,8 @@ class Temp_Folder {
     Temp_Folder& operator=(const Temp_Folder&) = delete;
 
     const std::filesystem::path& path() const { return m_path; }
-    // The folder as a wide string, with or without a trailing native separator.
-    std::wstring wide(bool trailing_separator = false) const;
-    // The folder as a narrow argument string for the exports (UTF-8 / process code page).
-    std::string narrow() const;
+    std::wstring wide(bool trailing_separator = false) const;  // with a native separator or not
+    std::string narrow() const;                                // as the exports take it
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
 
   private:
