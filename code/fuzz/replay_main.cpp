@@ -1,5 +1,5 @@
-// Runs a fuzz target over the files named on the command line (folders: every file in
-// them), for builds without libFuzzer.
+// Runs a fuzz target over the files named on the command line (folders: every file in them), for
+// builds without libFuzzer; options (libFuzzer's) are skipped.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -11,35 +11,22 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size);
 
-namespace {
-
-void replay(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                                     std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
-    std::size_t count = 0;
+    namespace fs = std::filesystem;
+    std::vector<fs::path> files;
     for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path given = argv[i];
-        if (given.string().rfind('-', 0) == 0) continue;  // libFuzzer options
         std::error_code error;
-        if (std::filesystem::is_directory(given, error)) {
-            for (const auto& entry : std::filesystem::directory_iterator(given, error)) {
-                if (entry.is_regular_file(error)) {
-                    replay(entry.path());
-                    ++count;
-                }
-            }
-        } else {
-            replay(given);
-            ++count;
-        }
+        if (argv[i][0] == '-') continue;
+        if (!fs::is_directory(argv[i], error)) files.emplace_back(argv[i]);
+        for (const auto& entry : fs::directory_iterator(argv[i], error))
+            if (entry.is_regular_file(error)) files.push_back(entry.path());
     }
-    std::printf("replayed %zu input(s)\n", count);
+    for (const fs::path& file : files) {
+        std::ifstream in(file, std::ios::binary);
+        const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
+                                         std::istreambuf_iterator<char>());
+        LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+    }
+    std::printf("replayed %zu input(s)\n", files.size());
     return 0;
 }

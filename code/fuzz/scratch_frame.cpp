@@ -24,7 +24,7 @@ const stdfs::path& scratch_folder(const std::string& target) {
 }
 
 std::string narrow(const stdfs::path& path) {
-    return platform::narrow(platform::from_path(path));
+    return test::narrow(path);
 }
 
 void write_input(const stdfs::path& path, const uint8_t* data, std::size_t size) {
@@ -37,9 +37,8 @@ void require_unchanged(const stdfs::path& path, const uint8_t* data, std::size_t
 }
 
 void require_only(const stdfs::path& folder, const std::set<std::string>& allowed) {
-    for (const auto& item : stdfs::directory_iterator(folder)) {
+    for (const auto& item : stdfs::directory_iterator(folder))
         if (allowed.count(item.path().filename().string()) == 0) std::abort();
-    }
 }
 
 }  // namespace vrk::fuzz

@@ -11,20 +11,18 @@
 int main(int argc, char** argv) {
     std::vector<vrk::cli::Sample_Document> seeds = vrk::cli::sample_documents(1);
     const std::vector<uint8_t> sound = seeds.front().bytes;
-    for (const std::size_t cut : {512u, 1024u, 1536u, 4096u}) {
-        if (cut < sound.size()) {
+    for (const std::size_t cut : {512u, 1024u, 1536u, 4096u})
+        if (cut < sound.size())
             seeds.push_back({"cut-" + std::to_string(cut) + ".doc",
-                             std::vector<uint8_t>(sound.begin(), sound.begin() + cut), "cut"});
-        }
-    }
+                             {sound.begin(), sound.begin() + cut},
+                             "cut"});
     for (int i = 1; i < argc; ++i) {
-        const std::filesystem::path folder = argv[i];
-        std::filesystem::create_directories(folder);
+        std::filesystem::create_directories(argv[i]);
         for (const auto& seed : seeds) {
-            std::ofstream out(folder / ("seed-" + seed.file_name), std::ios::binary);
-            out.write(reinterpret_cast<const char*>(seed.bytes.data()),
-                      static_cast<std::streamsize>(seed.bytes.size()));
-            if (!out) {
+            std::ofstream out(std::filesystem::path(argv[i]) / ("seed-" + seed.file_name),
+                              std::ios::binary);
+            if (!out.write(reinterpret_cast<const char*>(seed.bytes.data()),
+                           static_cast<std::streamsize>(seed.bytes.size()))) {
                 std::fprintf(stderr, "cannot write into %s\n", argv[i]);
                 return 1;
             }
