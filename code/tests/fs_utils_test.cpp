@@ -1,12 +1,17 @@
+// The file-system utilities and the platform layer under them: folders, paths, text, copies and
+// the names the file system refuses.
 #include "common/fs_utils.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <system_error>
 
+#include "cfb_vornak/model/Safe_Name.h"
 #include "common/platform.h"
+#include "support/cfb_patch.h"
 #include "support/test_folders.h"
 
 namespace vrk {
@@ -16,29 +21,24 @@ namespace stdfs = std::filesystem;
 
 // `path` with "/" as the native separator, so that one table serves both platforms.
 std::wstring native(std::wstring path) {
-    for (auto& c : path) {
-        if (c == L'/') c = platform::kSeparator;
-    }
+    std::replace(path.begin(), path.end(), L'/', platform::kSeparator);
     return path;
 }
 
 TEST(FsFolders, CreateNestedFoldersParentsAndSizes) {
     test::Temp_Folder root("create");
-    const std::wstring nested = root.wide() + native(L"/a/b/c");
-    EXPECT_TRUE(fs::create_directories(nested));
-    EXPECT_TRUE(fs::create_directories(nested));  // already there
-    EXPECT_TRUE(fs::make_parent_folder(root.wide() + native(L"/x/y/out.doc")));
-    EXPECT_TRUE(fs::is_folder(root.wide() + native(L"/x/y")));
-    EXPECT_FALSE(fs::exists(root.wide() + native(L"/x/y/out.doc")));
+    const auto at = [&](const wchar_t* path) { return root.wide() + native(path); };
+    EXPECT_TRUE(fs::create_directories(at(L"/a/b/c")) && fs::create_directories(at(L"/a/b/c")));
+    EXPECT_TRUE(fs::make_parent_folder(at(L"/x/y/out.doc")));
+    EXPECT_TRUE(fs::is_folder(at(L"/x/y")) && !fs::exists(at(L"/x/y/out.doc")));
     EXPECT_TRUE(fs::make_parent_folder(L"no_folder_part.doc"));
     // A file where a folder must go is an error the file system reports.
     test::write_file(root / "blocker", "12345");
-    EXPECT_THROW((void)fs::create_directories(root.wide() + native(L"/blocker/sub")),
-                 stdfs::filesystem_error);
-    EXPECT_FALSE(fs::is_folder(root.wide() + native(L"/blocker")));
+    EXPECT_THROW((void)fs::create_directories(at(L"/blocker/sub")), stdfs::filesystem_error);
+    EXPECT_FALSE(fs::is_folder(at(L"/blocker")));
     std::string error;
-    EXPECT_EQ(fs::get_file_size(root.wide() + native(L"/blocker"), error), 5);
-    EXPECT_EQ(fs::get_file_size(root.wide() + native(L"/missing.bin"), error), -1);
+    EXPECT_EQ(fs::get_file_size(at(L"/blocker"), error), 5);
+    EXPECT_EQ(fs::get_file_size(at(L"/missing.bin"), error), -1);
     EXPECT_FALSE(error.empty());
 }
 
@@ -60,8 +60,7 @@ TEST(FsClearFolder, RemovesEverythingInsideAndNeverFollowsALink) {
     const bool links = !ec;
     stdfs::create_symlink(outside / "sub" / "keep.txt", root / "file_link", ec);
     fs::clear_folder(root.wide(true));
-    EXPECT_TRUE(stdfs::is_directory(root.path()));
-    EXPECT_TRUE(stdfs::is_empty(root.path()));
+    EXPECT_TRUE(stdfs::is_directory(root.path()) && stdfs::is_empty(root.path()));
     EXPECT_THROW(fs::clear_folder(root.wide() + native(L"/missing/")), stdfs::filesystem_error);
     test::write_file(root / "plain.txt", "p");
     EXPECT_THROW(fs::clear_folder(root.wide() + native(L"/plain.txt/")), stdfs::filesystem_error);
@@ -82,21 +81,16 @@ TEST(FsClearFolder, RemovesEverythingInsideAndNeverFollowsALink) {
 }
 
 TEST(FsPaths, ExtensionsSeparatorsAndAbsolutePaths) {
+    // A folder's dot, a leading dot and ".." are no extension; a trailing dot is one; only the
+    // last extension goes.
+    // clang-format off
     const std::pair<const wchar_t*, const wchar_t*> extensions[] = {
-        {L"/a.b/c", L"/a.b/c"},         // the dot belongs to a folder
-        {L"/x/.cfg", L"/x/.cfg"},       // only dot first: no extension
-        {L"/x/y.", L"/x/y"},            // a trailing dot is an extension of its own
-        {L"/x/y.tar.gz", L"/x/y.tar"},  // only the last extension
-        {L"/x/.a.b", L"/x/.a"},
-        {L"/x/..", L"/x/.."},
-        {L"..", L".."},
-        {L"a.doc", L"a"},
-        {L"", L""},
-        {L"/x/", L"/x/"},
-    };
-    for (const auto& [path, expected] : extensions) {
+        {L"/a.b/c", L"/a.b/c"}, {L"/x/.cfg", L"/x/.cfg"}, {L"/x/y.", L"/x/y"},
+        {L"/x/y.tar.gz", L"/x/y.tar"}, {L"/x/.a.b", L"/x/.a"}, {L"/x/..", L"/x/.."},
+        {L"..", L".."}, {L"a.doc", L"a"}, {L"", L""}, {L"/x/", L"/x/"}};
+    // clang-format on
+    for (const auto& [path, expected] : extensions)
         EXPECT_EQ(fs::remove_extension(native(path)), native(expected)) << native(path).size();
-    }
     EXPECT_EQ(fs::collapse_separators(native(L"//a///b/c//")), native(L"/a/b/c/"));
     EXPECT_EQ(fs::collapse_separators(L""), L"");
     const std::wstring cwd = platform::from_path(stdfs::current_path());
@@ -128,11 +122,76 @@ TEST(FsSystem, TemporaryFolderAndFreeSpace) {
     ASSERT_TRUE(fs::get_temp_folder(temp, error)) << error;
     EXPECT_TRUE(fs::is_folder(temp) && temp.back() == platform::kSeparator);
     uint64_t bytes = 0;
-    EXPECT_TRUE(fs::get_available_space(platform::from_path(stdfs::current_path()), bytes));
     EXPECT_TRUE(
         fs::get_available_space(platform::kWindows ? L"C:\\no\\such" : L"relative/missing", bytes));
     EXPECT_TRUE(fs::get_available_space(temp + native(L"no/such/folder"), bytes));
     EXPECT_EQ(fs::get_available_space(L"", bytes), !platform::kWindows);
+}
+
+// Truncated, overlong and surrogate-coding UTF-8 sequences and lone UTF-16 surrogates each
+// become U+FFFD; pairs join.
+TEST(PlatformText, Utf8AndUtf16WithReplacement) {
+    const std::wstring wide = L"Root Entry 根目录 \U0001F600";
+    EXPECT_EQ(platform::from_utf8(platform::to_utf8(wide)), wide);
+    EXPECT_EQ(platform::to_utf8(L"根"), "\xE6\xA0\xB9");
+    EXPECT_EQ(platform::from_utf8("a\xE6\xA0"), L"a\xFFFD");
+    EXPECT_EQ(platform::from_utf8("\xC0\xAF"), L"\xFFFD\xFFFD");
+    EXPECT_EQ(platform::from_utf8("\xED\xA0\x80z"), L"\xFFFDz");
+    EXPECT_EQ(platform::from_utf8("\xF5\x80"), L"\xFFFD\xFFFD");
+    const char16_t units[] = {0xDC00, u'A', 0xD83D, 0xDE00, 0xD800};
+    EXPECT_EQ(platform::to_utf8(platform::from_utf16(units, 5)),
+              "\xEF\xBF\xBD"
+              "A\xF0\x9F\x98\x80\xEF\xBF\xBD");
+    EXPECT_TRUE(platform::from_utf16(nullptr, 0).empty());
+    EXPECT_EQ(platform::narrow(platform::widen("C:/x/y.doc")), "C:/x/y.doc");
+}
+
+// Ranges are appended after what was written before, whatever the block sizes of the copy:
+// the source is longer than one block of every copying path.
+TEST(PlatformCopy, AppendsRangesAfterWrittenBytes) {
+    test::Temp_Folder folder("copy");
+    const std::vector<uint8_t> bytes = test::random_bytes((9 << 20) + 3, 1);
+    const std::string source(bytes.begin(), bytes.end());
+    test::write_file(folder / "in.bin", source);
+    platform::Input_File in;
+    ASSERT_TRUE(in.open(folder.wide(true) + L"in.bin"));
+    platform::Output_File out;
+    ASSERT_TRUE(out.create(folder.wide(true) + L"out.bin"));
+    EXPECT_TRUE(out.write("head", 4));
+    EXPECT_EQ(out.append_range(in, 5, 10), 10U);
+    // Asking for more than the source holds stops at its end; past the end copies nothing.
+    EXPECT_EQ(out.append_range(in, 512, UINT64_MAX), source.size() - 512);
+    EXPECT_EQ(out.append_range(in, source.size() + 1, 100), 0U);
+    EXPECT_TRUE(out.close());
+    EXPECT_TRUE(test::read_file(folder / "out.bin") ==
+                "head" + source.substr(5, 10) + source.substr(512));
+    // Creating truncates; a file that cannot be opened reports so.
+    ASSERT_TRUE(out.create(folder.wide(true) + L"out.bin") && out.close());
+    EXPECT_TRUE(test::read_file(folder / "out.bin").empty());
+    EXPECT_FALSE(in.open(folder.wide(true) + L"missing.bin"));
+    EXPECT_EQ(out.append_range(in, 0, 1), 0U);
+    EXPECT_FALSE(out.create(folder.wide(true) + L"no_folder" + platform::kSeparator + L"x.bin"));
+}
+
+void expect_refused(const std::wstring& name, bool on_posix, bool on_windows) {
+    EXPECT_EQ(is_refused_file_name(name, false), on_posix) << platform::to_utf8(name);
+    EXPECT_EQ(is_refused_file_name(name, true), on_windows) << platform::to_utf8(name);
+}
+
+TEST(SafeName, RefusedOnWhichSystems) {
+    for (const wchar_t* name : {L"", L".", L"..", L"a/b", L"/"}) expect_refused(name, true, true);
+    expect_refused(std::wstring(L"a\0b", 3), true, true);
+    for (const wchar_t* name :
+         {L"Root Entry", L"...a", L"原始数据", L"CONSOLE", L"COM0", L"COM10", L"LPT", L"xCON"})
+        expect_refused(name, false, false);
+    // Characters, endings and device names only Windows refuses; "\" is ordinary on POSIX.
+    // clang-format off
+    for (const wchar_t* name : {L"a\\b", L"\u0001CompObj", L"a<b", L"c:d", L"a\"b", L"a?b",
+                                L"name.", L"name ", L"a\tb", L"con", L"AUX", L"COM1", L"com9",
+                                L"LPT1", L"CON.txt", L"nul.tar.gz", L"COM1 .log", L"LPT\u00B9"})
+        expect_refused(name, false, true);
+    // clang-format on
+    EXPECT_EQ(is_refused_file_name(L"a\\b"), platform::kWindows);
 }
 
 }  // namespace

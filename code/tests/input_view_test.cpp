@@ -1,3 +1,5 @@
+// The one checked input view (and the writer thread that hands its blocks to the output): ranges
+// served or failing as the door does, closed views, reads of every shape, a file shrunk while open.
 #include "file_operation/Input_View.h"
 
 #include <gtest/gtest.h>
@@ -10,8 +12,10 @@
 #include <system_error>
 #include <vector>
 
+#include "common/background_writer.h"
 #include "common/platform.h"
 #include "file_operation/Input_Blocks.h"
+#include "support/cfb_patch.h"
 #include "support/test_folders.h"
 
 namespace vrk {
@@ -38,16 +42,13 @@ std::string as_text(const uint8_t* data, uint64_t length) {
 
 class Input_View_Test : public ::testing::Test {
   protected:
-    Input_View_Test() {
-        for (std::size_t i = 0; i < m_bytes.size(); ++i)
-            m_bytes[i] = static_cast<char>(i * 131 + (i >> 10) * 17);
-        test::write_file(m_path, m_bytes);
-    }
+    Input_View_Test() { test::write_file(m_path, m_bytes); }
     std::wstring path() const { return platform::from_path(m_path); }
 
     test::Temp_Folder m_folder{"input_view"};
     std::filesystem::path m_path = m_folder / "input.bin";
-    std::string m_bytes = std::string(kSize, '\0');
+    std::vector<uint8_t> m_memory = test::random_bytes(kSize, 5);
+    std::string m_bytes{m_memory.begin(), m_memory.end()};
 };
 
 TEST_F(Input_View_Test, RangesInsideAreServedAndOthersFailAsTheDoor) {
@@ -59,11 +60,10 @@ TEST_F(Input_View_Test, RangesInsideAreServedAndOthersFailAsTheDoor) {
         {kSize - 3, 4, kSize},      {kSize + 9, 4, kSize + 9},
         {100, ~uint64_t{0}, kSize}, {~uint64_t{0} - 1, 4, ~uint64_t{0} - 1},  // wraps around
     };
-    const std::vector<uint8_t> memory(m_bytes.begin(), m_bytes.end());
     for (const Read_Site* site : {&kNoMutexSite, &kWithMutexSite}) {
         Input_View file(*site);
         ASSERT_EQ(file.open(path()), platform::Map_Step::ok);
-        Input_View held(memory.data(), memory.size(), *site);
+        Input_View held(m_memory.data(), m_memory.size(), *site);
         for (Input_View* view : {&file, &held}) {
             ASSERT_EQ(view->size(), kSize);
             for (const auto& c : ranges) {
@@ -136,23 +136,18 @@ TEST_F(Input_View_Test, ScatteredSequentialAndBlockReadsGiveTheFilesBytes) {
         const uint64_t offset = kind == 0 ? run : random() % (kSize - length);
         if (kind == 0) run = (run + 512) % (kSize - 512);
         std::string got(length, '\0');
-        if (kind == 3) {
-            view.copy(offset, length, reinterpret_cast<uint8_t*>(got.data()));
-        } else {
-            got = as_text(view.bytes(offset, length), length);
-        }
+        if (kind == 3) view.copy(offset, length, reinterpret_cast<uint8_t*>(got.data()));
+        if (kind != 3) got = as_text(view.bytes(offset, length), length);
         ASSERT_EQ(got, m_bytes.substr(offset, length)) << round;
     }
-    const std::vector<uint8_t> memory(m_bytes.begin(), m_bytes.end());
-    Input_View held(memory.data(), memory.size());
+    Input_View held(m_memory.data(), m_memory.size());
     for (Input_View* source : {&view, &held}) {
         for (const std::size_t block :
              {std::size_t{300}, std::size_t{700}, Input_Blocks::kBlockSize}) {
             Input_Blocks blocks(*source, block);
-            for (uint64_t offset = 512; offset + 512 <= kSize; offset += 512) {
+            for (uint64_t offset = 512; offset + 512 <= kSize; offset += 512)
                 ASSERT_EQ(as_text(blocks.at(offset, 512), 512), m_bytes.substr(offset, 512))
                     << block << " " << offset;
-            }
             EXPECT_EQ(thrown([&] { (void)blocks.at(kSize - 100, 512); }),
                       failure(kNoMutexSite, true, kSize));
         }
@@ -187,6 +182,64 @@ TEST_F(Input_View_Test, AShrunkFileFailsAtItsFirstMissingByte) {
     EXPECT_EQ(as_text(blocks.at(kCut - 512, 512), 512), m_bytes.substr(kCut - 512, 512));
     EXPECT_EQ(thrown([&] { (void)blocks.at(kCut - 100, 512); }), at_cut);
     EXPECT_EQ(as_text(view.bytes(kCut - 4, 4), 4), m_bytes.substr(kCut - 4, 4));
+}
+
+// The writer thread behind the repair's one pass: blocks read into a ring of buffers and written by
+// the thread come out as the input's bytes, a block stays unchanged while the writer may still hold
+// it, and a write failing at byte N leaves the first N bytes.
+constexpr std::size_t kBuffers = 4;
+
+// Copies `input` block by block as the repair's pass does; every handed-over block is compared
+// with its copy while the writer may still hold it. The answer is finish()'s.
+bool copy_through_writer(const std::filesystem::path& input, const std::filesystem::path& output,
+                         std::size_t block) {
+    Input_View view;
+    EXPECT_EQ(view.open(platform::from_path(input)), platform::Map_Step::ok);
+    platform::Output_File out;
+    EXPECT_TRUE(out.create(platform::from_path(output)));
+    Input_Blocks blocks(view, block, kBuffers);
+    Background_Writer writer(out, kBuffers - 1);
+    std::vector<std::pair<const uint8_t*, std::string>> kept;  // the blocks the writer may hold
+    blocks.on_block_done([&](uint64_t, const uint8_t* bytes, std::size_t size) {
+        for (const auto& [at, copy] : kept)
+            EXPECT_EQ(std::string(reinterpret_cast<const char*>(at), copy.size()), copy);
+        if (kept.size() == kBuffers - 1) kept.erase(kept.begin());
+        kept.emplace_back(bytes, std::string(reinterpret_cast<const char*>(bytes), size));
+        writer.write(bytes, size);
+    });
+    for (uint64_t offset = 0; offset < view.size(); offset += 512) (void)blocks.at(offset, 512);
+    blocks.finish();
+    return writer.finish();
+}
+
+TEST(Background_Writer, BlocksComeOutInOrderAndAFailureAtByteNKeepsTheFirstN) {
+    test::Temp_Folder folder("writer");
+    const std::vector<uint8_t> random = test::random_bytes(std::size_t{40} * 4096, 1);
+    const std::string bytes(random.begin(), random.end());
+    test::write_file(folder / "in.bin", bytes);
+    for (const std::size_t block : {std::size_t{512}, std::size_t{4096}, std::size_t{3 * 4096}}) {
+        EXPECT_TRUE(copy_through_writer(folder / "in.bin", folder / "out.bin", block)) << block;
+        EXPECT_EQ(test::read_file(folder / "out.bin"), bytes) << block;
+    }
+    for (const uint64_t at : {uint64_t{0}, uint64_t{4096}, uint64_t{4097}, bytes.size() - 1}) {
+        for (const auto fault :
+             {platform::Write_Fault::disk_full, platform::Write_Fault::short_write}) {
+            platform::set_write_fault_for_tests(fault, at);
+            const bool written = copy_through_writer(folder / "in.bin", folder / "out.bin", 4096);
+            platform::set_write_fault_for_tests(platform::Write_Fault::none, 0);
+            EXPECT_FALSE(written) << at;
+            EXPECT_EQ(test::read_file(folder / "out.bin"), bytes.substr(0, at)) << at;
+        }
+    }
+    // Going away without finish() (the pass threw) still writes every range handed over.
+    {
+        platform::Output_File out;
+        ASSERT_TRUE(out.create(platform::from_path(folder / "out.bin")));
+        Background_Writer writer(out, 1);
+        for (std::size_t offset = 0; offset < 3000; offset += 1000)
+            writer.write(reinterpret_cast<const uint8_t*>(bytes.data()) + offset, 1000);
+    }
+    EXPECT_EQ(test::read_file(folder / "out.bin"), bytes.substr(0, 3000));
 }
 
 }  // namespace
