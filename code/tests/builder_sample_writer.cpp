@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <string>
-#include <system_error>
 
 #include "common/platform.h"
 #include "support/sample_shapes.h"
@@ -14,8 +13,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::wstring folder = vrk::platform::widen(argv[1]);
-    std::error_code ec;
-    std::filesystem::create_directories(vrk::platform::to_path(folder), ec);
+    std::filesystem::create_directories(vrk::platform::to_path(folder));
     int failures = 0;
     for (const std::string& name : vrk::test::sample_shape_names()) {
         std::string error;

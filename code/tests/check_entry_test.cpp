@@ -42,14 +42,12 @@ TEST_F(Check_Entry, EachDamageTypeOnABuiltFile) {
     const auto root_at = [](Sample_File& s, uint64_t field) {
         return test::directory_entry_offset(s.layout, 0) + field;
     };
-    // A kind of document, its name, a patch, the damage type recorded (its folded result is
-    // the check's).
+    // A kind of document, its name, a patch, the damage type recorded (the result is its folding).
     const std::tuple<Sample_Kind, const char*, Patch, Error_Code> cases[] = {
         {Sample_Kind::word, "a.doc", none, ec::kSuccess},
         {Sample_Kind::sheet, "b.XLS", none, ec::kSuccess},
         {Sample_Kind::slides, "c.docx", none, ec::kSuccess},
         {Sample_Kind::word, "noextension", none, ec::kSuccess},
-        {Sample_Kind::sheet, "sheet.xlsx", none, ec::kSuccess},
         {Sample_Kind::word, "empty.doc", [](Sample_File& s) { s.bytes.clear(); }, ec::kNotCfb},
         {Sample_Kind::word, "nameless.doc",
          [&](Sample_File& s) { test::zero_range(s.bytes, root_at(s, 0), 20); }, ec::kNotCfb},
@@ -91,8 +89,8 @@ TEST_F(Check_Entry, UnusablePaths) {
     test::write_file(folder / "dir" / "keep.txt", "keep");
     EXPECT_EQ(check((folder / "dir").u8string()), std::make_pair(-3101, ec::kInvalidArgument));
     EXPECT_EQ(test::read_file(folder / "dir" / "keep.txt"), "keep");  // a folder, left alone
-    EXPECT_EQ(check((folder / "missing.doc").u8string()).first, -3101);
-    EXPECT_EQ(check("").first, -3101);
+    for (const std::string& bad : {(folder / "missing.doc").u8string(), std::string()})
+        EXPECT_EQ(check(bad).first, -3101) << bad;
     EXPECT_EQ(VrkCfbFileCheck(nullptr), -3101);
     // A read past the end of a short file is an internal error: the second slot of sector 0
     // runs past the end.

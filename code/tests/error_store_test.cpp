@@ -23,7 +23,7 @@ std::string dump(Error_Store& store) {
     return out.str();
 }
 
-TEST(ErrorStore, EmptyThenRecordsWithTextsAndExactDump) {
+TEST(ErrorStore, RecordsTextsDumpAndUnknownCodes) {
     Error_Store store;
     EXPECT_EQ(last_error(store).code, 0);
     EXPECT_EQ(last_error(store).text, nullptr);
@@ -45,21 +45,16 @@ TEST(ErrorStore, EmptyThenRecordsWithTextsAndExactDump) {
     failed.setstate(std::ios::badbit);
     dump_all_error_info(store, failed);
     EXPECT_TRUE(failed.str().empty());
-}
-
-// An unknown code (exact lookup: -4 too) takes the previous record's code and text, of any
-// thread, with its own line.
-TEST(ErrorStore, UnknownCodeRepeatsThePreviousRecordOfAnyThread) {
-    Error_Store first;
-    push(first, 78, 1);
-    EXPECT_EQ(last_error(first).code, 0);
-    Error_Store store;
+    // An unknown code (exact lookup: -4 too) takes the previous record's code and text, of any
+    // thread, with its own line.
     push(store, 4, 10);
     push(store, -4, 11);
     EXPECT_EQ(last_error(store).code, 4);
     EXPECT_STREQ(last_error(store).text, "Invalid argument");
     EXPECT_EQ(last_error(store).line, "11");
     Error_Store other;
+    push(other, 78, 1);
+    EXPECT_EQ(last_error(other).code, 0);
     std::thread([&other] { push(other, 59, 1); }).join();
     push(other, 43, 2);
     EXPECT_EQ(last_error_code(other), 59);
@@ -72,17 +67,13 @@ TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistoriesListedByThreadId) {
         ids[which] = platform::current_thread_id();
         for (int i = 0; i < 300; ++i) push(store, code, i);
     };
-    std::thread a(worker, 0, 59);
-    std::thread b(worker, 1, 74);
-    a.join();
-    b.join();
+    std::thread a(worker, 0, 59), b(worker, 1, 74);
+    a.join(), b.join();
     for (int which = 0; which < 2; ++which) {
         const auto& records = store.by_thread.at(ids[which]);
         ASSERT_EQ(records.size(), 300U);
-        for (int i = 0; i < 300; ++i) {
-            EXPECT_TRUE(records[i].code == (which == 0 ? 59 : 74) &&
-                        records[i].line == std::to_string(i));
-        }
+        for (int i = 0; i < 300; ++i)
+            EXPECT_TRUE(records[i].code == 59 + 15 * which && records[i].line == std::to_string(i));
     }
     const std::string text = dump(store);
     EXPECT_LT(text.find("std::thread::id :[" + std::to_string(std::min(ids[0], ids[1])) + "]"),

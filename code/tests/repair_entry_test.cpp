@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -22,46 +23,40 @@ namespace vrk {
 namespace {
 
 namespace stdfs = std::filesystem;
-using Patch = void (*)(std::vector<uint8_t>&, const Build_Layout&);
 
 class RepairEntry : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
         ASSERT_EQ(VrkCfbInit("repair_logs", "repair_config", "repair_work"), 0);
     }
-
-    std::string arg(const std::string& name) const {
-        return platform::narrow(platform::from_path(folder / name));
-    }
+    std::string arg(const std::string& name) const { return test::narrow(folder / name); }
     // A sample document of the kind (0 word processing, 1 spreadsheet, 2 presentation) saved as
-    // `name`, with `patch` applied to its bytes.
-    std::string sample(const std::string& name, int32_t kind, Patch patch = nullptr) const {
+    // `name`, with the root's first name unit or the sector shift patched when not 0.
+    std::string sample(const std::string& name, int32_t kind, uint16_t root_name = 0,
+                       uint16_t shift = 0) const {
         const test::Sample_Shape shape = test::shape_with_document("nested_storages", kind);
         Build_Layout layout;
         auto bytes = build_compound_file(*shape.root, shape.options, &layout);
-        if (patch != nullptr) patch(bytes, layout);
+        if (root_name != 0)
+            test::patch_u16(bytes, test::directory_entry_offset(layout, 0), root_name);
+        if (shift != 0) test::patch_u16(bytes, test::offsets::kSectorShift, shift);
         EXPECT_TRUE(test::write_bytes_to_file(platform::from_path(folder / name), bytes));
         return arg(name);
     }
-
     test::Temp_Folder folder{"repair"};
 };
 
 // The folded result of a repair (with a password: the advance one) on a thread of its own, so
 // that no earlier record of this thread shows through, and the code it left on that thread.
-std::pair<int32_t, int32_t> repair(const char* input, const char* output,
+std::pair<int32_t, int32_t> repair(const char* input, const std::string& output,
                                    const char* password = nullptr) {
     std::pair<int32_t, int32_t> result;
     std::thread([&] {
-        result.first = password == nullptr ? VrkCfbGeneralRepair(input, output)
-                                           : VrkCfbAdvanceRepair(input, output, password);
+        result.first = password == nullptr ? VrkCfbGeneralRepair(input, output.c_str())
+                                           : VrkCfbAdvanceRepair(input, output.c_str(), password);
         result.second = last_error_code(get_error_store());
     }).join();
     return result;
-}
-std::pair<int32_t, int32_t> repair(const std::string& input, const std::string& output,
-                                   const char* password = nullptr) {
-    return repair(input.c_str(), output.c_str(), password);
 }
 
 TEST_F(RepairEntry, MakesTheOutputFolderAndNamesTheOutputByTheDocument) {
@@ -71,61 +66,51 @@ TEST_F(RepairEntry, MakesTheOutputFolderAndNamesTheOutputByTheDocument) {
     const stdfs::path release = stdfs::path("repair_work") / "tmp_release_dir_for_fixing_cfb";
     test::write_file(raw / "stale.bin", "left over");
     test::write_file(release / "stale" / "inner.bin", "left over");
-    EXPECT_EQ(repair(input, arg("out/b.doc")).first, 0);
+    EXPECT_EQ(repair(input.c_str(), arg("out/b.doc")).first, 0);
     EXPECT_EQ(test::folder_names(platform::from_path(folder / "out")),
               std::set<std::string>{"b.xls"});
     EXPECT_EQ(stdfs::file_size(folder / "out" / "b.xls"), stdfs::file_size(input));
     EXPECT_TRUE(stdfs::is_empty(raw) && stdfs::is_empty(release));
     // A name without a dot keeps it whole and gains the extension; a password is stored first.
-    EXPECT_EQ(repair(sample("slides.bin", 2), arg("result"), "secret").first, 0);
+    EXPECT_EQ(repair(sample("slides.bin", 2).c_str(), arg("result"), "secret").first, 0);
     EXPECT_TRUE(stdfs::exists(folder / "result.ppt"));
 }
 
-// Unusable paths and a missing password are refused; a file too short for the probe's
-// directory scan, and one whose 1 MiB sectors make the parse read the short-stream container
-// past the end, end in the entry's handler. Nothing is written.
+// Unusable paths are refused; a file too short for the probe's directory scan, and one whose
+// 1 MiB sectors make the parse read the short-stream container past the end, end in the entry's
+// handler. Nothing is written.
 TEST_F(RepairEntry, RefusalsAndFileLayerFailuresWriteNothing) {
     const std::string input = sample("sheet.bin", 1);
     test::write_file(folder / "short.doc", std::string(600, '\0'));
-    const std::string wide = sample("wide.bin", 1, [](auto& bytes, const auto&) {
-        test::patch_u16(bytes, test::offsets::kSectorShift, 20);
-    });
+    const std::string wide = sample("wide.bin", 1, 0, 20);
     const std::string out = arg("out.xls");
     const std::pair<int32_t, int32_t> invalid{-3101, ec::kInvalidArgument};
+    for (const std::string& bad : {std::string(), folder.narrow(), arg("missing.bin")})
+        EXPECT_EQ(repair(bad.c_str(), out), invalid) << bad;
+    EXPECT_EQ(repair(input.c_str(), ""), invalid);
+    EXPECT_EQ(repair(input.c_str(), folder.narrow()), invalid);
+    EXPECT_EQ(repair(nullptr, out).first, -3101);
     const std::pair<int32_t, int32_t> internal{-3101, ec::kInternalError};
-    EXPECT_EQ(repair("", out), invalid);
-    EXPECT_EQ(repair(folder.narrow(), out), invalid);
-    EXPECT_EQ(repair(arg("missing.bin"), out), invalid);
-    EXPECT_EQ(repair(input, ""), invalid);
-    EXPECT_EQ(repair(input, folder.narrow()), invalid);
-    EXPECT_EQ(repair(nullptr, out.c_str()).first, -3101);
-    int32_t null_password = 0;
-    std::thread([&] {
-        null_password = VrkCfbAdvanceRepair(input.c_str(), out.c_str(), nullptr);
-    }).join();
-    EXPECT_EQ(null_password, -3101);
-    EXPECT_EQ(repair(arg("short.doc"), out), internal);
-    EXPECT_EQ(repair(wide, out), internal);
+    EXPECT_EQ(repair(arg("short.doc").c_str(), out), internal);
+    EXPECT_EQ(repair(wide.c_str(), out), internal);
     EXPECT_EQ(test::folder_names(folder.wide()),
               (std::set<std::string>{"sheet.bin", "short.doc", "wide.bin"}));
 }
 
-// Information lines are dropped, except the repair's echo of its two paths: the log shows
-// which files were repaired. With a path missing the echo is an error line.
+// Information lines are dropped, except the repair's echo of its two paths (time, the level in
+// five characters, " [source:line]->info: ", the message); with a path missing it is an error.
 TEST_F(RepairEntry, ThePathEchoReachesTheLog) {
     const std::string input = sample("echo_in.bin", 0);
     const stdfs::path log = stdfs::path("repair_logs") / "cfb_repair_sdk.log";
     const std::size_t before = test::read_file(log).size();
-    EXPECT_EQ(repair(input, arg("echo_out.doc")).first, 0);
+    EXPECT_EQ(repair(input.c_str(), arg("echo_out.doc")).first, 0);
     EXPECT_EQ(repair(nullptr, "echo_null.doc").first, -3101);
-    // Each line: time, the level in five characters, " [source:line]->info: ", the message.
     std::vector<std::string> echoes;
     std::istringstream lines(test::read_file(log).substr(before));
     for (std::string line; std::getline(lines, line);) {
         const std::size_t message = line.find("]->info: ");
-        if (line.find("_path = ") != std::string::npos && message != std::string::npos) {
+        if (line.find("_path = ") != std::string::npos && message != std::string::npos)
             echoes.push_back(line.substr(line.find(" [") - 5, 5) + line.substr(message + 9));
-        }
     }
     EXPECT_EQ(echoes,
               (std::vector<std::string>{
@@ -133,12 +118,10 @@ TEST_F(RepairEntry, ThePathEchoReachesTheLog) {
                   "ERRORinput_file_path = ", "ERRORout_file_path = echo_null.doc"}));
 }
 
-// Without the root's name the check refuses the file but the repair goes on; a successful
-// repair pushes no record, so its result is the thread's earlier one (the check's).
+// Without the root's name ("Xoot Entry") the check refuses the file but the repair goes on; a
+// successful repair pushes no record, so its result is the thread's earlier one (the check's).
 TEST_F(RepairEntry, WithoutTheRootNameTheRepairGoesOnWithTheThreadsEarlierResult) {
-    const std::string input = sample("sheet.bin", 1, [](auto& bytes, const auto& layout) {
-        test::patch_u16(bytes, test::directory_entry_offset(layout, 0), 'X');  // "Xoot Entry"
-    });
+    const std::string input = sample("sheet.bin", 1, 'X');
     int32_t check = 0;
     int32_t repaired = 0;
     std::thread([&] {
