@@ -9,7 +9,7 @@
 #include "cfb_vornak/cfb_vornak_api.h"
 #include "common/platform.h"
 #include "scratch_frame.h"
-#include "support/literal_probe.h"
+#include "support/literal_procedures.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const std::filesystem::path path = vrk::fuzz::scratch_folder("fuzz_check") / "input.doc";

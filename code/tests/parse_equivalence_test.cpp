@@ -11,8 +11,9 @@
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/model/Sector_Chains.h"
 #include "support/cfb_patch.h"
-#include "support/literal_tables.h"
+#include "support/literal_procedures.h"
 #include "support/parse_samples.h"
+#include "support/test_folders.h"
 
 namespace vrk {
 namespace {
@@ -20,40 +21,9 @@ namespace {
 using test::Literal_Parse;
 namespace off = test::offsets;
 
-// The first difference between the object's results and the literal ones; empty when none.
-std::string difference(const Cfb_File& f, const Literal_Parse& l) {
-    using test::chain_lists;
-    using test::sector_dicts;
-    const std::pair<const char*, bool> same[] = {
-        {"header_disat", f.header_disat == l.header_disat},
-        {"disat_sids", f.disat_sids == l.disat_sids},
-        {"disat_sector_entries", f.disat_sector_entries == l.disat_sector_entries},
-        {"sat sectors", sector_dicts(f.sat_sector_dicts, f.big_sids_array) == l.sat_sector_dicts},
-        {"big_sids_array", f.big_sids_array == l.big_sids_array},
-        {"sat chains", chain_lists(f.sat_sids_lists, f.big_sids_array) == l.sat_sids_lists},
-        {"minisat sectors",
-         sector_dicts(f.minisat_sector_dicts, f.minisat_big_sids_array) == l.minisat_sector_dicts},
-        {"minisat_big_sids_array", f.minisat_big_sids_array == l.minisat_big_sids_array},
-        {"minisat chains",
-         chain_lists(f.minisat_sids_lists, f.minisat_big_sids_array) == l.minisat_sids_lists},
-        {"directory chain", f.directory_entrys_sids_list == l.directory_entrys_sids_list},
-        {"directory_entrys", test::same_entries(f.directory_entrys, l.directory_entrys)},
-        {"layout",
-         test::same_layout(f.directory_entry_layout_dicts, l.directory_entry_layout_dicts)},
-        {"container", f.short_stream_container == l.short_stream_container},
-        {"mini_sector_count", f.mini_sector_count == l.mini_sector_count}};
-    for (const auto& [name, equal] : same) {
-        if (!equal) return name;
-    }
-    return {};
-}
-
-class Random_Image {
-  public:
-    explicit Random_Image(uint32_t seed) : m_rng(seed) {}
-
+struct Random_Image {
     uint32_t pick(uint32_t low, uint32_t high) {
-        return std::uniform_int_distribution<uint32_t>(low, high)(m_rng);
+        return std::uniform_int_distribution<uint32_t>(low, high)(rng);
     }
 
     // A sector id as damaged tables hold them: ids inside the file, markers, and at
@@ -140,8 +110,7 @@ class Random_Image {
         return bytes;
     }
 
-  private:
-    std::mt19937 m_rng;
+    std::mt19937 rng;
 };
 
 void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
@@ -154,9 +123,8 @@ void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
     // The steps of the full parse after the header, on a light object.
     Cfb_File fast(in);
     fast.parse_header();
-    std::string thrown;
     test::new_error_lines();
-    try {
+    const std::string thrown = test::thrown([&] {
         fast.parse_disat();
         fast.parse_sat_form_disat();
         fast.parse_minisat();
@@ -165,26 +133,21 @@ void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
         const auto root = std::find_if(entries.begin(), entries.end(),
                                        [](const Directory_Entry& e) { return e.object_type == 5; });
         fast.extract_cfb_short_stream_container(root == entries.end() ? Directory_Entry{} : *root);
-    } catch (const std::logic_error& failure) {
-        thrown = failure.what();
-    }
+    });
     std::vector<std::string> errors;
     for (const std::string& line : test::new_error_lines())
         errors.push_back(test::message_of(line));
     ASSERT_EQ(thrown, l.thrown) << label;
     ASSERT_EQ(errors, l.errors) << label;
-    ASSERT_EQ(difference(fast, l), "") << label;
+    ASSERT_EQ(test::parse_difference(fast, l), "") << label;
 
     // The full constructor runs the same steps (and the tree) with the same outcome.
-    thrown.clear();
-    try {
+    const std::string full_thrown = test::thrown([&] {
         Cfb_File full(in, File_Description{});
-        ASSERT_EQ(difference(full, l), "") << label << " (full)";
+        EXPECT_EQ(test::parse_difference(full, l), "") << label << " (full)";
         EXPECT_EQ(full.object_state, Object_State::parsed);
-    } catch (const std::logic_error& failure) {
-        thrown = failure.what();
-    }
-    EXPECT_EQ(thrown, l.thrown) << label << " (full)";
+    });
+    EXPECT_EQ(full_thrown, l.thrown) << label << " (full)";
 
     // Single chains from every start the parser could be asked for.
     for (sid_t start = 0; start < fast.max_sid + 2; ++start) {
@@ -194,10 +157,10 @@ void check_case(const std::vector<uint8_t>& bytes, const std::string& label) {
 }
 
 TEST(ParseEquivalence, RandomlyDamagedRawAndBuiltImages) {
-    Random_Image random(20241123);
+    Random_Image random{std::mt19937(20241123)};
     for (int i = 0; i < 700 && !HasFatalFailure(); ++i)
         check_case(random.raw_image(), "raw " + std::to_string(i));
-    Random_Image built(777);
+    Random_Image built{std::mt19937(777)};
     for (int i = 0; i < 400 && !HasFatalFailure(); ++i) {
         check_case(built.damaged_built_image(), "built " + std::to_string(i));
     }

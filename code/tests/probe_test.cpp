@@ -1,4 +1,5 @@
-// The damage probe's passes against their literal byte-wise forms, and the scan's rules.
+// The damage probe's passes against their literal byte-wise forms (the slot scan of a large
+// file, whose upper half is scanned on a second thread, included), and the scan's rules.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -11,7 +12,7 @@
 #include "common/platform.h"
 #include "support/analysis_samples.h"
 #include "support/cfb_patch.h"
-#include "support/literal_probe.h"
+#include "support/literal_procedures.h"
 #include "support/probe_samples.h"
 #include "support/test_folders.h"
 
@@ -22,12 +23,23 @@ using test::build_sample;
 using test::Sample_File;
 using test::Sample_Kind;
 
-// The fast passes and the literal ones on the file `bytes`.
-void expect_probe_matches_literal(const std::vector<uint8_t>& bytes, const std::string& what) {
+// The fast passes and the literal ones on the file `bytes` (the slot scans up to `scan_limit`).
+void expect_probe_matches_literal(const std::vector<uint8_t>& bytes, const std::string& what,
+                                  uint64_t scan_limit = uint64_t{1} << 20) {
     test::Temp_Folder folder("probe");
     Sample_File{bytes, {}}.write(folder / "s.doc");
     const File_Description input = test::describe(platform::from_path(folder / "s.doc"));
-    EXPECT_EQ(test::probe_difference(input, bytes.data(), bytes.size()), "") << what;
+    EXPECT_EQ(test::probe_difference(input, bytes.data(), bytes.size(), scan_limit), "") << what;
+}
+
+// A record that passes the slot test: name "A" (`name_size` 1 or 2), no links, of `type`.
+void plant_record(std::vector<uint8_t>& bytes, uint64_t slot, uint8_t type, uint8_t name_size = 2) {
+    const auto at = bytes.begin() + static_cast<std::ptrdiff_t>(slot);
+    std::fill_n(at, 128, 0);
+    at[0] = 0x41;
+    at[64] = name_size;
+    at[66] = type;
+    std::fill_n(at + 68, 12, 0xFF);
 }
 
 // Built documents under random damage, and junk made of the signature's own bytes and zeros
@@ -42,29 +54,21 @@ TEST(Probe, MatchesLiteralOnDamagedFilesAndJunk) {
         for (int d = 1 + static_cast<int>(random() % 6); round % 2 == 0 && d > 0; --d) {
             const uint64_t entry =
                 test::directory_entry_offset(sample.layout, random() % (4 * dir.size()));
-            switch (random() % 6) {
-                case 0:  // a second root storage somewhere in the directory
-                    bytes[entry + 66] = 5;
-                    break;
-                case 1:  // a name length that may or may not fit the name
-                    test::patch_u16(bytes, entry + 64, static_cast<uint16_t>(random() % 70));
-                    break;
-                case 2:  // a link out of range, or exactly at the limit
-                    test::patch_u32(bytes, entry + 68 + 4 * (random() % 3),
-                                    random() % 2 ? 10000u : 10001u + random() % 5);
-                    break;
-                case 3:  // a stream size around the cutoff with a far start
-                    test::patch_u32(bytes, entry + 120, 4094 + random() % 4);
-                    test::patch_u32(bytes, entry + 116, random() % 200);
-                    break;
-                case 4:  // a copy of an entry in some sector far from the directory
-                    std::copy_n(&bytes[entry], 128,
-                                &bytes[512 + 128 * (random() % ((bytes.size() - 512) / 128))]);
-                    break;
-                default:  // a stray byte in a name's tail
-                    bytes[entry + 40 + random() % 24] = 0x41;
-                    break;
+            // A second root storage; a name length that may or may not fit; a link out of range
+            // or exactly at the limit; a size around the cutoff with a far start; a copy of an
+            // entry far from the directory; a stray byte in a name's tail.
+            const auto kind = random() % 6;
+            if (kind == 0) bytes[entry + 66] = 5;
+            if (kind == 1) test::patch_u16(bytes, entry + 64, static_cast<uint16_t>(random() % 70));
+            if (kind == 2) {
+                test::patch_u32(bytes, entry + 68 + 4 * (random() % 3),
+                                random() % 2 ? 10000u : 10001u + random() % 5);
             }
+            if (kind == 3) test::patch_u32(bytes, entry + 120, 4094 + random() % 4);
+            if (kind == 3) test::patch_u32(bytes, entry + 116, random() % 200);
+            const std::size_t far = 512 + 128 * (random() % ((bytes.size() - 512) / 128));
+            if (kind == 4) std::copy_n(&bytes[entry], 128, &bytes[far]);
+            if (kind == 5) bytes[entry + 40 + random() % 24] = 0x41;
         }
         if (round % 2 != 0) {
             const uint8_t alphabet[] = {0x00, 0x52, 0x6F, 0x74, 0x20, 0x45, 0x6E, 0x72, 0x79, 0xFF};
@@ -75,12 +79,8 @@ TEST(Probe, MatchesLiteralOnDamagedFilesAndJunk) {
             for (std::size_t i = 0; i < keep && at + i < bytes.size(); ++i)
                 bytes[at + i] = kRootEntrySignature[i];
             for (int k = 0; k < 8 && bytes.size() >= 1024; ++k) {
-                const std::size_t slot = 512 + 128 * (random() % ((bytes.size() - 512) / 128));
-                std::fill_n(&bytes[slot], 128, 0);
-                bytes[slot] = 0x41;
-                bytes[slot + 64] = static_cast<uint8_t>(1 + random() % 2);  // one byte still fits
-                bytes[slot + 66] = static_cast<uint8_t>(random() % 2 ? 5 : 2);
-                std::fill_n(&bytes[slot + 68], 12, 0xFF);
+                plant_record(bytes, 512 + 128 * (random() % ((bytes.size() - 512) / 128)),
+                             random() % 2 ? 5 : 2, static_cast<uint8_t>(1 + random() % 2));
             }
         } else if (random() % 3 == 0) {  // cut short, sometimes below two sectors
             bytes.resize(random() % 3 == 0 ? 512 + random() % 512
@@ -88,12 +88,18 @@ TEST(Probe, MatchesLiteralOnDamagedFilesAndJunk) {
         }
         expect_probe_matches_literal(bytes, "round " + std::to_string(round));
     }
-    // Empty, a lone signature, a signature one byte short, and a missing file.
+    // Empty, a lone signature, one byte short; under 1024 bytes (max_sid 0) the four slots of
+    // sector 0 need bytes up to 1019 (a root storage record in slot 0 from 700 bytes on).
+    const std::vector<uint8_t> lone(kRootEntrySignature.begin(), kRootEntrySignature.end());
     expect_probe_matches_literal({}, "empty");
-    std::vector<uint8_t> lone(kRootEntrySignature.begin(), kRootEntrySignature.end());
     expect_probe_matches_literal(lone, "lone");
-    lone.pop_back();
-    expect_probe_matches_literal(lone, "short");
+    expect_probe_matches_literal({lone.begin(), lone.end() - 1}, "short");
+    for (const std::size_t size : {513u, 700u, 1019u, 1020u, 1023u}) {
+        std::vector<uint8_t> bytes = lone;
+        bytes.resize(size);
+        if (size >= 700) plant_record(bytes, 512, 5);
+        expect_probe_matches_literal(bytes, "size " + std::to_string(size));
+    }
     EXPECT_FALSE(Cfb_File::search_root_entry_signature(test::describe(L"missing.doc")));
 }
 
@@ -151,25 +157,6 @@ TEST(Probe, PlausibilityMatchesLiteral) {
     }
 }
 
-TEST(Probe, ShortFilesFailAtTheFirstByteBeyondTheEnd) {
-    // Under 1024 bytes max_sid is 0, and the four slots of sector 0 need bytes up to 1019.
-    test::Temp_Folder folder("short");
-    for (const std::size_t size : {513u, 700u, 1019u, 1020u, 1023u}) {
-        std::vector<uint8_t> bytes(size, 0);
-        std::copy(kRootEntrySignature.begin(), kRootEntrySignature.end(), bytes.begin());
-        if (size > 640) {  // a root storage record in slot 0
-            std::copy(kRootEntrySignature.begin(), kRootEntrySignature.end(), &bytes[512]);
-            bytes[512 + 64] = 22;
-            bytes[512 + 66] = 5;
-        }
-        expect_probe_matches_literal(bytes, "size " + std::to_string(size));
-        if (size >= 1020) continue;
-        Sample_File{bytes, {}}.write(folder / "s.doc");
-        const File_Description input = test::describe(platform::from_path(folder / "s.doc"));
-        EXPECT_THROW((void)Cfb_File::get_cfb_file_damaged_type(input), std::logic_error);
-    }
-}
-
 TEST(Probe, CoreStreamRules) {
     test::Temp_Folder folder("core");
     const auto damage_type = [&](const Sample_File& sample, const char* name) {
@@ -194,6 +181,22 @@ TEST(Probe, CoreStreamRules) {
     Cfb_File file(test::describe(platform::from_path(folder / "s.xls")));
     EXPECT_EQ(Cfb_File::check_cfb_core(file), ec::kSuccess);
     EXPECT_EQ(file.document_kind, Document_Kind::spreadsheet);
+}
+
+// Past the size from which the scan splits, with a partial last sector: records at the first
+// slot, on both sides of the split and at the last slot, whichever half holds the root.
+TEST(Probe, ALargeFileScansAsTheLiteralScan) {
+    const uint64_t size = (uint64_t{8} << 20) + 1024 + 77;
+    const uint64_t slots_end = 512 + ((size - 512) >> 9) * 512;
+    const uint64_t half = slots_end / 2 / 512 * 512;
+    for (const uint64_t root : {half - 128, half, slots_end - 128}) {
+        std::vector<uint8_t> bytes(size, 0x5A);
+        for (const uint64_t slot : {uint64_t{512}, half - 128, half, half + 128,
+                                    slots_end / 4 + 128, 3 * slots_end / 4, slots_end - 128}) {
+            plant_record(bytes, slot, slot == root ? 5 : 1);
+        }
+        expect_probe_matches_literal(bytes, "root " + std::to_string(root), size);
+    }
 }
 
 }  // namespace
