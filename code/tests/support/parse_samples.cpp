@@ -2,11 +2,10 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
+#include <stdexcept>
 
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/format/Cfb_Header.h"
-#include "common/byte_order.h"
 #include "common/platform.h"
 #include "support/cfb_patch.h"
 
@@ -25,33 +24,8 @@ Raw_Cfb::Raw_Cfb(uint32_t sectors, uint32_t tail, uint8_t fill)
     u32_at(offsets::kMiniStreamCutoff, 4096);
     u32_at(offsets::kFirstMinisatSid, ENDOFCHAIN);
     u32_at(offsets::kFirstDisatSid, ENDOFCHAIN);
-    for (uint64_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i) {
+    for (uint64_t i = 0; i < Cfb_Header::kHeaderDisatCount; ++i)
         u32_at(offsets::kHeaderDisat + 4 * i, FREESECT);
-    }
-}
-
-void Raw_Cfb::u8_at(uint64_t offset, uint8_t value) {
-    bytes.at(offset) = value;
-}
-
-void Raw_Cfb::u16_at(uint64_t offset, uint16_t value) {
-    write_u16_le(&bytes.at(offset + 1) - 1, value);
-}
-
-void Raw_Cfb::u32_at(uint64_t offset, uint32_t value) {
-    write_u32_le(&bytes.at(offset + 3) - 3, value);
-}
-
-void Raw_Cfb::entry(sid_t sid, uint32_t index, uint32_t value) {
-    u32_at((uint64_t{sid} + 1) * 512 + 4 * uint64_t{index}, value);
-}
-
-void Raw_Cfb::fill(sid_t sid, uint32_t value) {
-    for (uint32_t i = 0; i < 128; ++i) entry(sid, i, value);
-}
-
-void Raw_Cfb::counting(sid_t sid, uint32_t first, uint32_t count) {
-    for (uint32_t i = 0; i < count; ++i) entry(sid, i, first + i);
 }
 
 void Raw_Cfb::single_sat(sid_t sat) {
@@ -62,18 +36,13 @@ void Raw_Cfb::single_sat(sid_t sat) {
     entry(sat, sat, FATSECT);
 }
 
-void Raw_Cfb::link(sid_t from, sid_t to) {
-    entry(sat_sector, from, to);
-}
-
 void Raw_Cfb::directory_entry(sid_t sid, uint32_t slot, const std::u16string& name, uint8_t type,
                               sid_t start, uint32_t size, uint32_t child, uint32_t left,
                               uint32_t right) {
     const uint64_t at = (uint64_t{sid} + 1) * 512 + 128 * uint64_t{slot};
     std::fill_n(&bytes.at(at + 127) - 127, 128, 0);
-    for (std::size_t i = 0; i < name.size() && i < 31; ++i) {
+    for (std::size_t i = 0; i < name.size() && i < 31; ++i)
         u16_at(at + 2 * i, static_cast<uint16_t>(name[i]));
-    }
     u16_at(at + 64, static_cast<uint16_t>(2 * (name.size() + 1)));
     u8_at(at + 66, type);
     u8_at(at + 67, 1);
@@ -85,16 +54,9 @@ void Raw_Cfb::directory_entry(sid_t sid, uint32_t slot, const std::u16string& na
 }
 
 File_Description write_sample(const std::string& name, const std::vector<uint8_t>& bytes) {
-    {
-        std::ofstream out(name, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()),
-                  static_cast<std::streamsize>(bytes.size()));
-    }
-    File_Description description;
-    description.path_wstr = platform::widen(name);
-    description.open_path_wstr = description.path_wstr;
-    description.path_utf8 = name;
-    return description;
+    const std::wstring wide = platform::widen(name);
+    if (!write_bytes_to_file(wide, bytes)) throw std::runtime_error("cannot write " + name);
+    return {wide, wide, name};
 }
 
 std::vector<std::string> new_error_lines() {
@@ -108,9 +70,7 @@ std::vector<std::string> new_error_lines() {
     while (std::getline(in, line)) {
         consumed += static_cast<std::streamoff>(line.size()) + 1;
         const std::size_t at = line.find(" ERROR [");
-        if (at != std::string::npos) {
-            lines.push_back(line.substr(at + 7));
-        }
+        if (at != std::string::npos) lines.push_back(line.substr(at + 7));
     }
     return lines;
 }
