@@ -1,19 +1,17 @@
 // The header repair: the sorting of sectors and its scoring against the literal stages on
-// random images, the output path rules, and the whole pipeline on built and damaged files.
+// random images, and the whole pipeline on built and damaged files.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <memory>
 #include <random>
 #include <set>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "cfb_vornak/entries/Repair_Output_Path.h"
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/repair/Repair_Sectors.h"
 #include "common/byte_order.h"
@@ -33,49 +31,29 @@ namespace stdfs = std::filesystem;
 namespace off = test::offsets;
 using Sids = std::vector<sid_t>;
 
-TEST(ClassifySectors, RepeatsAreFoundWhereverTheyStandAndNothingIsReadBelowTwoSectors) {
-    // Distinct values k * 0x10001 share a hash with each other and with FREESECT.
-    for (const uint32_t second_slot : {1u, 64u, 127u}) {
-        test::Raw_Cfb image(4, 0, 0xFF);
-        for (uint32_t slot = 1; slot < kValuesPerSector; ++slot)
-            image.entry(2, slot, slot * 0x10001u);
-        image.counting(1, 0);
-        image.entry(1, second_slot, 0);
-        image.entry(2, second_slot, FREESECT);
-        Input_View view(image.bytes.data(), image.bytes.size());
-        Sector_Values_Reader reader(view);
-        Repair_Sector_Sets sets;
-        classify_sectors_by_markers(reader, image.max_sid(), 1000, sets);
-        EXPECT_EQ(sets.candidate_sids.members(), (Sids{0, 2})) << second_slot;
-    }
-    // With max_sid 0 no sector is read: a view of nothing throws on any read.
+TEST(ClassifySectors, NothingIsReadBelowTwoSectors) {
+    // With max_sid 0 no sector is read: a view of nothing would throw on any read.
     Input_View nothing(nullptr, 0);
     Sector_Values_Reader reader(nothing);
     Repair_Sector_Sets none;
     classify_sectors_by_markers(reader, 0, 0, none);
     EXPECT_TRUE(none.candidate_sids.empty() && none.found_sat_sids.empty());
-    Sector_Values values{};
-    EXPECT_THROW(reader.read(0, values), std::logic_error);
 }
 
 TEST(ExpectedMiniChains, SmallStreamsOfTheLayoutInOrder) {
     std::map<uint64_t, std::vector<Directory_Entry>> layout;
-    for (const auto& [sector, start, size] : {std::tuple<uint64_t, sid_t, uint32_t>{7, 40, 65},
-                                              {2, 9, 64},
-                                              {2, 3, 0},
-                                              {2, 8, 4096},
-                                              {7, 1, 4095}}) {
+    const std::tuple<uint64_t, sid_t, uint32_t> records[] = {
+        {7, 40, 65}, {2, 9, 64}, {2, 3, 0}, {2, 8, 4096}, {7, 1, 4095}};
+    for (const auto& [sector, start, size] : records) {
         layout[sector].emplace_back().start_sid = start;
         layout[sector].back().stream_size = size;
     }
     const auto chains = expected_mini_chains(layout, 4096, 64);
     ASSERT_EQ(chains.size(), 3u);
     const std::pair<sid_t, uint32_t> expected[] = {{9, 1}, {40, 2}, {1, 64}};
-    for (std::size_t i = 0; i < 3; ++i) {
+    for (std::size_t i = 0; i < 3; ++i)
         EXPECT_EQ(std::make_pair(chains[i].start, chains[i].length), expected[i]) << i;
-    }
-    EXPECT_EQ(chains[1].at(1), 41u);
-    EXPECT_EQ(chains[1].at(2), ENDOFCHAIN);
+    EXPECT_EQ(std::make_pair(chains[1].at(1), chains[1].at(2)), std::make_pair(41u, ENDOFCHAIN));
 }
 
 // The scoring as literally described: one pass over every chain per candidate.
@@ -141,6 +119,10 @@ Literal_Sets literal_sort(const test::Raw_Cfb& image, uint64_t mini_sector_count
             values[slot] = read_u32_le(image.bytes.data() + 512 * (sid + 1) + 4 * slot);
         return values;
     };
+    const auto any_value = [&](sid_t sid, auto test) {
+        const Sector_Values values = values_of(sid);
+        return std::any_of(values.begin(), values.end(), test);
+    };
     Literal_Sets l;
     for (sid_t i = 0; i < max_sid; ++i) {
         std::set<uint32_t> seen;
@@ -159,50 +141,39 @@ Literal_Sets literal_sort(const test::Raw_Cfb& image, uint64_t mini_sector_count
         }
     }
     for (const sid_t c : l.candidate) {
-        const Sector_Values values = values_of(c);
-        if (std::all_of(values.begin(), values.end(),
-                        [&](uint32_t v) { return l.candidate.count(v) != 0; })) {
-            l.disat.insert(c);
-        }
+        if (!any_value(c, [&](uint32_t v) { return l.candidate.count(v) == 0; })) l.disat.insert(c);
     }
     for (const sid_t c : l.disat) l.candidate.erase(c);
-    std::vector<sid_t> marked;
-    for (const sid_t c : l.candidate) {
-        const Sector_Values values = values_of(c);
-        if (std::any_of(values.begin(), values.end(), [&](uint32_t v) {
-                return v < DIFSECT && v > (mini_sector_count == 0 ? 0 : mini_sector_count - 1);
-            })) {
-            marked.push_back(c);
-        }
-    }
-    for (const sid_t c : marked) {
-        l.candidate.erase(c);
-        if (l.beyond_end.count(c) == 0) l.sat.insert(c);
-    }
+    // Candidates naming a mini sector past the estimate are SAT sectors; the rest are scored.
+    const uint64_t last_mini = mini_sector_count == 0 ? 0 : mini_sector_count - 1;
     std::vector<std::pair<uint64_t, sid_t>> scored;
-    for (const sid_t c : l.candidate) scored.emplace_back(literal_score(values_of(c), chains), c);
-    std::stable_sort(scored.begin(), scored.end(),
-                     [](const auto& a, const auto& b) { return a.first > b.first; });
-    for (std::size_t rank = 0; rank < scored.size(); ++rank) {
-        const sid_t c = scored[rank].second;
-        if (rank < mini_sector_count / 128 + 1) {
-            l.minisat.insert(c);
+    for (const sid_t c : l.candidate) {
+        if (!any_value(c, [&](uint32_t v) { return v < DIFSECT && v > last_mini; })) {
+            scored.emplace_back(literal_score(values_of(c), chains), c);
         } else if (l.beyond_end.count(c) == 0) {
             l.sat.insert(c);
         }
     }
+    std::stable_sort(scored.begin(), scored.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    for (std::size_t rank = 0; rank < scored.size(); ++rank) {
+        const sid_t c = scored[rank].second;
+        if (rank < mini_sector_count / 128 + 1 || l.beyond_end.count(c) == 0)
+            (rank < mini_sector_count / 128 + 1 ? l.minisat : l.sat).insert(c);
+    }
     return l;
 }
 
-// Random images mixing the shapes that matter: random data, SAT-like runs near max_sid with
-// markers, few distinct values (repeats), MiniSAT-like chains, sectors naming other sectors.
-// Stage 2 reads blocks from a file: blocks that split sectors, and blocks too small for any
-// sector (each read then fills one of its own).
+// Random images mixing the shapes that matter: random data or distinct values sharing one hash
+// (k * 0x10001) among FREESECT markers (which share it too and may repeat), SAT-like runs near
+// max_sid with markers, few distinct values (repeats), MiniSAT-like chains, sectors naming
+// other sectors. Stage 2 reads blocks from a file: blocks that split sectors, and blocks too
+// small for any sector (each read then fills one of its own).
 TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
     test::Temp_Folder folder("literal");
     std::mt19937 random(11);
     const uint32_t specials[] = {FATSECT, DIFSECT, ENDOFCHAIN, FREESECT, 0, 1};
-    std::map<std::string, std::size_t> reached;
+    std::array<std::size_t, 4> reached{};  // sat, minisat, disat, beyond the end
     for (int round = 0; round < 40; ++round) {
         const auto sectors = static_cast<uint32_t>(2 + random() % 600);
         test::Raw_Cfb image(sectors, 0, 0xFF);
@@ -214,12 +185,14 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
             for (sid_t sid = shape; sid < sectors; sid += 5) {
                 const uint32_t base = random() % (max_sid + 8);
                 for (uint32_t slot = 0; slot < kValuesPerSector; ++slot) {
-                    const uint32_t value = shape == 0   ? static_cast<uint32_t>(random())
-                                           : shape == 1 ? base + slot
-                                           : shape == 2 ? static_cast<uint32_t>(random() % 40)
-                                           : shape == 3
-                                               ? (random() % 7 == 0 ? ENDOFCHAIN : slot + 1)
-                                               : (clean.empty() ? 0 : clean[slot % clean.size()]);
+                    const uint32_t value =
+                        shape == 0 && base % 2 != 0 ? static_cast<uint32_t>(random())
+                        : shape == 0
+                            ? ((base + slot) % 9 == 0 ? FREESECT : (base + slot) * 0x10001u)
+                        : shape == 1 ? base + slot
+                        : shape == 2 ? static_cast<uint32_t>(random() % 40)
+                        : shape == 3 ? (random() % 7 == 0 ? ENDOFCHAIN : slot + 1)
+                                     : (clean.empty() ? 0 : clean[slot % clean.size()]);
                     image.entry(sid, slot, value);
                 }
                 // Some sectors get a marker or a small value somewhere, a few a repeat (which
@@ -235,12 +208,9 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
             }
         }
         std::vector<Expected_Mini_Chain> chains(random() % 30);
-        for (auto& chain : chains) {
-            chain = {static_cast<sid_t>(random() % 300), static_cast<uint32_t>(1 + random() % 5)};
-        }
-        const uint64_t counts[] = {0, 5, 100, 200, 300, 100000};
-        const uint64_t mini_sector_count = counts[round % 6];
-
+        for (auto& chain : chains) chain = {sid_t(random() % 300), uint32_t(1 + random() % 5)};
+        const uint64_t mini_sector_count =
+            std::array<uint64_t, 6>{0, 5, 100, 200, 300, 100000}[round % 6];
         const stdfs::path path = folder / "image.bin";
         ASSERT_TRUE(test::write_bytes_to_file(platform::from_path(path), image.bytes));
         Input_View file;
@@ -265,40 +235,11 @@ TEST(SortOutCandidates, AgreesWithTheLiteralStages) {
         ASSERT_EQ(sets.found_sat_sids.members(), sorted(expected.sat)) << round;
         ASSERT_EQ(sets.found_minisat_sids.members(), sorted(expected.minisat)) << round;
         ASSERT_EQ(sets.found_disat_sids.members(), sorted(expected.disat)) << round;
-        EXPECT_TRUE(sets.candidate_sids.empty());
-        reached["sat"] += expected.sat.size();
-        reached["minisat"] += expected.minisat.size();
-        reached["disat"] += expected.disat.size();
-        reached["beyond"] += expected.beyond_end.size();
+        const std::set<sid_t>* outcomes[] = {&expected.sat, &expected.minisat, &expected.disat,
+                                             &expected.beyond_end};
+        for (std::size_t i = 0; i < 4; ++i) reached[i] += outcomes[i]->size();
     }
-    for (const auto& [outcome, count] : reached) EXPECT_GT(count, 20U) << outcome;
-}
-
-TEST(RepairOutputPath, PrefixAndExtension) {
-    const auto native = [](std::wstring path) {
-        for (auto& c : path) c = c == L'|' ? platform::kSeparator : c;
-        return path;
-    };
-    EXPECT_EQ(repair_cfb_output_path(repair_output_prefix(L"out/b.doc")), native(L"out|b.cfb"));
-    // A last component without a dot keeps its whole name. On POSIX a backslash is an
-    // ordinary character, so the whole text is one name there.
-    EXPECT_EQ(repair_output_prefix(L"C:\\x\\result"), L"C:\\x\\result");
-    EXPECT_EQ(repair_output_prefix(L"C:/x//y/z.tmp"),
-              platform::kWindows ? L"C:\\x\\y\\z" : L"C:/x/y/z");
-    EXPECT_EQ(repair_output_prefix(L"a/.hidden"), native(L"a|.hidden"));
-    EXPECT_EQ(repair_output_prefix(L"a/b.c/.."), native(L"a|b.c|.."));
-    EXPECT_EQ(repair_output_prefix(L"a/name."), native(L"a|name"));
-    const std::pair<Document_Kind, const wchar_t*> kinds[] = {
-        {Document_Kind::word_processing, L"out/b.doc"},
-        {Document_Kind::spreadsheet, L"out/b.xls"},
-        {Document_Kind::presentation, L"out/b.ppt"},
-        {Document_Kind::unknown, L"out/b.cfb"},
-        {static_cast<Document_Kind>(-1), L"out/b.cfb"}};
-    for (const auto& [kind, path] : kinds)
-        EXPECT_EQ(repair_final_output_path(L"out/b.cfb", kind), path);
-    // A name whose only dot leads has no extension: the new one is appended.
-    EXPECT_EQ(repair_final_output_path(L"out/.cfb", Document_Kind::spreadsheet), L"out/.cfb.xls");
-    EXPECT_EQ(repair_final_output_path(L"表格.cfb", Document_Kind::spreadsheet), L"表格.xls");
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_GT(reached[i], 20U) << i;
 }
 
 // ---- the whole pipeline on files
@@ -310,7 +251,6 @@ File_Description describe(const stdfs::path& path) {
 
 struct Repaired {
     Error_Code code = 0;
-    std::unique_ptr<Cfb_File> file;
     std::vector<uint8_t> output;  // the ".xls" output, read back
 };
 
@@ -323,39 +263,20 @@ Repaired repair(const test::Temp_Folder& folder, const std::string& name,
     out = out.empty() ? name : out;
     const File_Description output = describe(folder / (out + ".cfb"));
     Repaired repaired;
-    repaired.file = std::make_unique<Cfb_File>(describe(input), output);
-    repaired.code = repaired.file->cfb_file_head_changing(output, force);
+    repaired.code = Cfb_File(describe(input), output).cfb_file_head_changing(output, force);
     const std::string text = test::read_file(folder / (out + ".xls"));
     repaired.output.assign(text.begin(), text.end());
     return repaired;
-}
-
-// The probe's verdict on a file, as the repair's first stage sees it.
-Error_Code probe(const stdfs::path& input) {
-    Cfb_File file(describe(input));
-    return Cfb_File::check_cfb_core(file);
-}
-
-// Every name the output of prefix `stem` could get.
-bool any_output(const stdfs::path& stem) {
-    for (const char* extension : {".cfb", ".doc", ".xls", ".ppt"}) {
-        if (stdfs::exists(stem.string() + extension)) return true;
-    }
-    return false;
 }
 
 std::vector<uint8_t> built(const test::Sample_Shape& shape, Build_Layout* layout = nullptr) {
     return build_compound_file(*shape.root, shape.options, layout);
 }
 
-uint32_t u32(const std::vector<uint8_t>& bytes, uint64_t offset) {
-    return read_u32_le(bytes.data() + offset);
-}
-
 // The header fields of `output` at the given offsets.
 void expect_fields(const std::vector<uint8_t>& output,
                    const std::vector<std::pair<uint64_t, uint32_t>>& fields) {
-    for (const auto& [offset, value] : fields) EXPECT_EQ(u32(output, offset), value) << offset;
+    for (const auto& [at, value] : fields) EXPECT_EQ(read_u32_le(&output.at(at)), value) << at;
 }
 
 // The output: 512 new bytes, then the input's own.
@@ -364,10 +285,13 @@ void expect_body_kept(const std::vector<uint8_t>& input, const std::vector<uint8
     EXPECT_TRUE(std::equal(input.begin() + 512, input.end(), output.begin() + 512));
 }
 
-TEST(RepairPipeline, RefusalsAndAnUnforcedSoundFileWriteNothing) {
+// Refusals and an unforced sound file write nothing; forced, a spreadsheet is written as .xls,
+// as long as the input, its body kept, and the input is left as it was. A header broken in any
+// field, or a core stream that does not fit the extension, gives the sound file's repair.
+TEST(RepairPipeline, RefusalsBrokenHeaderFieldsAndTheExtension) {
     test::Temp_Folder folder("refuse");
     Build_Layout layout;
-    const auto sound = built(test::shape_with_document("nested_storages", 1), &layout);
+    const auto sound = built(test::shape_with_document("unicode_names", 1), &layout);
     auto lost_root = sound;
     // An implausible child id makes the root record unrecognisable.
     test::patch_u32(lost_root, test::directory_entry_offset(layout, 0) + off::kEntryChild, 20000);
@@ -375,33 +299,20 @@ TEST(RepairPipeline, RefusalsAndAnUnforcedSoundFileWriteNothing) {
     EXPECT_EQ(repair(folder, "lost_root", lost_root, true, "out/lost_root").code, ec::kRootLost);
     EXPECT_EQ(repair(folder, "no_core", no_core, true, "out/no_core").code, ec::kCoreLost);
     EXPECT_EQ(repair(folder, "lazy", sound, false, "out/lazy").code, ec::kSuccess);
-    ASSERT_EQ(probe(folder / "lazy.bin"), ec::kSuccess);
     EXPECT_FALSE(stdfs::exists(folder / "out"));
-    // Forced, a spreadsheet: the output is named .xls, as long as the input, its body kept.
-    const Repaired forced = repair(folder, "forced", sound);
-    EXPECT_EQ(forced.code, ec::kSuccess);
-    expect_body_kept(sound, forced.output);
-    EXPECT_EQ(test::read_file(folder / "forced.bin"), std::string(sound.begin(), sound.end()));
-}
-
-TEST(RepairPipeline, EveryBrokenHeaderFieldGivesTheSameRepair) {
-    test::Temp_Folder folder("fields");
-    const auto sound = built(test::shape_with_document("unicode_names", 1));
     const Repaired expected = repair(folder, "sound", sound);
-    ASSERT_EQ(expected.code, ec::kSuccess);
-    ASSERT_EQ(expected.output.size(), sound.size());
+    EXPECT_EQ(expected.code, ec::kSuccess);
+    expect_body_kept(sound, expected.output);
+    EXPECT_EQ(test::read_file(folder / "sound.bin"), std::string(sound.begin(), sound.end()));
     for (const test::Header_Damage& row : test::kHeaderDamage) {
         const std::string name = "broken_" + std::to_string(row.code);
         EXPECT_EQ(repair(folder, name, test::damaged(sound, row)).output, expected.output) << name;
-        EXPECT_EQ(probe(folder / (name + ".bin")), row.code);
     }
-    // A core stream that does not fit the extension is repaired too.
     const stdfs::path sheet = folder / "sheet.doc";
     stdfs::copy_file(folder / "sound.bin", sheet);
-    ASSERT_EQ(probe(sheet), ec::kExtension);
     Cfb_File file(describe(sheet), describe(folder / "fixed.cfb"));
     EXPECT_EQ(file.cfb_file_head_changing(describe(folder / "fixed.cfb"), true), ec::kSuccess);
-    EXPECT_TRUE(stdfs::exists(folder / "fixed.xls"));
+    EXPECT_EQ(test::read_file(folder / "fixed.xls"), test::read_file(folder / "sound.xls"));
 }
 
 // A directory sector (sector 0) with a root entry and a spreadsheet's core stream.
@@ -413,55 +324,46 @@ test::Raw_Cfb spreadsheet_image(uint32_t sectors, uint32_t root_size) {
     return image;
 }
 
-TEST(RepairPipeline, TwoHundredSatSectorsFillTheHeaderArrayWithTheFirst109) {
-    test::Temp_Folder folder("sat200");
+// Two hundred SAT sectors fill the header array with the first 109.
+TEST(RepairPipeline, HeadersOfSortedSectors) {
+    test::Temp_Folder folder("header");
     auto image = spreadsheet_image(210, 0);
     for (sid_t sid = 1; sid <= 200; ++sid) {
         image.counting(sid, 0);
         image.entry(sid, 0, FATSECT);
     }
     for (sid_t sid = 201; sid < 210; ++sid) image.fill(sid, 0);
-    const Repaired repaired = repair(folder, "in", image.bytes);
+    const Repaired repaired = repair(folder, "sat200", image.bytes);
     ASSERT_EQ(repaired.code, ec::kSuccess);
-    const auto& output = repaired.output;
-    ASSERT_EQ(output.size(), image.bytes.size());
-    for (uint32_t i = 0; i < 109; ++i) ASSERT_EQ(u32(output, off::kHeaderDisat + 4 * i), i + 1);
-    expect_fields(output, {{off::kNumSatSecs, 200u},
-                           {off::kFirstDirSid, 0u},
-                           {off::kFirstMinisatSid, ENDOFCHAIN},
-                           {off::kFirstDisatSid, ENDOFCHAIN},
-                           {off::kNumDisatSecs, 0u}});
-    // The sound defaults: signature, version 3, 512-byte sectors.
-    EXPECT_EQ(read_u64_le(output.data()), Cfb_Header::kSignature);
-    EXPECT_EQ(read_u16_le(output.data() + off::kMajorVersion), 3u);
-    EXPECT_EQ(read_u16_le(output.data() + off::kSectorShift), 9u);
-}
+    ASSERT_EQ(repaired.output.size(), image.bytes.size());
+    for (uint32_t i = 0; i < 109; ++i)
+        expect_fields(repaired.output, {{off::kHeaderDisat + 4 * i, i + 1}});
+    // The sound defaults: signature, version 3, byte order, 512-byte and 64-byte sectors.
+    // clang-format off
+    expect_fields(repaired.output, {{0, 0xE011CFD0u}, {off::kMinorVersion, 0x0003003Eu},
+        {off::kByteOrder, 0x0009FFFEu}, {off::kMiniSectorShift, 6u}, {off::kNumSatSecs, 200u},
+        {off::kFirstDirSid, 0u}, {off::kFirstMinisatSid, ENDOFCHAIN},
+        {off::kFirstDisatSid, ENDOFCHAIN}, {off::kNumDisatSecs, 0u}});
 
-TEST(RepairPipeline, TheDisatCountIsTheMiniSatCount) {
-    test::Temp_Folder folder("disat");
-    // 18900 / 63 = 300 mini sectors: a quota of three MiniSAT sectors.
-    auto image = spreadsheet_image(151, 18900);
+    // The DISAT count is the MiniSAT count: 18900 / 63 = 300 mini sectors, a quota of three.
+    image = spreadsheet_image(151, 18900);
     for (sid_t sid = 1; sid <= 3; ++sid) image.counting(sid, 0, 100);  // MiniSAT-like
     image.counting(4, 0, 20);
     image.entry(4, 0, FATSECT);  // a SAT sector
     image.counting(5, 10);       // names only the empty sectors 10..137: DISAT
     for (sid_t sid = 6; sid < 10; ++sid) image.fill(sid, 0);
     for (sid_t sid = 138; sid < 151; ++sid) image.fill(sid, 0);
-    const Repaired repaired = repair(folder, "in", image.bytes);
-    ASSERT_EQ(repaired.code, ec::kSuccess);
-    expect_fields(repaired.output, {{off::kFirstDisatSid, 5u},
-                                    {off::kNumDisatSecs, 3u},
-                                    {off::kFirstMinisatSid, 1u},
-                                    {off::kNumMinisatSecs, 3u},
-                                    {off::kNumSatSecs, 129u},
-                                    {off::kHeaderDisat, 4u},
-                                    {off::kHeaderDisat + 4, 10u}});
+    const Repaired disat = repair(folder, "disat", image.bytes);
+    ASSERT_EQ(disat.code, ec::kSuccess);
+    expect_fields(disat.output, {{off::kFirstDisatSid, 5u}, {off::kNumDisatSecs, 3u},
+        {off::kFirstMinisatSid, 1u}, {off::kNumMinisatSecs, 3u}, {off::kNumSatSecs, 129u},
+        {off::kHeaderDisat, 4u}, {off::kHeaderDisat + 4, 10u}});
+    // clang-format on
 }
 
-// The shapes whose repaired header cannot be whole: a SAT sector linking 128 candidates (random
-// data) taken for a DISAT sector, SAT sectors outscoring MiniSAT ones, SAT sectors past the
-// header's 109 (DISAT sectors name no candidates), a SAT sector in the last whole sector (never
-// looked at), version 4's 4096-byte sectors under a version 3 header.
+// The shapes whose repaired header cannot be whole: a SAT sector of 128 candidates taken for a
+// DISAT sector, SAT sectors outscoring MiniSAT ones or past the header's 109, a SAT sector in
+// the last whole sector (never looked at), version 4's sectors under a version 3 header.
 const std::set<std::string> kUnrecoverable{
     "stream_sizes",       "sibling_chain", "tables_at_end", "many_streams", "disat",
     "sat_in_last_sector", "all_options",   "version4",      "slack_chains", "older_save"};
@@ -514,7 +416,6 @@ TEST(RepairPipeline, AWriteFailingAtByteNLeavesTheFirstNBytes) {
     const auto bytes = built(large_text_shape());
     const Repaired whole = repair(folder, "in", bytes);
     ASSERT_EQ(whole.code, ec::kSuccess);
-    expect_body_kept(bytes, whole.output);
     const uint64_t block_end = 512 + Input_Blocks::kBlockSize;
     for (const uint64_t at : {uint64_t{0}, uint64_t{100}, uint64_t{512}, uint64_t{513},
                               block_end - 1, block_end + 1, uint64_t{bytes.size() - 1}}) {
@@ -522,21 +423,19 @@ TEST(RepairPipeline, AWriteFailingAtByteNLeavesTheFirstNBytes) {
              {platform::Write_Fault::disk_full, platform::Write_Fault::short_write}) {
             for (const auto mode :
                  {platform::Create_Mode::replace, platform::Create_Mode::staged}) {
-                const stdfs::path out = folder / "out.cfb";
-                Cfb_File file(describe(folder / "in.bin"), describe(out));
+                const File_Description out = describe(folder / "out.cfb");
+                Cfb_File file(describe(folder / "in.bin"), out);
                 platform::set_write_fault_for_tests(fault, at);
-                const Error_Code code =
-                    file.cfb_file_head_changing(describe(out), true, nullptr, mode);
+                const Error_Code code = file.cfb_file_head_changing(out, true, nullptr, mode);
                 platform::set_write_fault_for_tests(platform::Write_Fault::none, 0);
                 const bool staged = mode == platform::Create_Mode::staged;
                 EXPECT_EQ(code, staged ? ec::kWriteFailed : ec::kSuccess) << at;
-                if (staged) {
-                    EXPECT_FALSE(any_output(folder / "out")) << at;
-                    continue;
-                }
+                EXPECT_TRUE(!staged || !stdfs::exists(folder / "out.xls")) << at;
+                EXPECT_FALSE(stdfs::exists(folder / "out.cfb")) << at;
+                const auto end =
+                    whole.output.begin() + static_cast<std::ptrdiff_t>(staged ? 0 : at);
                 EXPECT_EQ(test::read_file(folder / "out.xls"),
-                          std::string(whole.output.begin(),
-                                      whole.output.begin() + static_cast<std::ptrdiff_t>(at)))
+                          std::string(whole.output.begin(), end))
                     << at;
                 stdfs::remove(folder / "out.xls");
             }

@@ -1,6 +1,5 @@
-// The one table of header damage: each row breaks one header field, far enough off to break
-// every file the tests make (raw images and the builder's files alike), and names the damage
-// type the header checks give it. The header checks, the check entry and the repair run it.
+// The one table of header damage: each row breaks one header field of any file the tests make,
+// and names the damage type the header checks give it. The check entry and the repair run it.
 #pragma once
 
 #include <cstdint>
@@ -39,11 +38,8 @@ inline const std::vector<Header_Damage> kHeaderDamage{
 // `bytes` with the row's field overwritten.
 [[nodiscard]] inline std::vector<uint8_t> damaged(std::vector<uint8_t> bytes,
                                                   const Header_Damage& row) {
-    if (row.width == 2) {
-        patch_u16(bytes, row.offset, static_cast<uint16_t>(row.value));
-    } else {
-        patch_u32(bytes, row.offset, row.value);
-    }
+    if (row.width == 2) patch_u16(bytes, row.offset, static_cast<uint16_t>(row.value));
+    if (row.width == 4) patch_u32(bytes, row.offset, row.value);
     return bytes;
 }
 
