@@ -1,7 +1,6 @@
 // Arbitrary bytes as a compound file through VrkCfbGeneralRepair into a scratch folder. Aborts
-// when the input changes, when the folder gains anything beside the input, the output folder
-// and the library's own folders, or when the output folder holds anything but the one output
-// the repair may write (the prefix with .cfb, .doc, .xls or .ppt).
+// when the input changes, when the folder gains anything but the input, the output folder and
+// the library's own, or the output folder anything but the one output the repair may write.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
