@@ -45,11 +45,10 @@ inline constexpr uint64_t kEntryChild = 76;
 inline constexpr uint64_t kEntrySize = 120;
 }  // namespace offsets
 
-// Offset of the SAT entry of sector `sid` (the entry that links sid to its successor).
+// Offsets of the SAT entry of sector `sid` (the link to its successor), the MiniSAT entry of mini
+// sector `mini_sid`, the 128-byte directory entry `did`.
 [[nodiscard]] uint64_t sat_entry_offset(const Build_Layout& layout, sid_t sid);
-// Offset of the MiniSAT entry of mini sector `mini_sid`.
 [[nodiscard]] uint64_t minisat_entry_offset(const Build_Layout& layout, sid_t mini_sid);
-// Offset of the 128-byte directory entry `did`.
 [[nodiscard]] uint64_t directory_entry_offset(const Build_Layout& layout, uint32_t did);
 // The placement of the stream at `path` ("Storage/Stream"); throws std::out_of_range if absent.
 [[nodiscard]] const Build_Layout::Stream_Place& stream_place(const Build_Layout& layout,

@@ -9,17 +9,15 @@
 
 namespace vrk::test {
 
-// Whole file as bytes; empty when it cannot be read.
+// Whole files: empty when unreadable; written over, missing parent folders made.
 std::string read_file(const std::filesystem::path& path);
-// Writes (replacing) a whole file; creates missing parent folders.
 void write_file(const std::filesystem::path& path, const std::string& bytes);
 // Removes a tree with read-only entries too, links as links; never throws.
 void remove_tree(const std::filesystem::path& path) noexcept;
 std::size_t count_of(const std::string& text, const std::string& part);
 
-// `path` as the exports and the tool take it (UTF-8 / process code page).
+// `path` as the exports and the tool take it; `word` quoted for the shell (sh, or cmd.exe).
 std::string narrow(const std::filesystem::path& path);
-// `word` quoted for the shell that std::system runs (sh, or cmd.exe on Windows).
 std::string quote(const std::string& word);
 // The shell line that runs the built tool (in bin, two folders up) with `args`, its log, config
 // and work folders in "tool_state" of the current folder.
@@ -34,8 +32,7 @@ std::string out_of_range(const std::string& unit, uint64_t offset);
 // The text of the std::logic_error that `action` throws, or "" when it throws nothing.
 std::string thrown(const std::function<void()>& action);
 
-// A fresh, empty folder inside the current working folder (each test executable runs in its
-// own), removed with everything below it when the object goes.
+// A fresh folder in the current one (each test executable runs in its own), removed at the end.
 class Temp_Folder {
   public:
     explicit Temp_Folder(const std::string& hint = "tmp");
