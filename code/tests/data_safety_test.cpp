@@ -33,21 +33,22 @@ namespace {
 namespace fs = std::filesystem;
 using platform::Write_Fault;
 
-// A word-processing document ("1Table"): small and large streams and a storage.
-Cfb_Fs_Item_DirNode sample_tree() {
+// A word-processing document: small and large streams, a storage, `extra` streams of 1 MB.
+Cfb_Fs_Item_DirNode sample_tree(int extra = 0) {
     Cfb_Fs_Item_DirNode root;
     root.add_stream(u"1Table", test::random_bytes(300, 1));
     root.add_stream(u"WordDocument", test::random_bytes(9000, 2));
     root.add_stream(u"Data", test::random_bytes(5000, 3));
     root.add_storage(u"ObjectPool").add_stream(u"Inner", test::random_bytes(100, 4));
+    for (char16_t i = 0; i < extra; ++i)
+        root.add_stream(u"big" + std::u16string(1, u'A' + i), test::random_bytes(1 << 20, 5 + i));
     return root;
 }
 
 struct Scene {
     fs::path root;   // the row's folder
     fs::path input;  // the document
-    // A path in the folder; "" the folder itself, without a trailing separator (which would quote
-    // the closing quote on Windows).
+    // A path in the folder; "": the folder, no trailing separator (it would quote a quote).
     std::string arg(const std::string& name) const {
         return test::narrow(name.empty() ? root : root / name);
     }
@@ -100,54 +101,35 @@ Action salvage_call(const std::string& target, bool extract) {
     };
 }
 
-// A word-processing document of about 12 MB with its tables and directory after the data, so
-// that every call reads far into the file before it is done.
-std::vector<uint8_t> large_document() {
-    Cfb_Fs_Item_DirNode root;
-    root.add_stream(u"WordDocument", test::random_bytes(std::size_t{2} << 20, 1));
-    root.add_stream(u"1Table", test::random_bytes(3000, 2));
-    for (char16_t i = 0; i < 20; ++i)
-        root.add_stream(u"data" + std::u16string(1, u'A' + i),
-                        test::random_bytes(i % 2 == 0 ? 1500 : std::size_t{1} << 20, 3 + i));
-    Builder_Options options;
-    options.tables_at_end = true;
-    return build_compound_file(root, options);
-}
-
-// The large document cut short at a random moment of `act`'s run, eight times, by a thread of
-// this process or by a child process (Windows refuses to shorten a mapped file: the call sees
-// it whole): the host lives on and every call ends with one of its public results (a salvage,
-// whose run on the whole file gives 1: 0 or 1). Gives the number of other results.
+// The sample with 12 MB more, tables last, cut short at a random moment of `act`'s run, eight
+// times, by a thread or a child process (Windows refuses to shorten a mapped file): every call
+// ends with one of its public results (a salvage, 1 on the whole file: 0 or 1); gives the others.
 Action while_cut_short(const Action& act, int whole) {
     return [=](const Scene& s) {
-        const std::vector<uint8_t> document = large_document();
-        const auto restore = [&] {
-            test::write_bytes_to_file(platform::from_path(s.input), document);
-        };
-        restore();
+        Builder_Options options;
+        options.tables_at_end = true;
+        const std::vector<uint8_t> document = build_compound_file(sample_tree(12), options);
+        const uint64_t size = document.size();
+        EXPECT_TRUE(test::write_bytes_to_file(platform::from_path(s.input), document));
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(act(s), whole);
-        const auto took = std::chrono::duration_cast<std::chrono::microseconds>(
-                              std::chrono::steady_clock::now() - start)
-                              .count();
-        const uint64_t lengths[] = {document.size() / 2, document.size() - 700, 1000, 0,
-                                    document.size() / 7};
+        const auto took = (std::chrono::steady_clock::now() - start) / std::chrono::microseconds(1);
+        const uint64_t lengths[] = {size / 2, size - 700, 1000, 0, size / 7};
         std::mt19937 random(11);
         int unknown = 0;
         for (int round = 0; round < 8; ++round) {
             const std::chrono::microseconds delay(random() % (took + 1));
             const uint64_t length = lengths[round % std::size(lengths)];
-            restore();
+            const std::string cut =
+                "truncate -s " + std::to_string(length) + " " + test::quote(test::narrow(s.input));
+            EXPECT_TRUE(test::write_bytes_to_file(platform::from_path(s.input), document));
             std::thread cutter([&] {
                 std::this_thread::sleep_for(delay);
                 std::error_code refused;
                 if (platform::kWindows || round % 2 == 0) {
                     fs::resize_file(s.input, length, refused);
                 } else {
-                    const std::string size = std::to_string(length);
-                    EXPECT_EQ(test::run_shell("truncate -s " + size + " " +
-                                              test::quote(test::narrow(s.input))),
-                              0);
+                    EXPECT_EQ(test::run_shell(cut), 0);
                 }
             });
             const int r = act(s);
@@ -176,10 +158,9 @@ Action builder_call(const std::string& out, platform::Create_Mode mode) {
     };
 }
 
-// The built tool run as a process; gives its exit status. "IN" stands for the input, "@name"
-// for a path in the row's folder ("@" alone: the folder). `file_blocks`, when not 0, limits the
-// size of any file the tool writes (POSIX ulimit -f) with the signal ignored: writes fail as on a
-// full disk.
+// The built tool's exit status; "IN" stands for the input, "@name" for a path in the row's folder.
+// `file_blocks`, when not 0, limits the size of a file the tool writes (POSIX ulimit -f) with the
+// signal ignored: writes fail as on a full disk.
 Action tool(const std::vector<std::string>& words, int file_blocks = 0) {
     return [=](const Scene& s) {
         if (file_blocks != 0 && platform::kWindows) {
@@ -199,14 +180,11 @@ Action tool(const std::vector<std::string>& words, int file_blocks = 0) {
     };
 }
 
-// An analysis into "an" and a repair into "out.doc" with "work" in the row's folder as the
-// work folder: 0 when both succeed.
+// An analysis into "an" and a repair into "out.doc", "work" in the row's folder the work folder.
 Action with_work_folder_in_row() {
     return [](const Scene& s) {
         EXPECT_EQ(VrkCfbInit("safety_logs", "safety_config", s.arg("work").c_str()), 0);
-        const int analysis = call(Call::analysis, "an")(s);
-        const int repair = call(Call::repair, "out.doc")(s);
-        return analysis != 0 ? analysis : repair;
+        return call(Call::analysis, "an")(s) + call(Call::repair, "out.doc")(s);
     };
 }
 
@@ -214,38 +192,33 @@ Action with_work_folder_in_row() {
 std::vector<fs::path> private_scratch_folders() {
     const std::string prefix = "cfb_vornak_" + std::to_string(platform::current_process_id()) + "_";
     std::vector<fs::path> found;
-    for (const auto& item : fs::directory_iterator(fs::temp_directory_path())) {
+    for (const auto& item : fs::directory_iterator(fs::temp_directory_path()))
         if (item.path().filename().string().rfind(prefix, 0) == 0) found.push_back(item.path());
-    }
     return found;
 }
 
-// Without a work folder, two threads analyse and repair at once, five times each, into
-// "outputs": 0 when every call succeeds. Their scratch folders share one private folder in
-// the temporary folder (owner only, a fresh name), which VrkCfbDestroy removes; a later call
-// makes a new one. Where the temporary folder is this test's own (natively: TMPDIR is set for
-// this test), links planted at the fixed names there, into the row's "outside", are left alone.
+// Without a work folder, two threads analyse and repair at once into "outputs", sharing one
+// private scratch folder in the temporary folder (owner only) that VrkCfbDestroy removes; links
+// planted at the fixed names there (where it is this test's own, TMPDIR) are left alone.
 Action two_threads_without_work_folder() {
     return [](const Scene& s) {
         const fs::path temp = fs::temp_directory_path();
-        std::vector<std::string> planted;
-        if (fs::absolute(temp).string().rfind(fs::current_path().string(), 0) == 0) {
-            for (const char* name : {"lib_cfb_tmp", "tmp_release_dir_for_fixing_cfb"}) {
-                std::error_code ec;
-                fs::create_directory_symlink(s.root / "outside", temp / name, ec);
-                if (!ec) planted.emplace_back(name);
-            }
+        const bool own = fs::absolute(temp).string().rfind(fs::current_path().string(), 0) == 0;
+        std::vector<fs::path> planted;
+        for (const char* name : {"lib_cfb_tmp", "tmp_release_dir_for_fixing_cfb"}) {
+            std::error_code ec;
+            if (own) fs::create_directory_symlink(s.root / "outside", temp / name, ec);
+            if (own && !ec) planted.push_back(temp / name);
         }
         EXPECT_EQ(VrkCfbInit("safety_logs", "safety_config", ""), 0);
         EXPECT_TRUE(private_scratch_folders().empty());
-        const std::string in = test::narrow(s.input);
         std::atomic<int> failed{0};
         auto work = [&](int thread) {
             for (int round = 0; round < 5; ++round) {
                 const std::string name = "outputs/" + std::to_string(thread * 10 + round);
-                const int an = VrkCfbAnalysis(in.c_str(), s.arg(name + "an").c_str());
-                const int out = VrkCfbGeneralRepair(in.c_str(), s.arg(name + ".doc").c_str());
-                if (an != 0 || out != 0) failed = an != 0 ? an : out;
+                for (const int r :
+                     {call(Call::analysis, name + "an")(s), call(Call::repair, name + ".doc")(s)})
+                    if (r != 0) failed = r;
             }
         };
         std::thread first(work, 0), second(work, 1);
@@ -255,9 +228,9 @@ Action two_threads_without_work_folder() {
         if (!made.empty() && !platform::kWindows) {
             EXPECT_EQ(fs::status(made[0]).permissions() & fs::perms::all, fs::perms::owner_all);
         }
-        for (const std::string& name : planted) {
-            EXPECT_TRUE(fs::is_symlink(fs::symlink_status(temp / name))) << name;
-            fs::remove(temp / name);
+        for (const fs::path& link : planted) {
+            EXPECT_TRUE(fs::is_symlink(fs::symlink_status(link))) << link;
+            fs::remove(link);
         }
         EXPECT_EQ(VrkCfbDestroy(), 0);
         EXPECT_TRUE(private_scratch_folders().empty());
@@ -269,9 +242,8 @@ Action two_threads_without_work_folder() {
     };
 }
 
-// The file check run with "cwd" in the row's folder as the current folder, made so that
-// nothing can be created in it. As root, permissions do not stop that: the current folder is
-// then removed, which leaves one that nobody can write into.
+// The check with "cwd" in the row's folder, made unwritable, as the current folder (as root: a
+// removed current folder).
 Action check_in_unwritable_current_folder() {
     return [](const Scene& s) {
         const fs::path saved = fs::current_path();
@@ -367,8 +339,6 @@ std::vector<Prep> links_for_every_suffix() {
 }
 
 std::vector<Row> rows() {
-    // Codes: an export's folded result, the tool's exit status, 1/0 for a salvage call, the
-    // builder's Write_Result.
     const int same = to_api_result_code(ec::kCfbOpenFailed);
     const int write_failed = to_api_result_code(ec::kWriteFailed);
     const int built = static_cast<int>(Write_Result::written);
@@ -386,8 +356,6 @@ std::vector<Row> rows() {
         "outside/raw/keep.txt=" + kSecret, "outside/release/sub/keep.txt=" + kSecret,
         "work/lib_cfb_tmp->../outside/raw",
         "work/tmp_release_dir_for_fixing_cfb->../outside/release"};
-    // One row: name, preparations, action, result, what appears, write fault, what may change,
-    // the input's name.
     // clang-format off
     return {
         // A repair onto its own input, by every name that reaches it.
@@ -431,9 +399,7 @@ std::vector<Row> rows() {
         {"ToolSalvageOutFileSizeLimit", {old_cfb}, tool({"salvage", "IN", "--out", "@out.cfb"}, 8),
          2},
         {"ToolBuildSampleFileSizeLimit", {}, tool({"build-sample", "@s"}, 8), 2, {"s"}},
-        // Folders the library makes or empties on its own: scratch folders that are links to
-        // folders holding files (the links may become folders), an empty work folder used by
-        // two threads at once, the check in a current folder that cannot be written.
+        // Folders the library makes or empties on its own (links to folders may become folders).
         {"ScratchFoldersLinkedElsewhere", scratch_links, with_work_folder_in_row(), 0,
          {"work/", "an/", "out.doc"}, {},
          {"work/lib_cfb_tmp", "work/tmp_release_dir_for_fixing_cfb"}},
@@ -441,7 +407,7 @@ std::vector<Row> rows() {
          two_threads_without_work_folder(), 0, {"outputs/"}},
         {"CheckInACurrentFolderThatCannotBeWritten", {}, check_in_unwritable_current_folder(), 0,
          {"cwd/"}},
-        // The input cut short while a call reads it ("name/": the output may be missing).
+        // The input cut short while a call reads it.
         {"CheckOfAnInputCutShort", {}, while_cut_short(call(Call::check, ""), 0), 0, {}, {},
          {"a.doc"}},
         {"AnalysisOfAnInputCutShort", {}, while_cut_short(analysis("an"), 0), 0, {"an/"}, {},
