@@ -5,7 +5,6 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "common/platform.h"
 
@@ -17,12 +16,6 @@ void push(Error_Store& store, Error_Code code, int32_t line) {
     push_error(store, code, std::string("code/src/x.cpp"), line);
 }
 
-std::string dump(Error_Store& store) {
-    std::ostringstream out;
-    dump_all_error_info(store, out);
-    return out.str();
-}
-
 TEST(ErrorStore, RecordsTextsDumpAndUnknownCodes) {
     Error_Store store;
     EXPECT_EQ(last_error(store).code, 0);
@@ -30,7 +23,9 @@ TEST(ErrorStore, RecordsTextsDumpAndUnknownCodes) {
     push(store, 0, 7);
     push(store, 76, 8);
     EXPECT_STREQ(last_error(store).text, "cfb file totally not a cfb");
-    EXPECT_EQ(dump(store),
+    std::ostringstream dumped;
+    dump_all_error_info(store, dumped);
+    EXPECT_EQ(dumped.str(),
               "dump_all_error_info begin -----------------------\n"
               "std::thread::id :[" +
                   std::to_string(platform::current_thread_id()) +
@@ -58,42 +53,19 @@ TEST(ErrorStore, RecordsTextsDumpAndUnknownCodes) {
     std::thread([&other] { push(other, 59, 1); }).join();
     push(other, 43, 2);
     EXPECT_EQ(last_error_code(other), 59);
-}
-
-TEST(ErrorStore, ThreadsPushingAtOnceKeepSeparateHistoriesListedByThreadId) {
-    Error_Store store;
-    std::vector<uint32_t> ids(2);
-    auto worker = [&store, &ids](int which, Error_Code code) {
-        ids[which] = platform::current_thread_id();
-        for (int i = 0; i < 300; ++i) push(store, code, i);
-    };
-    std::thread a(worker, 0, 59), b(worker, 1, 74);
-    a.join(), b.join();
-    for (int which = 0; which < 2; ++which) {
-        const auto& records = store.by_thread.at(ids[which]);
-        ASSERT_EQ(records.size(), 300U);
-        for (int i = 0; i < 300; ++i)
-            EXPECT_TRUE(records[i].code == 59 + 15 * which && records[i].line == std::to_string(i));
-    }
-    const std::string text = dump(store);
-    EXPECT_LT(text.find("std::thread::id :[" + std::to_string(std::min(ids[0], ids[1])) + "]"),
-              text.find("std::thread::id :[" + std::to_string(std::max(ids[0], ids[1])) + "]"));
-}
-
-// The macro names the source file relative to the checkout; the 2000th push of a thread
-// keeps its newest thousand records.
-TEST(ErrorStore, MacroNamesTheSourceAndTheHistoryIsTrimmed) {
+    // The macro names the source file relative to the checkout; the 2000th push of a thread
+    // keeps its newest thousand records.
     const int push_line = __LINE__ + 1;
     VRK_PUSH_ERROR(ec::kCfbEmpty);
     const Error_Record record = last_error(get_error_store());
     EXPECT_EQ(record.code, ec::kCfbEmpty);
     EXPECT_EQ(record.occur_file, "code/tests/error_store_test.cpp");
     EXPECT_EQ(record.line, std::to_string(push_line));
-    Error_Store store;
-    for (int32_t i = 1; i <= 1999; ++i) push(store, 1, i);
-    const auto& records = store.by_thread.at(platform::current_thread_id());
+    Error_Store trimmed;
+    for (int32_t i = 1; i <= 1999; ++i) push(trimmed, 1, i);
+    const auto& records = trimmed.by_thread.at(platform::current_thread_id());
     EXPECT_EQ(records.size(), 1999U);
-    push(store, 2, 2000);
+    push(trimmed, 2, 2000);
     ASSERT_EQ(records.size(), 1000U);
     EXPECT_EQ(records.front().line, "1001");
     EXPECT_EQ(records.back().line, "2000");

@@ -38,7 +38,6 @@ TEST(CfbLogger, StartsOnceFiltersLevelsAndFormatsLines) {
     EXPECT_FALSE(Cfb_Logger::is_init() || Cfb_Logger::get_log_dir(log_dir));
     CFB_LOG_ERROR("before start");
     LogEx("tag", 3, "%s", "before InitLogEx");
-
     ASSERT_TRUE(Cfb_Logger::start(first.narrow(), "tag_one", first.narrow()));
     EXPECT_TRUE(Cfb_Logger::is_init());
     Cfb_Logger::write(std::string("info dropped"), "code/src/a.cpp", 10, Cfb_Logger::kInfo);
@@ -61,7 +60,6 @@ TEST(CfbLogger, StartsOnceFiltersLevelsAndFormatsLines) {
                   " INFO  [code/src/a.cpp:15]->info: unfiltered info",
                   " ERROR [code/tests/logger_test.cpp:" + std::to_string(error_line) +
                       "]->info: after second start"});
-
     // The back end on its own: a new file, printf formatting, one flushed line per call.
     const stdfs::path direct = second / "direct.log";
     EXPECT_EQ(InitLogEx("cfg", "direct", test::narrow(direct).c_str()), 0);
@@ -70,9 +68,6 @@ TEST(CfbLogger, StartsOnceFiltersLevelsAndFormatsLines) {
     expect_lines(direct, {" ERROR value-42", " LEVEL7 odd level"});
     EXPECT_NE(InitLogEx("cfg", "direct", test::narrow(second / "no" / "such.log").c_str()), 0);
     EXPECT_NE(InitLogEx("cfg", "direct", ""), 0);
-}
-
-TEST(TwLogger, WritesErrorsToItsPrivateFileOnly) {
     const stdfs::path file = stdfs::path(".") / "Logs" /
                              (std::to_string(platform::current_process_id()) + "_qtw_private.log");
     stdfs::remove(file);  // of an earlier run whose process had the same id (Wine reuses them)
