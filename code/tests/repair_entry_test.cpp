@@ -76,9 +76,8 @@ TEST_F(RepairEntry, MakesTheOutputFolderAndNamesTheOutputByTheDocument) {
     EXPECT_TRUE(stdfs::exists(folder / "result.ppt"));
 }
 
-// Unusable paths are refused; a file too short for the probe's directory scan, and one whose
-// 1 MiB sectors make the parse read the short-stream container past the end, end in the entry's
-// handler. Nothing is written.
+// Unusable paths are refused; a file too short for the probe's directory scan, and one whose 1 MiB
+// sectors make the parse read past the end, end in the entry's handler. Nothing is written.
 TEST_F(RepairEntry, RefusalsAndFileLayerFailuresWriteNothing) {
     const std::string input = sample("sheet.bin", 1);
     test::write_file(folder / "short.doc", std::string(600, '\0'));
@@ -107,23 +106,19 @@ TEST_F(RepairEntry, ThePathEchoReachesTheLog) {
     EXPECT_EQ(repair(nullptr, "echo_null.doc").first, -3101);
     std::vector<std::string> echoes;
     std::istringstream lines(test::read_file(log).substr(before));
-    for (std::string line; std::getline(lines, line);) {
-        const std::size_t message = line.find("]->info: ");
-        if (line.find("_path = ") != std::string::npos && message != std::string::npos)
-            echoes.push_back(line.substr(line.find(" [") - 5, 5) + line.substr(message + 9));
-    }
+    for (std::string l; std::getline(lines, l);)
+        if (l.find("_path = ") != std::string::npos && l.find("]->info: ") != std::string::npos)
+            echoes.push_back(l.substr(l.find(" [") - 5, 5) + l.substr(l.find("]->info: ") + 9));
     EXPECT_EQ(echoes,
               (std::vector<std::string>{
                   "INFO input_file_path = " + input, "INFO out_file_path = " + arg("echo_out.doc"),
                   "ERRORinput_file_path = ", "ERRORout_file_path = echo_null.doc"}));
 }
 
-// Without the root's name ("Xoot Entry") the check refuses the file but the repair goes on; a
-// successful repair pushes no record, so its result is the thread's earlier one (the check's).
+// A successful repair pushes no record: its result is the thread's earlier one (the check's).
 TEST_F(RepairEntry, WithoutTheRootNameTheRepairGoesOnWithTheThreadsEarlierResult) {
     const std::string input = sample("sheet.bin", 1, 'X');
-    int32_t check = 0;
-    int32_t repaired = 0;
+    int32_t check = 0, repaired = 0;
     std::thread([&] {
         check = VrkCfbFileCheck(input.c_str());
         repaired = VrkCfbGeneralRepair(input.c_str(), arg("out.doc").c_str());
