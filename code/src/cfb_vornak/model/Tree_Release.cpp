@@ -1,11 +1,15 @@
 #include "cfb_vornak/model/Tree_Release.h"
 
 #include <algorithm>
+#include <functional>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "cfb_vornak/entries/Cfb_Logger.h"
 #include "cfb_vornak/model/Cfb_Directory_Tree.h"
 #include "cfb_vornak/model/Cfb_File.h"
+#include "cfb_vornak/model/Release_Lanes.h"
 #include "cfb_vornak/model/Safe_Name.h"
 #include "cfb_vornak/model/Sector_Chains.h"
 #include "cfb_vornak/model/Sids_Text.h"
@@ -154,12 +158,15 @@ sids_list release_chain(const sids_array& table, sid_t start, uint32_t limit) {
 
 namespace {
 
-bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Description& target,
-                  Release_Scratch& scratch) {
+// Walks the chain of a stream, logging it, and works out its runs into `scratch.plan`; false
+// when the stream gets no file. `normal` says whether the runs lie in the input file or in the
+// short-stream container.
+bool plan_stream(Cfb_File& file, const Directory_Entry& record, Release_Scratch& scratch,
+                 bool& normal) {
     const sid_t start = record.start_sid;
     const uint32_t size = record.stream_size;
     const uint32_t cutoff = file.header.mini_stream_cutoff_size;
-    const bool normal = size > cutoff;
+    normal = size > cutoff;
     // Normal ids run to the last whole 512-byte sector of the file, mini ids to the last whole
     // mini sector of the container.
     const uint64_t id_count = normal ? file.max_sid + 1 : file.mini_sectors_in_container();
@@ -187,11 +194,17 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     const uint64_t unit = uint32_t{1} << (shift % 32u);
     const uint64_t source_size =
         normal ? file.door().file_size() : file.short_stream_container.size();
-    Stream_Runs& plan = scratch.plan;
-    stream_runs(chain, size, unit, normal ? 1 : 0, id_count, source_size, plan);
-    if (plan.outcome == Stream_Runs::Outcome::no_file) {
+    stream_runs(chain, size, unit, normal ? 1 : 0, id_count, source_size, scratch.plan);
+    return scratch.plan.outcome != Stream_Runs::Outcome::no_file;
+}
+
+bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Description& target,
+                  Release_Scratch& scratch) {
+    bool normal = false;
+    if (!plan_stream(file, record, scratch, normal)) {
         return false;
     }
+    const Stream_Runs& plan = scratch.plan;
     if (plan.outcome == Stream_Runs::Outcome::read_past_end) {
         // Only a normal stream gets here (whole mini sectors bound the mini ids), when the
         // header's sector size is larger than the file's: the read through the door fails.
@@ -213,6 +226,92 @@ bool write_stream(Cfb_File& file, const Directory_Entry& record, const File_Desc
     return out.close() && written;
 }
 
+// Two names that the file system may take for one file (letters in another case, a short
+// name holding a tilde) must not be written at once: names are compared by a key that folds
+// ASCII letters and takes every other character for any other.
+std::wstring name_key(const std::wstring& name) {
+    std::wstring key = name;
+    for (wchar_t& c : key) {
+        if (c >= L'A' && c <= L'Z') {
+            c = static_cast<wchar_t>(c - L'A' + L'a');
+        } else if (c > 0x7F) {
+            c = static_cast<wchar_t>(0xFFFF);
+        }
+    }
+    return key;
+}
+
+// The release of the root's children with the stream files written by `lanes` (when given) in
+// the order of the children: each stream is worked out (and logged) here, in turn, and handed
+// over. A name that may reach a file made before, or whose short form may, waits until every
+// earlier file is written; folders are made here, in turn.
+void release_children(Cfb_File& file, const File_Description& folder, Release_Scratch& scratch,
+                      Release_Lanes* lanes, uint32_t& released) {
+    // A folder left unmade fails each child's own open, which skips it.
+    (void)fs::create_directories(folder.path_wstr);
+    const Cfb_Directory_Entry_DirNode* root = root_storage(file);
+    if (root == nullptr) {
+        return;
+    }
+    std::unordered_set<std::wstring> keys;
+    bool past_end = false;
+    for (const Cfb_Directory_Entry_AbstractNode* child : root->children) {
+        if (lanes != nullptr && lanes->stopped()) {
+            break;
+        }
+        if (child == nullptr || child->index >= file.directory_entrys.size()) {
+            continue;
+        }
+        const Directory_Entry& record = file.directory_entrys[child->index];
+        const std::wstring name = entry_file_name(record);
+        if (is_refused_file_name(name)) {
+            continue;
+        }
+        const File_Description child_path = path_record(folder.path_wstr + name);
+        if (lanes == nullptr) {
+            if (child->is_dir()) {
+                try_create_folder(child_path.path_wstr);
+            } else if (write_stream(file, record, child_path, scratch)) {
+                ++released;
+            }
+            continue;
+        }
+        const bool alone =
+            !keys.insert(name_key(name)).second || name.find(L'~') != std::wstring::npos;
+        if (alone) {
+            lanes->drain();
+        }
+        bool normal = false;
+        if (child->is_dir()) {
+            try_create_folder(child_path.path_wstr);
+        } else if (plan_stream(file, record, scratch, normal)) {
+            if (scratch.plan.outcome == Stream_Runs::Outcome::read_past_end) {
+                past_end = true;
+                break;
+            }
+            Release_Job job{child_path.path_wstr, scratch.plan.runs, !normal, 0};
+            if (alone) {
+                lanes->write_alone(std::move(job));
+            } else {
+                lanes->add(std::move(job));
+            }
+        }
+    }
+    if (lanes == nullptr) {
+        return;
+    }
+    // The files handed over are written before the release fails: an earlier stream that could
+    // not be read fails it first, as it would have been met first.
+    lanes->drain();
+    uint64_t unread_at = 0;
+    if (lanes->unread(unread_at)) {
+        file.door().view().fail_at(unread_at);
+    }
+    if (past_end) {
+        file.door().view().fail_at(scratch.plan.failing_offset);
+    }
+}
+
 }  // namespace
 
 bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
@@ -223,29 +322,8 @@ bool write_cfb_directory_entry_to_a_file(Cfb_File& file, Directory_Entry record,
 
 int release_storage_children(Cfb_File& file, const Cfb_Directory_Entry_AbstractNode* /*node*/,
                              const File_Description& folder, uint32_t& released) {
-    // A folder left unmade fails each child's own open, which skips it.
-    (void)fs::create_directories(folder.path_wstr);
-    const Cfb_Directory_Entry_DirNode* root = root_storage(file);
-    if (root == nullptr) {
-        return 0;
-    }
     Release_Scratch scratch;
-    for (const Cfb_Directory_Entry_AbstractNode* child : root->children) {
-        if (child == nullptr || child->index >= file.directory_entrys.size()) {
-            continue;
-        }
-        const Directory_Entry& record = file.directory_entrys[child->index];
-        const std::wstring name = entry_file_name(record);
-        if (is_refused_file_name(name)) {
-            continue;
-        }
-        const File_Description child_path = path_record(folder.path_wstr + name);
-        if (child->is_dir()) {
-            try_create_folder(child_path.path_wstr);
-        } else if (write_stream(file, record, child_path, scratch)) {
-            ++released;
-        }
-    }
+    release_children(file, folder, scratch, nullptr, released);
     return 0;
 }
 
@@ -259,6 +337,24 @@ uint32_t release_cfb_directory_tree(Cfb_File& file) {
         file.cfb_directory_tree ? file.cfb_directory_tree->root : nullptr;
     release_storage_children(file, root, path_record(folder), released);
     return released;
+}
+
+uint32_t release_cfb_directory_tree(Cfb_File& file, std::function<void()> beside) {
+    Release_Scratch scratch;
+    scratch.input_tried = true;
+    scratch.input.open(file.door().path());
+    Release_Lanes lanes(scratch.input, file.short_stream_container);
+    lanes.start(std::move(beside));
+    uint32_t released = 0;
+    const std::wstring folder = release_folder(file);
+    if (!folder.empty()) {
+        // Without the input open a second time the streams are read through the door, which
+        // logs its failures: they are then written here, one after the other.
+        release_children(file, path_record(folder), scratch,
+                         scratch.input.is_open() ? &lanes : nullptr, released);
+    }
+    lanes.finish();
+    return released + lanes.written();
 }
 
 }  // namespace vrk

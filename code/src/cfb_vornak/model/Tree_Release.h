@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -68,6 +69,14 @@ void stream_runs(const sids_list& chain, uint32_t size, uint64_t unit, uint64_t 
 // files written. A read past the end of the input ends the release by the file layer's
 // failure: the files of the streams before it stay, no later one is written.
 uint32_t release_cfb_directory_tree(Cfb_File& file);
+
+// The release of the analysis: as above, with the stream files written on two threads (see
+// Release_Lanes.h) and `beside` run first on the second thread; `beside` must neither log nor
+// record errors, and what it throws passes through once the release is done (the release then
+// stops early). The log lines, the files and the count are those of the one-thread release,
+// with one exception: when the input changes under the release so that a stream's bytes can no
+// longer be read, the streams handed over after it may be logged and written too.
+uint32_t release_cfb_directory_tree(Cfb_File& file, std::function<void()> beside);
 
 // Releases the children of the root (whatever `node` is: it is not consulted) into `folder`;
 // adds the number of stream files written to `released`. Returns 0.

@@ -18,16 +18,22 @@ Analysis_Summary run_cfb_analysis(const File_Description& input,
     // the caller's folder.
     file->m_output = output;
 
+    // The tree report logs what it finds wrong in the tree, so it is written here, before the
+    // release logs its streams; the other reports log nothing and are written on the release's
+    // second thread while this one works out the streams.
     Analysis_Summary summary;
-    summary.reports.push_back(write_header_report(*file));
-    summary.reports.push_back(write_disat_report(*file));
-    summary.reports.push_back(write_sat_report(*file));
-    summary.reports.push_back(write_minisat_report(*file));
-    summary.reports.push_back(write_directory_entry_layout_report(*file));
-    summary.reports.push_back(write_cfb_directory_tree_report(*file));
-    summary.reports.push_back(write_short_stream_container(*file));
+    summary.reports.resize(7);
+    summary.reports[5] = write_cfb_directory_tree_report(*file);
+    const auto other_reports = [&summary, &file] {
+        summary.reports[0] = write_header_report(*file);
+        summary.reports[1] = write_disat_report(*file);
+        summary.reports[2] = write_sat_report(*file);
+        summary.reports[3] = write_minisat_report(*file);
+        summary.reports[4] = write_directory_entry_layout_report(*file);
+        summary.reports[6] = write_short_stream_container(*file);
+    };
     summary.release_folder = release_folder(*file);
-    summary.released_streams = release_cfb_directory_tree(*file);
+    summary.released_streams = release_cfb_directory_tree(*file, other_reports);
     file.reset();
     return summary;
 }
