@@ -102,7 +102,7 @@ mutants=(
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "        const uint64_t n = std::min(remaining, unit); @@         const uint64_t n = unit;"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
-    "    const bool normal = size > cutoff; @@     const bool normal = size >= cutoff;"
+    "    normal = size > cutoff; @@     normal = size >= cutoff;"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test analysis_entry_test"
     "            if (!runs.empty() && runs.back().offset + runs.back().length == offset) { @@             if (!runs.empty()) {"
     "code/src/cfb_vornak/model/Tree_Release.cpp|release_test"
