@@ -1,8 +1,10 @@
 #include "cfb_vornak/salvage/Salvage_Classifier.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
+#include "common/beside_thread.h"
 #include "common/byte_order.h"
 #include "file_operation/Sector_Blocks.h"
 
@@ -71,27 +73,18 @@ int32_t guess_position(const uint8_t* sector, uint32_t entries) {
     return support * 2 > votes ? static_cast<int32_t>(candidate) : -1;
 }
 
-}  // namespace
+// What one whole sector could be: Sector_Flag bits, and the SAT position its links suggest.
+struct Sector_Test {
+    uint32_t entries;
+    uint32_t slots;
+    uint64_t bound;
 
-Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometry& geometry) {
-    Sector_Classes classes(geometry);
-    classes.flags.assign(geometry.count, 0);
-    classes.sat_position.assign(geometry.count, -1);
-    const uint32_t entries = geometry.entries_per_sector();
-    const uint32_t slots = geometry.sector_size / kDirEntrySize;
-    // Ids of a cut file's SAT may reach past its end; a generous bound still rejects text and
-    // random data, whose 32-bit values are mostly huge.
-    const uint64_t bound = static_cast<uint64_t>(geometry.count) * 2 + entries;
-    Sector_Blocks blocks(input.file(), geometry.file_size);
-    for (uint32_t sid = 0; sid < geometry.whole_count; ++sid) {
-        const uint8_t* sector = blocks.at(geometry.offset(sid), geometry.sector_size);
-        if (sector == nullptr) sector = input.bytes(geometry.offset(sid), geometry.sector_size);
-        if (sector == nullptr) continue;  // whole sectors lie inside the file; never taken
+    uint8_t classify(const uint8_t* sector, int32_t& position) const {
         uint8_t f = 0;
         if (is_table_like(sector, entries, bound, true)) f |= kTableRange;
         if ((f & kTableRange) != 0 && is_table_like(sector, entries, bound)) {
             f |= kTableLike;
-            classes.sat_position[sid] = guess_position(sector, entries);
+            position = guess_position(sector, entries);
         }
         uint32_t valid = 0;
         bool ok = true;
@@ -105,8 +98,87 @@ Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometr
             if (valid > 0) f |= kDirLike;
             if (is_root_record(sector)) f |= kRootFirst;
         }
-        classes.flags[sid] = f;
+        return f;
     }
+};
+
+// A file of this size or more is classified in two halves at once.
+constexpr uint64_t kSplitFrom = uint64_t{8} << 20;
+
+// Classifies sectors [from, to) on a thread of its own, reading blocks of its own from the open
+// input (each sector's flags and position land in their own elements). The thread neither logs
+// nor throws: where a read comes up short, or no thread can be started, it stops, and the
+// calling thread classifies the rest as a one-thread pass would.
+class Upper_Half {
+  public:
+    Upper_Half(const platform::Input_File* file, const Sector_Test& test, Sector_Classes& classes,
+               uint32_t from, uint32_t to)
+        : m_file(file), m_test(test), m_classes(classes), m_from(from), m_to(to), m_done(from) {
+        if (from < to && !m_thread.start([this] { run(); })) m_done = from;
+    }
+    ~Upper_Half() {
+        m_stop.store(true, std::memory_order_relaxed);
+        (void)m_thread.join();
+    }
+    Upper_Half(const Upper_Half&) = delete;
+    Upper_Half& operator=(const Upper_Half&) = delete;
+
+    // Waits for the thread; the first sector it did not classify (`to` when it did them all).
+    [[nodiscard]] uint32_t finish() { return m_thread.join() ? m_done : m_from; }
+
+  private:
+    void run() noexcept {
+        try {
+            const Sector_Geometry& g = m_classes.geometry;
+            Sector_Blocks blocks(m_file, g.file_size);
+            for (uint32_t sid = m_from; sid < m_to; ++sid) {
+                if (m_stop.load(std::memory_order_relaxed)) return;
+                const uint8_t* sector = blocks.at(g.offset(sid), g.sector_size);
+                if (sector == nullptr) return;
+                m_classes.flags[sid] = m_test.classify(sector, m_classes.sat_position[sid]);
+                m_done = sid + 1;
+            }
+        } catch (...) {
+            // Only the block's allocation can fail; the calling thread goes on from m_done.
+        }
+    }
+
+    const platform::Input_File* m_file;
+    Sector_Test m_test;
+    Sector_Classes& m_classes;
+    uint32_t m_from;
+    uint32_t m_to;
+    uint32_t m_done;
+    std::atomic<bool> m_stop{false};
+    Beside_Thread m_thread;  // last: joined before the rest goes
+};
+
+}  // namespace
+
+Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometry& geometry) {
+    Sector_Classes classes(geometry);
+    classes.flags.assign(geometry.count, 0);
+    classes.sat_position.assign(geometry.count, -1);
+    const uint32_t entries = geometry.entries_per_sector();
+    // Ids of a cut file's SAT may reach past its end; a generous bound still rejects text and
+    // random data, whose 32-bit values are mostly huge.
+    const Sector_Test test{entries, geometry.sector_size / kDirEntrySize,
+                           static_cast<uint64_t>(geometry.count) * 2 + entries};
+    // The upper half of a large file open as a file is classified beside this thread.
+    const bool split = input.file() != nullptr && geometry.file_size >= kSplitFrom;
+    const uint32_t half = split ? geometry.whole_count / 2 : geometry.whole_count;
+    Upper_Half upper(input.file(), test, classes, half, geometry.whole_count);
+    Sector_Blocks blocks(input.file(), geometry.file_size);
+    const auto classify_range = [&](uint32_t from, uint32_t to) {
+        for (uint32_t sid = from; sid < to; ++sid) {
+            const uint8_t* sector = blocks.at(geometry.offset(sid), geometry.sector_size);
+            if (sector == nullptr) sector = input.bytes(geometry.offset(sid), geometry.sector_size);
+            if (sector == nullptr) continue;  // whole sectors lie inside the file; never taken
+            classes.flags[sid] = test.classify(sector, classes.sat_position[sid]);
+        }
+    };
+    classify_range(0, half);
+    classify_range(upper.finish(), geometry.whole_count);
     return classes;
 }
 
