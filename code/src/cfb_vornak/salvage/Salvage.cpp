@@ -89,7 +89,7 @@ std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
 }
 
 std::vector<uint8_t> salvaged_bytes(const salvage::Salvage_Input& input,
-                                    const std::vector<Salvage_Piece>& pieces) {
+                                    const std::vector<Salvage_Piece>& pieces, bool beside) {
     uint64_t total = 0;
     for (const Salvage_Piece& p : pieces) {
         if (!range_inside(p.file_offset, p.length, input.size())) return {};
@@ -97,7 +97,10 @@ std::vector<uint8_t> salvaged_bytes(const salvage::Salvage_Input& input,
     }
     std::vector<uint8_t> out(total, 0);
     for (const Salvage_Piece& p : pieces) {
-        if (!input.copy(p.file_offset, p.length, out.data() + p.stream_offset)) return {};
+        uint8_t* to = out.data() + p.stream_offset;
+        if (!(beside ? input.copy_beside(p.file_offset, p.length, to)
+                     : input.copy(p.file_offset, p.length, to)))
+            return {};
     }
     return out;
 }

@@ -146,7 +146,9 @@ bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, st
 // piece does not lie inside the input (or the file no longer holds it).
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
                                     const std::vector<Salvage_Piece>& pieces);
+// With `beside`, the input is read through none of its view's buffers (from a thread beside the
+// one that reads through it).
 std::vector<uint8_t> salvaged_bytes(const salvage::Salvage_Input& input,
-                                    const std::vector<Salvage_Piece>& pieces);
+                                    const std::vector<Salvage_Piece>& pieces, bool beside = false);
 
 }  // namespace vrk

@@ -53,6 +53,21 @@ class Salvage_Input {
         std::memcpy(destination, m_data + offset, static_cast<std::size_t>(length));
         return true;
     }
+    // As bytes() and copy(), through none of the view's buffers (bytes_beside reads into
+    // `buffer`): another thread may call them while this one reads through the view.
+    [[nodiscard]] const uint8_t* bytes_beside(uint64_t offset, std::size_t length,
+                                              Aligned_Bytes& buffer) const {
+        if (!range_inside(offset, length, m_size)) return nullptr;
+        if (m_view == nullptr) return m_data != nullptr ? m_data + offset : nullptr;
+        buffer.resize(length);
+        return m_view->read_up_to_beside(offset, length, buffer.data()) == length ? buffer.data()
+                                                                                  : nullptr;
+    }
+    [[nodiscard]] bool copy_beside(uint64_t offset, uint64_t length, uint8_t* destination) const {
+        if (m_view == nullptr) return copy(offset, length, destination);
+        return range_inside(offset, length, m_size) &&
+               m_view->read_up_to_beside(offset, length, destination) == length;
+    }
     // The little-endian value at `offset`; `fallback` outside the file.
     [[nodiscard]] uint32_t u32(uint64_t offset, uint32_t fallback) const {
         const uint8_t* p = bytes(offset, 4);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cwctype>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -13,6 +14,7 @@
 #include "cfb_vornak/builder/Cfb_Builder.h"
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
 #include "cfb_vornak/model/Safe_Name.h"
+#include "cfb_vornak/salvage/Salvage_Writers.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
 
@@ -83,56 +85,6 @@ platform::Create_Result create_unique(std::set<std::wstring>& used, const std::w
         created = make(name);
     }
     return created;
-}
-
-bool write_file(platform::Output_File& out, const std::vector<uint8_t>& bytes) {
-    const bool written = out.write(bytes.data(), bytes.size());
-    return out.close() && written;
-}
-
-// Writes the bytes of `pieces` to `out`, a file just created. Pieces that follow each other in
-// the stream without gaps are written straight from the input (runs of 64 KB or more copied by
-// the system from `file` when it is open, the others from the mapped bytes), joined where they
-// also follow each other in the file; a stream with gaps, or one split into many small runs,
-// goes through one gathered copy instead, which yields the same bytes.
-bool write_pieces(platform::Output_File& out, const std::string& shown,
-                  const salvage::Salvage_Input& input, const std::vector<Salvage_Piece>& pieces,
-                  std::string& error) {
-    const uint64_t size = input.size();
-    const platform::Input_File* file = input.file();
-    constexpr uint64_t kSmallRun = 64 * 1024;
-    uint64_t next = 0;
-    uint64_t runs = 0;
-    bool gathered = false;
-    for (std::size_t i = 0; i < pieces.size() && !gathered; ++i) {
-        const Salvage_Piece& p = pieces[i];
-        gathered =
-            p.stream_offset != next || p.file_offset > size || p.length > size - p.file_offset;
-        if (i == 0 || pieces[i - 1].file_offset + pieces[i - 1].length != p.file_offset) ++runs;
-        next += p.length;
-    }
-    bool ok = true;
-    if (gathered || runs > 1 + next / kSmallRun) {
-        ok = write_file(out, salvaged_bytes(input, pieces));
-    } else {
-        for (std::size_t i = 0; ok && i < pieces.size();) {
-            const uint64_t start = pieces[i].file_offset;
-            uint64_t length = 0;
-            for (; i < pieces.size() && pieces[i].file_offset == start + length; ++i) {
-                length += pieces[i].length;
-            }
-            // Short runs cost less as one write than as a copy between the files.
-            if (file != nullptr && length >= kSmallRun) {
-                ok = out.append_range(*file, start, length) == length;
-            } else {
-                const uint8_t* bytes = input.bytes(start, static_cast<std::size_t>(length));
-                ok = bytes != nullptr && out.write(bytes, static_cast<std::size_t>(length));
-            }
-        }
-        ok = out.close() && ok;
-    }
-    if (!ok) error = "cannot write " + shown;
-    return ok;
 }
 
 // Where --extract puts an unclaimed chain, relative to its folder.
@@ -350,6 +302,10 @@ bool salvage_extract(const salvage::Salvage_Input& input, const Salvage_Result& 
     }
     std::vector<std::set<std::wstring>> used(count);
     used[0].insert(L"lost");  // the unclaimed chains' folder
+    // The files are written beside this thread, which only creates them. Before a folder is
+    // made or closed the writes so far are awaited: a failure among them ends the extraction
+    // there, and the files made after it can still be removed.
+    salvage::Salvage_Writers writers(input);
     // A storage is one folder; a stream is as many files as streams_to_write gives.
     for (std::size_t i = 1; i < result.entries.size(); ++i) {
         const Salvaged_Entry& e = result.entries[i];
@@ -357,6 +313,7 @@ bool salvage_extract(const salvage::Salvage_Input& input, const Salvage_Result& 
         if (parent >= folders.size() || !folders[parent].is_open()) continue;
         const platform::Output_Folder& into = folders[parent];
         if (e.is_storage()) {
+            if (!writers.finish(error)) return false;
             const std::wstring base =
                 safe_component(platform::from_utf16(e.name.data(), e.name.size()));
             std::wstring name;
@@ -374,50 +331,52 @@ bool salvage_extract(const salvage::Salvage_Input& input, const Salvage_Result& 
             const std::wstring base =
                 safe_component(platform::from_utf16(w.name.data(), w.name.size()));
             std::wstring name;
-            platform::Output_File out;
+            auto out = std::make_unique<platform::Output_File>();
             if (create_unique(used[parent], base, name, [&](const std::wstring& n) {
-                    return into.create_file(n, out);
+                    return into.create_file(n, *out);
                 }) != platform::Create_Result::created) {
+                if (!writers.finish(error)) return false;
                 error = "cannot write " + shown_path(into, name);
                 return false;
             }
-            if (!write_pieces(out, shown_path(into, name), input, *w.pieces, error)) {
-                into.remove_file(name);  // no half-written stream under its name
-                return false;
-            }
+            // False: a file before it failed, and finish() says which.
+            if (!writers.write(std::move(out), into, name, shown_path(into, name), *w.pieces))
+                return writers.finish(error);
         }
-        if (parent != 0 && last_child[parent] == i) folders[parent].close();
+        if (parent != 0 && last_child[parent] == i) {
+            if (!writers.finish(error)) return false;
+            folders[parent].close();
+        }
     }
-    if (!result.lost_chains.empty()) {
-        platform::Output_Folder lost;
-        std::wstring name = L"lost";
-        platform::Create_Result made = folders[0].make_folder(name, lost);
-        if (made == platform::Create_Result::exists) {
-            made = create_unique(used[0], name, name, [&](const std::wstring& n) {
-                return folders[0].make_folder(n, lost);
-            });
-        }
-        if (made != platform::Create_Result::created) {
-            error = "cannot create folder " + shown_path(folders[0], name);
+    if (!writers.finish(error)) return false;
+    if (result.lost_chains.empty()) return true;
+    platform::Output_Folder lost;
+    std::wstring name = L"lost";
+    platform::Create_Result made = folders[0].make_folder(name, lost);
+    if (made == platform::Create_Result::exists) {
+        made = create_unique(used[0], name, name, [&](const std::wstring& n) {
+            return folders[0].make_folder(n, lost);
+        });
+    }
+    if (made != platform::Create_Result::created) {
+        error = "cannot create folder " + shown_path(folders[0], name);
+        return false;
+    }
+    std::set<std::wstring> lost_used;
+    for (const Salvage_Lost_Chain& c : result.lost_chains) {
+        const std::wstring base = L"sector_" + std::to_wstring(c.first_sector) + L".bin";
+        auto out = std::make_unique<platform::Output_File>();
+        if (create_unique(lost_used, base, name, [&](const std::wstring& n) {
+                return lost.create_file(n, *out);
+            }) != platform::Create_Result::created) {
+            if (!writers.finish(error)) return false;
+            error = "cannot write " + shown_path(lost, name);
             return false;
         }
-        std::set<std::wstring> lost_used;
-        for (const Salvage_Lost_Chain& c : result.lost_chains) {
-            const std::wstring base = L"sector_" + std::to_wstring(c.first_sector) + L".bin";
-            platform::Output_File out;
-            if (create_unique(lost_used, base, name, [&](const std::wstring& n) {
-                    return lost.create_file(n, out);
-                }) != platform::Create_Result::created) {
-                error = "cannot write " + shown_path(lost, name);
-                return false;
-            }
-            if (!write_pieces(out, shown_path(lost, name), input, c.pieces, error)) {
-                lost.remove_file(name);
-                return false;
-            }
-        }
+        if (!writers.write(std::move(out), lost, name, shown_path(lost, name), c.pieces))
+            return writers.finish(error);
     }
-    return true;
+    return writers.finish(error);
 }
 
 namespace {
