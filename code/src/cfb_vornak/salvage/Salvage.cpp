@@ -257,6 +257,7 @@ struct Candidate {
     std::shared_ptr<const Dir_Candidate> directory;
     sid_t minisat = ENDOFCHAIN;
     std::string text;
+    bool with_lost = false;  // `ev` holds the chains nothing claims: it is the final evaluation
 };
 
 class Salvage_Search {
@@ -346,7 +347,10 @@ void Salvage_Search::try_sat(const std::shared_ptr<const Sector_Classes>& classe
             c.directory = directory;
             c.minisat = minisat;
             const Layout_Choice choice{sat.get(), directory.get(), minisat};
-            c.ev = evaluate_layout(m_input, *classes, choice, false);
+            // The header's own layout is the likely answer: its evaluation gathers what the
+            // final one adds (the chains nothing claims), so that it need not be done twice.
+            c.with_lost = header_sat;
+            c.ev = evaluate_layout(m_input, *classes, choice, c.with_lost);
             c.ev.support.header_conflicts = header_conflicts(m_facts, choice, sector_size);
             c.text = describe(choice, sector_size);
             const bool whole = c.ev.complete();
@@ -420,7 +424,8 @@ Salvage_Result Salvage_Search::run() {
         return result;
     }
     const Layout_Choice choice{m_best.sat.get(), m_best.directory.get(), m_best.minisat};
-    Evaluation final_ev = evaluate_layout(m_input, *m_best.classes, choice, true);
+    Evaluation final_ev =
+        m_best.with_lost ? m_best.ev : evaluate_layout(m_input, *m_best.classes, choice, true);
     result = std::move(final_ev.result);
     result.reason =
         m_best.text + "; " + std::to_string(final_ev.resolved) + " of " +
