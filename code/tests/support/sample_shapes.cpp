@@ -1,23 +1,22 @@
 #include "support/sample_shapes.h"
 
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "common/platform.h"
 #include "common/unicode.h"
+#include "support/analysis_samples.h"
 #include "support/cfb_patch.h"
 
 namespace vrk::test {
 
 namespace {
-
-using Fill = std::function<void(Cfb_Fs_Item_DirNode&)>;
-
-std::u16string ascii(const std::string& name) {
-    return {name.begin(), name.end()};
-}
 
 // Each stream gets its own seed, so equal sizes still have different contents.
 std::vector<uint8_t> data(std::size_t size, uint64_t& seed) {
@@ -90,7 +89,6 @@ void item_fields_tree(Cfb_Fs_Item_DirNode& root) {
     mark(root.add_stream(u"Outside", data(5000, seed)), 0xA0);
 }
 
-// Several shapes at once, to cover how options interact with the layout.
 void mixed_tree(Cfb_Fs_Item_DirNode& root) {
     nested_tree(root.add_storage(u"Nested"));
     stream_sizes_tree(root.add_storage(u"Sizes"));
@@ -99,10 +97,11 @@ void mixed_tree(Cfb_Fs_Item_DirNode& root) {
 
 struct Recipe {
     std::string name;
-    Fill fill;
+    std::function<void(Cfb_Fs_Item_DirNode&)> fill;
     std::function<void(Builder_Options&)> options = [](Builder_Options&) {};
 };
 
+// clang-format off
 const std::vector<Recipe>& recipes() {
     static const std::vector<Recipe> all = {
         {"empty_root", [](Cfb_Fs_Item_DirNode&) {}},  // the root without children
@@ -117,39 +116,20 @@ const std::vector<Recipe>& recipes() {
         {"sibling_chain", mixed_tree, [](Builder_Options& o) { o.sibling_chain = true; }},
         {"tables_at_end", mixed_tree, [](Builder_Options& o) { o.tables_at_end = true; }},
         {"sat_in_last_sector", mixed_tree, [](Builder_Options& o) { o.sat_in_last_sector = true; }},
-        {"all_options", mixed_tree,
-         [](Builder_Options& o) {
-             o.sibling_chain = o.tables_at_end = o.sat_in_last_sector = true;
-         }},
-        // Chains and the container run on for 3 sectors of slack; 2 free sectors after the
-        // directory.
-        {"slack_chains", mixed_tree,
-         [](Builder_Options& o) {
+        {"all_options", mixed_tree, [](Builder_Options& o) {
+             o.sibling_chain = o.tables_at_end = o.sat_in_last_sector = true; }},
+        // 3 sectors of slack after chains and the container; 2 free after the directory.
+        {"slack_chains", mixed_tree, [](Builder_Options& o) {
              o.slack_sectors = 3;
-             o.free_after_directory = 2;
-         }},
+             o.free_after_directory = 2; }},
         // Nested storages after an older save of other streams, in free sectors.
         {"older_save", nested_tree, [](Builder_Options& o) {
              Cfb_Fs_Item_DirNode earlier;
              stream_sizes_tree(earlier);
-             o.older_save = build_compound_file(earlier);
-         }}};
+             o.older_save = build_compound_file(earlier); }}};
     return all;
 }
-
-void collect(const Cfb_Fs_Item_DirNode& storage, const std::u16string& prefix,
-             std::vector<Expected_Stream>& streams, std::vector<std::u16string>& storages) {
-    for (const auto& child : storage.children) {
-        const std::u16string path = prefix + child->name;
-        if (child->is_dir()) {
-            storages.push_back(path);
-            collect(static_cast<const Cfb_Fs_Item_DirNode&>(*child), path + u"/", streams,
-                    storages);
-        } else {
-            streams.push_back({path, static_cast<const Cfb_Fs_Item_FileNode*>(child.get())});
-        }
-    }
-}
+// clang-format on
 
 // The CRC-32 of zlib (reflected, polynomial 0xEDB88320): Python's zlib.crc32 checks it.
 uint32_t crc32(const std::vector<uint8_t>& bytes) {
@@ -185,10 +165,25 @@ Sample_Shape make_sample_shape(const std::string& name) {
 }
 
 void collect_expected(const Cfb_Fs_Item_DirNode& root, std::vector<Expected_Stream>& streams,
-                      std::vector<std::u16string>& storages) {
-    streams.clear();
-    storages.clear();
-    collect(root, u"", streams, storages);
+                      std::vector<std::u16string>& storages, const std::u16string& prefix) {
+    if (prefix.empty()) {
+        streams.clear();
+        storages.clear();
+    }
+    for (const auto& child : root.children) {
+        const std::u16string path = prefix + child->name;
+        if (!child->is_dir()) {
+            streams.push_back({path, static_cast<const Cfb_Fs_Item_FileNode*>(child.get())});
+            continue;
+        }
+        storages.push_back(path);
+        collect_expected(static_cast<const Cfb_Fs_Item_DirNode&>(*child), streams, storages,
+                         path + u"/");
+    }
+}
+
+std::u16string ascii(const std::string& name) {
+    return {name.begin(), name.end()};
 }
 
 std::string utf16_to_utf8(const std::u16string& units) {
@@ -219,6 +214,44 @@ bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, s
         return false;
     }
     return true;
+}
+
+File_Description describe(const std::wstring& path) {
+    return File_Description{path, path, platform::to_utf8(path)};
+}
+
+std::vector<uint8_t> read_bytes(const std::wstring& path) {
+    std::ifstream in(platform::to_path(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::set<std::string> folder_names(const std::wstring& folder) {
+    std::set<std::string> names;
+    std::error_code ec;
+    for (const auto& item : std::filesystem::directory_iterator(platform::to_path(folder), ec))
+        names.insert(platform::to_utf8(platform::from_path(item.path().filename())));
+    return names;
+}
+
+std::set<std::string> tree_names(const std::wstring& folder) {
+    std::set<std::string> names;
+    std::error_code ec;
+    const std::filesystem::path base = platform::to_path(folder);
+    for (const auto& item : std::filesystem::recursive_directory_iterator(base, ec)) {
+        std::string name;
+        for (const auto& part : item.path().lexically_relative(base))
+            name += (name.empty() ? "" : "/") + platform::to_utf8(platform::from_path(part));
+        names.insert(name);
+    }
+    return names;
+}
+
+void set_entry_name(std::vector<uint8_t>& file, const Build_Layout& layout, uint32_t did,
+                    const std::u16string& name) {
+    const uint64_t offset = directory_entry_offset(layout, did);
+    for (std::size_t i = 0; i < 32; ++i)
+        patch_u16(file, offset + 2 * i, i < name.size() ? name[i] : 0);
+    patch_u16(file, offset + 64, static_cast<uint16_t>(name.empty() ? 0 : 2 * (name.size() + 1)));
 }
 
 }  // namespace vrk::test

@@ -1,6 +1,5 @@
-// Named compound file shapes for tests (listed, each with what it covers, in sample_shapes.cpp):
-// item trees with the builder options to write them, and the streams and storages a reader must
-// find in the written file. Stream contents are reproducible pseudo-random bytes.
+// Named compound file shapes (listed in sample_shapes.cpp): item trees of reproducible bytes,
+// the builder options to write them, and the streams and storages a reader must find.
 #pragma once
 
 #include <memory>
@@ -26,21 +25,19 @@ struct Sample_Shape {
 };
 
 std::vector<std::string> sample_shape_names();
-// Throws std::invalid_argument for an unknown name.
-Sample_Shape make_sample_shape(const std::string& name);
+Sample_Shape make_sample_shape(const std::string& name);  // throws std::invalid_argument
 
-// The streams and storages of a tree, depth first in child order.
+// The streams and storages of a tree, depth first in child order (`prefix`: for the recursion).
 void collect_expected(const Cfb_Fs_Item_DirNode& root, std::vector<Expected_Stream>& streams,
-                      std::vector<std::u16string>& storages);
+                      std::vector<std::u16string>& storages, const std::u16string& prefix = u"");
 
 std::string utf16_to_utf8(const std::u16string& units);
+std::u16string ascii(const std::string& name);
 
-// The manifest olefile_check.py reads: JSON listing the streams (path, size, CRC-32 of the
-// bytes) and the storages.
+// The manifest olefile_check.py reads: the streams (path, size, CRC-32) and the storages.
 std::string manifest_json(const Sample_Shape& shape);
 
-// Writes <folder>/<name>.cfb and <folder>/<name>.cfb.json; false on a write failure, with the
-// failing path in `error`.
+// Writes <folder>/<name>.cfb and its manifest <name>.cfb.json; false, with `error`, on failure.
 bool write_sample_files(const std::wstring& folder, const Sample_Shape& shape, std::string& error);
 
 }  // namespace vrk::test
