@@ -1,11 +1,8 @@
-// The compound file builder. Its files are read by outside readers (olefile and gsf, through
-// olefile_check.py) and by the salvage (salvage_test); here: what those readers cannot see
-// (table order, name order) and the refusals.
+// The compound file builder: outside readers (olefile and gsf) read its files; the refusals and
+// the name order they cannot see.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,9 +19,8 @@
 namespace vrk {
 namespace {
 
-// olefile (Debian's python3-olefile) and gsf (libgsf-bin) read every shape as its manifest
-// says, and so the file the salvage rebuilds from a copy with its header zeroed. Written files
-// hold the built bytes.
+// Every shape as its manifest says, and the file the salvage rebuilds from a copy with its
+// header zeroed.
 TEST(Builder, OutsideReadersAgree) {
     if (platform::kWindows) GTEST_SKIP() << "olefile and gsf run natively only";
     test::Temp_Folder folder("builder_samples");
@@ -48,26 +44,6 @@ TEST(Builder, OutsideReadersAgree) {
     EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
-// Tables before the data, or after it in the opposite order (as some writers lay them out).
-TEST(Builder, TableOrders) {
-    const auto shape = test::make_sample_shape("stream_sizes");
-    Build_Layout front;
-    Build_Layout end;
-    Builder_Options at_end;
-    at_end.tables_at_end = true;
-    build_compound_file(*shape.root, {}, &front);
-    build_compound_file(*shape.root, at_end, &end);
-    const auto order = [](const Build_Layout& l, bool reversed) {
-        const std::vector<sid_t> firsts = {l.sat_sids[0], l.minisat_sids[0], l.directory_sids[0],
-                                           l.container_sids[0],
-                                           test::stream_place(l, u"ThreeMiB").chain[0]};
-        return reversed ? std::is_sorted(firsts.rbegin() + 1, firsts.rend()) && firsts[3] == 0
-                        : std::is_sorted(firsts.begin(), firsts.end());
-    };
-    EXPECT_TRUE(order(front, false));
-    EXPECT_TRUE(order(end, true));
-}
-
 TEST(Builder, RefusesTreesItCannotWrite) {
     Cfb_Fs_Item_DirNode longest;
     longest.add_stream(std::u16string(31, u'x'), {});
@@ -79,9 +55,6 @@ TEST(Builder, RefusesTreesItCannotWrite) {
     twins.add_storage(u"Data");
     twins.add_stream(u"dATA", {1});
     EXPECT_THROW(build_compound_file(twins), std::invalid_argument);
-    Builder_Options v5;
-    v5.major_version = 5;
-    EXPECT_THROW(build_compound_file(Cfb_Fs_Item_DirNode{}, v5), std::invalid_argument);
     EXPECT_FALSE(write_compound_file(
         std::wstring(L"no_such_folder") + platform::kSeparator + L"x.cfb", Cfb_Fs_Item_DirNode{}));
 }
@@ -95,24 +68,6 @@ TEST(Builder, NameOrderIsLengthThenUpperCase) {
         const int got = compare_entry_names(a, b);
         EXPECT_EQ((got > 0) - (got < 0), sign) << test::utf16_to_utf8(a);
     }
-}
-
-TEST(Builder, ScanFolderTree) {
-    test::Temp_Folder top("scan_input");
-    test::write_file(top / "a.bin", "12345");
-    test::write_file(top / "sub" / "deeper" / "f.txt", "abc");
-    std::filesystem::create_directories(top.path() / platform::to_path(L"中文目录"));
-    std::vector<test::Expected_Stream> streams;
-    std::vector<std::u16string> storages;
-    const auto root = scan_folder_tree(top.wide());
-    test::collect_expected(*root, streams, storages);
-    ASSERT_EQ(streams.size(), 2u);
-    EXPECT_EQ(streams[0].path + u"|" + streams[1].path, u"a.bin|sub/deeper/f.txt");
-    EXPECT_EQ(streams[0].node->data, (std::vector<uint8_t>{'1', '2', '3', '4', '5'}));
-    EXPECT_EQ(storages, (std::vector<std::u16string>{u"sub", u"sub/deeper", u"中文目录"}));
-    test::write_file(top / std::string(32, 'n'), "");
-    EXPECT_THROW(scan_folder_tree(top.wide()), std::runtime_error);
-    EXPECT_THROW(scan_folder_tree(L"no_such_scan_folder"), std::runtime_error);
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 #!/usr/bin/python3
-"""Checks compound files with two outside readers.
+"""Usage: olefile_check.py FOLDER
 
-Usage: olefile_check.py FOLDER
-
-Every FOLDER/*.cfb has a manifest FOLDER/<file>.cfb.json listing its streams (path "A/B", size,
-CRC-32 of the bytes) and its storages. olefile must find exactly those storages and streams with
-those sizes and bytes, and `gsf list` the same names and sizes. Exits 1 on any difference.
+Every FOLDER/*.cfb has a manifest <file>.cfb.json listing its streams (path "A/B", size, CRC-32)
+and storages. olefile must find exactly those, with those sizes and bytes, and `gsf list` the
+same names and sizes. Exits 1 on any difference.
 """
 import glob
 import json
@@ -21,13 +19,12 @@ import olefile
 GSF_LINE = re.compile(r"^([df])\s+(?:\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\s+)?(\d+) (.*)$")
 
 
-def differ(what, got, want, problems):
-    if got != want:
-        problems.append("%s differ: got %s, expected %s" % (what, sorted(got), sorted(want)))
-
-
 def check(path, manifest, problems):
-    want_streams = {s["path"]: s["size"] for s in manifest["streams"]}
+    def differ(what, got, want):
+        if got != want:
+            problems.append("%s differ: got %s, expected %s" % (what, sorted(got), sorted(want)))
+
+    sizes = {s["path"]: s["size"] for s in manifest["streams"]}
     want_dirs = set(manifest["storages"])
     # DEFECT_INCORRECT makes olefile raise on anything a sound file must not contain.
     with olefile.OleFileIO(path, raise_defects=olefile.DEFECT_INCORRECT) as ole:
@@ -36,25 +33,22 @@ def check(path, manifest, problems):
             data = ole.openstream(p).read()
             streams["/".join(p)] = (ole.get_size(p), len(data), zlib.crc32(data))
         want = {s["path"]: (s["size"], s["size"], s["crc32"]) for s in manifest["streams"]}
-        differ("olefile streams (size, bytes read, CRC-32)", streams.items(), want.items(),
-               problems)
+        differ("olefile streams (size, bytes read, CRC-32)", streams.items(), want.items())
         differ("olefile storages", {"/".join(p) for p in ole.listdir(streams=False, storages=True)},
-               want_dirs, problems)
+               want_dirs)
     run = subprocess.run(["gsf", "list", path], capture_output=True, check=True)
     files, dirs = {}, set()
     for line in run.stdout.decode("utf-8", "replace").splitlines()[1:]:
         match = GSF_LINE.match(line)
         if match and match.group(3) != "*root*":
             kind, size, name = match.groups()
-            if kind == "d":
-                dirs.add(name)
             # gsf shows a storage without children as a file of size 0.
-            elif name in want_dirs and size == "0":
+            if kind == "d" or (name in want_dirs and size == "0"):
                 dirs.add(name)
             else:
                 files[name] = int(size)
-    differ("gsf streams", files.items(), want_streams.items(), problems)
-    differ("gsf storages", dirs, want_dirs, problems)
+    differ("gsf streams", files.items(), sizes.items())
+    differ("gsf storages", dirs, want_dirs)
 
 
 def main():
@@ -71,8 +65,7 @@ def main():
         except Exception as e:  # any reader failure is a finding about this file
             problems.append("%s: %s" % (type(e).__name__, e))
         print("%s: %s" % (os.path.basename(path), "FAILED" if problems else "ok"))
-        for p in problems:
-            print("  " + p)
+        print("".join("  %s\n" % p for p in problems), end="")
         failed += bool(problems)
     print("%d of %d files failed" % (failed, len(files)))
     return 1 if failed else 0
