@@ -20,7 +20,7 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-// Every stream of the rebuilt file must come back whole, with the bytes it was built from.
+// Every stream of the file rebuilt from the salvaged tree comes back whole.
 void check_rebuilt(const uint8_t* data, std::size_t size, const vrk::Salvage_Result& result,
                    const vrk::Salvage_Keep& keep) {
     const auto tree = vrk::salvage_tree(data, size, result, keep);
@@ -53,9 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
     const stdfs::path out = scratch / "out";
     std::error_code ec;
     stdfs::remove_all(scratch, ec);
-    vrk::Salvage_Keep keep;
-    keep.partial = true;
-    keep.inferred = true;
+    const vrk::Salvage_Keep keep{true, true};
     std::string error;
     if (vrk::salvage_extract(data, size, result, vrk::platform::from_path(out), keep, error)) {
         for (stdfs::recursive_directory_iterator it(scratch, ec), end; !ec && it != end;
