@@ -55,8 +55,6 @@ TEST(Builder, RefusesTreesItCannotWrite) {
     twins.add_storage(u"Data");
     twins.add_stream(u"dATA", {1});
     EXPECT_THROW(build_compound_file(twins), std::invalid_argument);
-    EXPECT_FALSE(write_compound_file(
-        std::wstring(L"no_such_folder") + platform::kSeparator + L"x.cfb", Cfb_Fs_Item_DirNode{}));
 }
 
 // By length, then unit by unit upper-cased: '_' (0x5F) sorts after 'a' (0x41 as 'A').

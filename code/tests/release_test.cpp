@@ -32,7 +32,7 @@ class ReleaseTest : public ::testing::Test {
         source = folder.wide(true) + L"sample.cfb";
         ASSERT_TRUE(test::write_bytes_to_file(source, bytes));
         output = folder.wide(true) + L"out";
-        file = std::make_unique<Cfb_File>(test::describe(source), test::describe(output));
+        file = test::open_parsed(source, output);
         file->m_output = test::describe(with_one_trailing_separator(output));
         target = release_folder(*file);
         try {

@@ -344,7 +344,6 @@ TEST(SalvageDamage, BuiltCases) {
         live.add_stream(u"Data", test::random_bytes(6000 + seed, seed + 2));
         cases.emplace_back("DISAT names the older SAT, seed " + std::to_string(seed),
                            build(live, after));
-        ASSERT_LT(cases.back().second.layout.directory_sids.front(), 128u);
         test::patch_u32(cases.back().second.bytes, test::offsets::kHeaderDisat, 0);
     }
     for (const auto& [name, s] : cases) all_back(s, run(s, s.bytes), name);
@@ -356,9 +355,8 @@ TEST(SalvageDamage, BuiltCases) {
     EXPECT_EQ(first.layout(), "content");
 }
 
-// A root record in a sector that reads as a table (in a file past 160 MB a SAT sector's ids
-// carry the root's type byte) starts no directory chain; a candidate from it would have no
-// first sector.
+// A root record in a sector that reads as a table (past 160 MB a SAT sector's ids carry the
+// root's type byte) starts no directory chain: a candidate from it would have no first sector.
 TEST(SalvageInput, RootRecordInATableSector) {
     salvage::Sector_Classes classes(salvage::Sector_Geometry(512, 3 * 512));
     classes.flags = {salvage::kDirOk | salvage::kTableLike | salvage::kRootFirst,

@@ -220,7 +220,9 @@ File_Description describe(const std::wstring& path) {
     return File_Description{path, path, platform::to_utf8(path)};
 }
 
-std::vector<uint8_t> read_bytes(const std::wstring& path) {
+std::vector<uint8_t> read_bytes(const std::wstring& path, bool* exists) {
+    std::error_code ec;
+    if (exists != nullptr) *exists = std::filesystem::is_regular_file(platform::to_path(path), ec);
     std::ifstream in(platform::to_path(path), std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
@@ -244,6 +246,10 @@ std::set<std::string> tree_names(const std::wstring& folder) {
         names.insert(name);
     }
     return names;
+}
+
+std::unique_ptr<Cfb_File> open_parsed(const std::wstring& path, const std::wstring& output) {
+    return std::make_unique<Cfb_File>(describe(path), describe(output));
 }
 
 void set_entry_name(std::vector<uint8_t>& file, const Build_Layout& layout, uint32_t did,
