@@ -180,6 +180,22 @@ Action tool(const std::vector<std::string>& words, int file_blocks = 0) {
     };
 }
 
+// The tool as tool() runs it, from the row's folder after the shell's `prelude` (POSIX only: the
+// system resolves ".." after a link to the link target's parent, and a removed current folder
+// can be left only there).
+Action tool_from_row(const std::string& prelude, const std::vector<std::string>& words) {
+    return [=](const Scene& s) {
+        if (platform::kWindows) {
+            arrangement_failure = "Windows resolves .. by name and keeps its current folder";
+            return 0;
+        }
+        std::vector<std::string> args;
+        for (const std::string& w : words) args.push_back(w == "IN" ? test::narrow(s.input) : w);
+        return test::run_shell("cd " + test::quote(test::narrow(s.root)) + " && " + prelude +
+                               test::tool_line(args) + " > /dev/null 2>&1");
+    };
+}
+
 // An analysis into "an" and a repair into "out.doc", "work" in the row's folder the work folder.
 Action with_work_folder_in_row() {
     return [](const Scene& s) {
@@ -356,6 +372,10 @@ std::vector<Row> rows() {
         "outside/raw/keep.txt=" + kSecret, "outside/release/sub/keep.txt=" + kSecret,
         "work/lib_cfb_tmp->../outside/raw",
         "work/tmp_release_dir_for_fixing_cfb->../outside/release"};
+    const Prep report_link = "an/头部信息分析/原始头部分析.log->../../outside/secret";
+    const Prep container_link =
+        "an/cfb_short_stream_container信息分析/原始short_stream_container.bin->../../outside/"
+        "secret";
     // clang-format off
     return {
         // A repair onto its own input, by every name that reaches it.
@@ -381,6 +401,17 @@ std::vector<Row> rows() {
          {"x/WordDocument~102", "x/Data~2", "x/1Table", "x/ObjectPool/"}},
         {"ExtractPastALinkedStorage", {"outside/pool/", "x/ObjectPool->../outside/pool"},
          salvage_call("x", true), 1, {"x/"}},
+        // Links planted where the library writes a file of its own name; paths the system
+        // resolves otherwise than by their letters.
+        {"AnalysisReportsPastLinks", {"outside/secret=" + kSecret, report_link, container_link},
+         analysis("an"), 0, {"an/"}, {}, {report_link.substr(0, report_link.find("->")),
+                                           container_link.substr(0, container_link.find("->"))}},
+        {"ExportRepairPastALinkToAnotherFile", {"outside/secret=" + kSecret,
+         "out.doc->outside/secret"}, repair("out.doc"), 0, {}, {}, {"out.doc"}},
+        {"ToolClimbsOutOfALinkedFolder", {"real/deep/", "lnk->real/deep"},
+         tool_from_row("", {"repair", "IN", "lnk/../out.doc"}), 0, {"real/out.doc"}},
+        {"ToolInARemovedCurrentFolder", {}, tool_from_row("mkdir gone && cd gone && rmdir ../gone && ",
+         {"salvage", "IN", "--out", "out.cfb"}), 2},
         // Writes failing at byte N: a full disk or a short write.
         {"StagedRepairDiskFull", {old_doc}, staged_repair("out.doc"), write_failed, {}, full(1000)},
         {"StagedRepairShortWriteInHeader", {old_doc}, staged_repair("out.xls"), write_failed,

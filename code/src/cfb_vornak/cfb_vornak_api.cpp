@@ -93,6 +93,7 @@ int32_t destroy() {
     }
     const std::wstring path = fs::collapse_separators(fs::normalise_separators(
         platform::widen(log_dir) + platform::kSeparator + L"occur_error_when_fixing_file.log"));
+    fs::remove_link_at(path);
     std::ofstream out(platform::to_path(path), std::ios::out | std::ios::binary | std::ios::trunc);
     if (!out.is_open()) {
         CFB_LOG_ERROR(L"open the file failed !opf_file_path_wstr:[" + path + L"]");

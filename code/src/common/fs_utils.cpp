@@ -88,6 +88,15 @@ std::wstring collapse_separators(const std::wstring& path) {
     return out;
 }
 
+void remove_link_at(const std::wstring& path) {
+    const std::filesystem::path native = platform::to_path(path);
+    try {
+        if (platform::is_link(native)) platform::remove_link(native);
+    } catch (const std::filesystem::filesystem_error&) {
+        // The open that follows fails or writes a new file: either is safe.
+    }
+}
+
 std::wstring remove_extension(const std::wstring& path) {
     std::size_t start = path.size();
     while (start > 0 && !is_separator(path[start - 1])) --start;

@@ -23,6 +23,10 @@ int64_t get_file_size(const std::wstring& path, std::string& error_text);
 // where the folder is (it is removed, and an empty folder made in its place). Throws
 // std::filesystem::filesystem_error on failure.
 void clear_folder(const std::wstring& folder_with_separator);
+// Removes a symbolic link (or junction) standing at `path`, never what it points to, so that the
+// file opened there next is made new instead of being written through the link. Failures are
+// ignored: the open that follows decides.
+void remove_link_at(const std::wstring& path);
 std::wstring make_absolute(const std::wstring& path);
 // "/" -> "\" on Windows; nothing elsewhere.
 std::wstring normalise_separators(const std::wstring& path);

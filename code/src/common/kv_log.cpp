@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/fs_utils.h"
 #include "common/platform.h"
 
 namespace vrk {
@@ -75,6 +76,7 @@ int InitLogEx(const char* /*config_dir*/, const char* /*tag*/, const char* log_f
     std::lock_guard<std::mutex> lock(s.mutex);
     if (s.file.is_open()) s.file.close();
     s.file.clear();
+    fs::remove_link_at(platform::widen(log_file_path));
     s.file.open(platform::to_path(platform::widen(log_file_path)),
                 std::ios::out | std::ios::app | std::ios::binary);
     return s.file.is_open() ? 0 : 1;

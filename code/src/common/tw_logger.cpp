@@ -27,6 +27,7 @@ void TW_Logger::open_file() {
     std::fputs(folder_ok ? "log init path dir OK!\n" : "log init path dir error!\n", stderr);
     const std::wstring name =
         folder + std::to_wstring(platform::current_process_id()) + L"_qtw_private.log";
+    fs::remove_link_at(name);
     m_file.open(platform::to_path(name), std::ios::out | std::ios::app | std::ios::binary);
     std::fputs(
         m_file.is_open() ? "log init path file_name OK!\n" : "log init path file_name error!\n",

@@ -91,11 +91,14 @@ Context default_context() {
     return context;
 }
 
-// The library's folders must exist before it starts, and it runs from the work folder.
+// The library's folders must exist before it starts, and it runs from the work folder (unless
+// the start folder is gone: relative paths must then keep failing, not reach the work folder).
 bool enter_work_folder(const Context& context) {
     std::error_code error;
     std::filesystem::create_directories(native(context.work_dir), error);
-    if (!error) std::filesystem::current_path(native(context.work_dir), error);
+    if (!error && start_folder_known()) {
+        std::filesystem::current_path(native(context.work_dir), error);
+    }
     if (error) {
         print_error("cannot use the work folder " + context.work_dir + ": " + error.message());
         return false;

@@ -92,10 +92,18 @@ void remember_start_folder() {
     start_folder() = std::filesystem::current_path(error);
 }
 
+bool start_folder_known() {
+    return !start_folder().empty();
+}
+
 std::string user_path(const std::string& path) {
     const std::filesystem::path given = native(path);
     if (path.empty() || given.is_absolute() || start_folder().empty()) return path;
-    return narrow_of((start_folder() / given).lexically_normal());
+    // ".." after a link names the link target's parent: only the system resolves it.
+    const bool climbs = std::any_of(given.begin(), given.end(),
+                                    [](const std::filesystem::path& part) { return part == ".."; });
+    const std::filesystem::path joined = start_folder() / given;
+    return narrow_of(climbs ? joined : joined.lexically_normal());
 }
 
 std::string input_problem(const std::string& path) {

@@ -14,8 +14,11 @@ namespace vrk::cli {
 
 // main() records the folder the tool was started in before it moves to the work folder;
 // every path the user typed is resolved against it. Paths are bytes (on POSIX a name need not
-// be UTF-8).
+// be UTF-8). When that folder no longer exists, the tool stays in it (start_folder_known() is
+// false) so that a relative path fails as in any other program instead of naming a file in the
+// work folder.
 void remember_start_folder();
+[[nodiscard]] bool start_folder_known();
 std::string user_path(const std::string& path);
 
 // Why `path` cannot be read as an input file ("No such file or directory", "is a folder",

@@ -232,6 +232,7 @@ class Report_File {
   public:
     explicit Report_File(const std::wstring& path) : m_buffer(kFileBuffer) {
         m_out.rdbuf()->pubsetbuf(m_buffer.data(), static_cast<std::streamsize>(m_buffer.size()));
+        fs::remove_link_at(path);
         m_out.open(platform::to_path(path), std::ios::binary | std::ios::out | std::ios::trunc);
     }
     bool is_open() const { return m_out.is_open(); }

@@ -69,6 +69,7 @@ uint64_t split_to_sector_units(const std::wstring& source, const std::wstring& f
     // Every pass consumes one whole block of the source, so the walk ends with the file.
     while (in.read(reinterpret_cast<char*>(bytes.data()), kBlock)) {
         const std::wstring path = folder + platform::from_utf8(sector_unit_file_name(block));
+        fs::remove_link_at(path);
         std::ofstream out(platform::to_path(path), std::ios::binary | std::ios::trunc);
         if (out.is_open()) {
             const std::string text = block_text(bytes.data(), block * kBlock);
