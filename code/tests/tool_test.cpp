@@ -69,7 +69,7 @@ Cfb_Fs_Item_DirNode document() {
 // deviation the strict check refuses (minor version 0x003B), one whose header is sound but a
 // stream's chain is cut after its second sector, one with its header zeroed, one with a SAT
 // sector last (as gsf writes them: a rebuilt header leaves it out, and no stream resolves any
-// more), and a batch folder.
+// more), one saved over an older save of other bytes, and a batch folder.
 struct Samples {
     test::Temp_Folder folder{"tool"};
     Build_Layout layout;
@@ -86,6 +86,17 @@ struct Samples {
         Builder_Options options;
         options.tables_at_end = options.sat_in_last_sector = true;
         files["late.doc"] = build_compound_file(document(), options);
+        Cfb_Fs_Item_DirNode earlier;
+        earlier.add_stream(u"WordDocument", test::random_bytes(9000, 7));
+        earlier.add_stream(u"1Table", test::random_bytes(700, 8));
+        earlier.add_stream(u"\x05SummaryInformation", test::random_bytes(400, 2));
+        earlier.add_stream(u"Data", test::random_bytes(6000, 3));
+        Cfb_Fs_Item_DirNode& pool = earlier.add_storage(u"ObjectPool");
+        pool.add_stream(u"\001CompObj", test::random_bytes(100, 4));
+        pool.add_stream(u"a/b\\c", test::random_bytes(5000, 5));
+        Builder_Options saved_again;
+        saved_again.older_save = build_compound_file(earlier);
+        files["older.doc"] = build_compound_file(document(), saved_again);
         files["batch/a.doc"] = sound;
         files["batch/sub/b.doc"] = files["cut.doc"];
         for (const auto& [name, bytes] : files)
@@ -168,6 +179,8 @@ TEST(ToolTest, CommandsAnswerWithStatusAndText) {
          "fixed.doc (not |6 of 6 in the input, 6 of 6 in the repaired file"},
         {"repair @late.doc @late_fixed.doc", 1, "2>worse than the input|2>late.doc --out"},
         {"repair --no-verify @late.doc @late2.doc", 0, "!streams resolving"},
+        {"repair @older.doc @older_fixed.doc", 1,
+         "6 of 6 in the repaired file|2>2 streams resolve to other bytes than in the input"},
         {"cat @cut.doc worddocument -o @cat_cut.bin", 1,
          "2>warning: 'WordDocument' is partial|2>written as zeros"},
         {"cat @sound.doc ObjectPool/a\\x2fb\\\\c -o @c.bin", 0, ""},

@@ -25,11 +25,13 @@ constexpr const char* kExitStatuses =
     "extension follows the document found in IN (.doc, .xls or .ppt; .cfb when unknown),\n"
     "whatever extension OUT has: the path written is printed. The output never replaces IN (by\n"
     "any name or link that reaches it) and appears under its name only once it is whole. Unless\n"
-    "--no-verify, the streams that resolve under each file's own header are counted in both.\n"
+    "--no-verify, the streams that resolve under each file's own header are counted in both,\n"
+    "and those resolving in both are compared byte for byte.\n"
     "\n"
-    "Exit status: 0 repaired (and the output resolves no fewer streams than IN), 1 not repaired\n"
-    "or the output is worse than IN (salvage --out then gets the streams back), 2 usage error,\n"
-    "an input that cannot be read, an output that would be IN or could not be written.";
+    "Exit status: 0 repaired (and the output resolves no fewer streams than IN, none to other\n"
+    "bytes), 1 not repaired or the output is worse than IN (salvage --out then gets the streams\n"
+    "back), 2 usage error, an input that cannot be read, an output that would be IN or could\n"
+    "not be written.";
 
 struct Options {
     std::string input;
@@ -129,6 +131,15 @@ int run_repair(const Options& options) {
                       " streams resolve instead of " + grouped(before.resolved) +
                       "); 'cfbvornak salvage " + options.input +
                       " --out FILE' writes a sound file of what the input still holds");
+        return kExitPartial;
+    }
+    std::size_t changed = 0;
+    if (count_streams_with_other_bytes(platform::widen(input), outcome.output_path, changed) &&
+        changed > 0) {
+        print_warning("the repaired file is worse than the input (" + grouped(changed) +
+                      " streams resolve to other bytes than in the input: its header leads to "
+                      "an older copy of a table or the directory); 'cfbvornak salvage " +
+                      options.input + " --out FILE' writes a sound file of what the input holds");
         return kExitPartial;
     }
     return kExitOk;

@@ -562,6 +562,89 @@ Salvage_Result salvage_input(const Salvage_Input& input, bool header_layout_only
     return Salvage_Search(input, header_layout_only).run();
 }
 
+namespace {
+
+// Reads a resolved stream in order, piece by piece.
+class Stream_Reader {
+  public:
+    // `pieces` in ascending stream offsets, as a resolved entry holds them.
+    Stream_Reader(const Salvage_Input& input, const std::vector<Salvage_Piece>& pieces)
+        : m_input(input), m_pieces(pieces) {}
+    // Bytes left in the current piece (0 at the end).
+    [[nodiscard]] uint64_t run() const {
+        return m_index < m_pieces.size() ? m_pieces[m_index].length - m_within : 0;
+    }
+    // Copies the next `length` bytes (at most run()) and moves past them.
+    [[nodiscard]] bool take(uint64_t length, uint8_t* out) {
+        if (!m_input.copy(m_pieces[m_index].file_offset + m_within, length, out)) return false;
+        m_within += length;
+        if (m_within == m_pieces[m_index].length) {
+            ++m_index;
+            m_within = 0;
+        }
+        return true;
+    }
+
+  private:
+    const Salvage_Input& m_input;
+    const std::vector<Salvage_Piece>& m_pieces;
+    std::size_t m_index = 0;
+    uint64_t m_within = 0;
+};
+
+bool same_bytes(const Salvage_Input& a_input, const Salvaged_Entry& a, const Salvage_Input& b_input,
+                const Salvaged_Entry& b) {
+    if (a.size != b.size) return false;
+    Stream_Reader ra(a_input, a.pieces);
+    Stream_Reader rb(b_input, b.pieces);
+    constexpr uint64_t kChunk = uint64_t{1} << 20;
+    std::vector<uint8_t> da;
+    std::vector<uint8_t> db;
+    // Every pass moves both readers forward by at least one byte, or ends the comparison.
+    for (uint64_t left = a.size; left > 0;) {
+        const uint64_t n = std::min({left, ra.run(), rb.run(), kChunk});
+        if (n == 0) return false;
+        da.resize(static_cast<std::size_t>(n));
+        db.resize(static_cast<std::size_t>(n));
+        if (!ra.take(n, da.data()) || !rb.take(n, db.data()) || da != db) return false;
+        left -= n;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool count_streams_with_other_bytes(const std::wstring& input, const std::wstring& output,
+                                    std::size_t& changed) {
+    changed = 0;
+    Input_View in_view;
+    Input_View out_view;
+    if (in_view.open(input) != platform::Map_Step::ok ||
+        out_view.open(output) != platform::Map_Step::ok) {
+        return false;
+    }
+    const Salvage_Input in(in_view);
+    const Salvage_Input out(out_view);
+    const Salvage_Result before = salvage_input(in, true);
+    const Salvage_Result after = salvage_input(out, true);
+    // Paths that name one resolved stream in the output; a path held twice is left out.
+    std::map<std::u16string, std::size_t> resolved_after;
+    for (std::size_t i = 0; i < after.entries.size(); ++i) {
+        const Salvaged_Entry& e = after.entries[i];
+        if (e.object_type != 2 || e.state != Salvage_State::recovered) continue;
+        const auto [at, added] = resolved_after.emplace(after.path_of(i), i);
+        if (!added) at->second = after.entries.size();
+    }
+    for (std::size_t i = 0; i < before.entries.size(); ++i) {
+        const Salvaged_Entry& e = before.entries[i];
+        if (e.object_type != 2 || e.state != Salvage_State::recovered) continue;
+        const auto at = resolved_after.find(before.path_of(i));
+        if (at == resolved_after.end() || at->second == after.entries.size()) continue;
+        if (!same_bytes(in, e, out, after.entries[at->second])) ++changed;
+    }
+    return true;
+}
+
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
                              std::size_t& streams) {
     Input_View view;

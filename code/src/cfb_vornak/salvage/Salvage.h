@@ -142,6 +142,12 @@ Salvage_Result salvage_input(const salvage::Salvage_Input& input, bool header_la
 // is put through. False when the file cannot be read.
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
 
+// Counts the streams that resolve under the header's own layout both in `input` and, under the
+// same path, in `output`, but to other bytes: a repaired file whose header leads to an older
+// copy of a table or directory still resolves its streams. False when a file cannot be read.
+bool count_streams_with_other_bytes(const std::wstring& input, const std::wstring& output,
+                                    std::size_t& changed);
+
 // Copies the bytes of `pieces` out of the input; missing ranges read as zeros. Nothing when a
 // piece does not lie inside the input (or the file no longer holds it).
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
