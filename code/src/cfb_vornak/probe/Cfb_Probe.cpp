@@ -8,7 +8,6 @@
 // (signature search and slot test together) and the repair's slot scan read it in blocks, the
 // scan a large file's upper half on a second thread.
 #include <algorithm>
-#include <atomic>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -19,9 +18,9 @@
 #include "cfb_vornak/model/Cfb_File.h"
 #include "cfb_vornak/probe/Root_Signature_Search.h"
 #include "common/aligned_bytes.h"
-#include "common/beside_thread.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
+#include "common/split_pass.h"
 #include "file_operation/Input_Blocks.h"
 #include "file_operation/Input_View.h"
 
@@ -227,70 +226,6 @@ class Slot_Reader {
 // The repair's slot scan splits a file of this size or more over two threads.
 constexpr uint64_t kSplitScanFrom = uint64_t{8} << 20;
 
-// The slot test over [from, to) (whole slots, inside the file) on a thread of its own, with
-// reads of its own beside the view (Input_View::read_up_to_beside), so that a large file's two
-// halves are read and tested at once. The thread neither logs nor throws: a read that comes up
-// short, or a thread that cannot be started, leaves the range to the calling thread.
-class Upper_Slot_Scan {
-  public:
-    Upper_Slot_Scan(const Input_View& view, uint64_t from, uint64_t to, uint64_t file_size,
-                    uint64_t max_sid)
-        : m_view(view), m_from(from), m_to(to), m_file_size(file_size), m_max_sid(max_sid) {
-        if (from < to && !m_thread.start([this] { run(); })) m_complete = false;
-    }
-    ~Upper_Slot_Scan() {
-        m_stop.store(true, std::memory_order_relaxed);
-        (void)finish();
-    }
-    Upper_Slot_Scan(const Upper_Slot_Scan&) = delete;
-    Upper_Slot_Scan& operator=(const Upper_Slot_Scan&) = delete;
-
-    // Waits for the thread; true when every slot of the range was tested.
-    [[nodiscard]] bool finish() {
-        if (!m_thread.join()) m_complete = false;
-        return m_complete;
-    }
-    // The offsets of the plausible slots found, ascending; read only after finish().
-    [[nodiscard]] const std::vector<uint64_t>& plausible() const { return m_plausible; }
-
-  private:
-    void run() noexcept {
-        try {
-            Aligned_Bytes block;
-            block.resize(Input_Blocks::kBlockSize);
-            for (uint64_t at = m_from; at < m_to; at += Input_Blocks::kBlockSize) {
-                if (m_stop.load(std::memory_order_relaxed)) {
-                    m_complete = false;
-                    return;
-                }
-                const uint64_t length = std::min<uint64_t>(Input_Blocks::kBlockSize, m_to - at);
-                if (m_view.read_up_to_beside(at, length, block.data()) != length) {
-                    m_complete = false;
-                    return;
-                }
-                for (uint64_t slot = 0; slot < length; slot += layout::kDirectoryEntrySize) {
-                    if (slot_plausible(block.data() + slot, m_file_size, m_max_sid)) {
-                        m_plausible.push_back(at + slot);
-                    }
-                }
-            }
-        } catch (...) {
-            // Only an allocation can fail here; the calling thread then scans the range.
-            m_complete = false;
-        }
-    }
-
-    const Input_View& m_view;
-    uint64_t m_from;
-    uint64_t m_to;
-    uint64_t m_file_size;
-    uint64_t m_max_sid;
-    std::atomic<bool> m_stop{false};
-    bool m_complete = true;
-    std::vector<uint64_t> m_plausible;
-    Beside_Thread m_thread;
-};
-
 // The scan's second half: from the plausible slots (ascending offsets) choose the root entry
 // and fill the scanned layout.
 uint32_t choose_root_entry(Cfb_File& file, const std::vector<uint64_t>& plausible) {
@@ -373,7 +308,24 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     const bool split = file_size >= kSplitScanFrom && slots_end <= file_size;
     const uint64_t half =
         split ? slots_end / 2 / layout::kSectorSize * layout::kSectorSize : slots_end;
-    Upper_Slot_Scan upper(view, half, split ? slots_end : half, file_size, max_sid);
+    // The upper half is read beside the view (Input_View::read_up_to_beside), and what it finds
+    // kept only where every one of its slots was tested.
+    std::vector<uint64_t> upper_plausible;
+    Split_Pass upper(half, split ? slots_end : half, Input_Blocks::kBlockSize,
+                     [&view, &upper_plausible, size = file_size, max = max_sid,
+                      block = Aligned_Bytes{}](uint64_t at, uint64_t end) mutable {
+                         block.resize(Input_Blocks::kBlockSize);
+                         if (view.read_up_to_beside(at, end - at, block.data()) != end - at) {
+                             return false;
+                         }
+                         for (uint64_t slot = 0; slot < end - at;
+                              slot += layout::kDirectoryEntrySize) {
+                             if (slot_plausible(block.data() + slot, size, max)) {
+                                 upper_plausible.push_back(at + slot);
+                             }
+                         }
+                         return true;
+                     });
     Input_Blocks blocks(view);
     const auto scan_on_this_thread = [&](uint64_t from, uint64_t to) {
         for (uint64_t offset = from; offset < to; offset += layout::kDirectoryEntrySize) {
@@ -392,8 +344,8 @@ uint32_t Cfb_File::find_root_entry_by_scan() {
     scan_on_this_thread(layout::kSector0Offset, half);
     // Where the second thread got less than the file held when opened, the slots are read
     // again here, and fail where a read on this thread fails.
-    if (upper.finish()) {
-        plausible.insert(plausible.end(), upper.plausible().begin(), upper.plausible().end());
+    if (upper.finish() == slots_end) {
+        plausible.insert(plausible.end(), upper_plausible.begin(), upper_plausible.end());
     } else {
         scan_on_this_thread(half, slots_end);
     }

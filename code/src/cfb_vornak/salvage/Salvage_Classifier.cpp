@@ -1,11 +1,11 @@
 #include "cfb_vornak/salvage/Salvage_Classifier.h"
 
 #include <algorithm>
-#include <atomic>
+#include <memory>
 
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
-#include "common/beside_thread.h"
 #include "common/byte_order.h"
+#include "common/split_pass.h"
 #include "file_operation/Sector_Blocks.h"
 
 namespace vrk::salvage {
@@ -105,54 +105,6 @@ struct Sector_Test {
 // A file of this size or more is classified in two halves at once.
 constexpr uint64_t kSplitFrom = uint64_t{8} << 20;
 
-// Classifies sectors [from, to) on a thread of its own, reading blocks of its own from the open
-// input (each sector's flags and position land in their own elements). The thread neither logs
-// nor throws: where a read comes up short, or no thread can be started, it stops, and the
-// calling thread classifies the rest as a one-thread pass would.
-class Upper_Half {
-  public:
-    Upper_Half(const platform::Input_File* file, const Sector_Test& test, Sector_Classes& classes,
-               uint32_t from, uint32_t to)
-        : m_file(file), m_test(test), m_classes(classes), m_from(from), m_to(to), m_done(from) {
-        if (from < to && !m_thread.start([this] { run(); })) m_done = from;
-    }
-    ~Upper_Half() {
-        m_stop.store(true, std::memory_order_relaxed);
-        (void)m_thread.join();
-    }
-    Upper_Half(const Upper_Half&) = delete;
-    Upper_Half& operator=(const Upper_Half&) = delete;
-
-    // Waits for the thread; the first sector it did not classify (`to` when it did them all).
-    [[nodiscard]] uint32_t finish() { return m_thread.join() ? m_done : m_from; }
-
-  private:
-    void run() noexcept {
-        try {
-            const Sector_Geometry& g = m_classes.geometry;
-            Sector_Blocks blocks(m_file, g.file_size);
-            for (uint32_t sid = m_from; sid < m_to; ++sid) {
-                if (m_stop.load(std::memory_order_relaxed)) return;
-                const uint8_t* sector = blocks.at(g.offset(sid), g.sector_size);
-                if (sector == nullptr) return;
-                m_classes.flags[sid] = m_test.classify(sector, m_classes.sat_position[sid]);
-                m_done = sid + 1;
-            }
-        } catch (...) {
-            // Only the block's allocation can fail; the calling thread goes on from m_done.
-        }
-    }
-
-    const platform::Input_File* m_file;
-    Sector_Test m_test;
-    Sector_Classes& m_classes;
-    uint32_t m_from;
-    uint32_t m_to;
-    uint32_t m_done;
-    std::atomic<bool> m_stop{false};
-    Beside_Thread m_thread;  // last: joined before the rest goes
-};
-
 }  // namespace
 
 Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometry& geometry) {
@@ -167,7 +119,19 @@ Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometr
     // The upper half of a large file open as a file is classified beside this thread.
     const bool split = input.file() != nullptr && geometry.file_size >= kSplitFrom;
     const uint32_t half = split ? geometry.whole_count / 2 : geometry.whole_count;
-    Upper_Half upper(input.file(), test, classes, half, geometry.whole_count);
+    // The thread reads blocks of its own from the open input, and each sector's flags and
+    // position land in their own elements.
+    Split_Pass upper(
+        half, geometry.whole_count, 1,
+        [&classes, &test, file = input.file(), blocks = std::unique_ptr<Sector_Blocks>()](
+            uint64_t sid, uint64_t /*end*/) mutable {
+            const Sector_Geometry& g = classes.geometry;
+            if (!blocks) blocks = std::make_unique<Sector_Blocks>(file, g.file_size);
+            const uint8_t* sector = blocks->at(g.offset(static_cast<uint32_t>(sid)), g.sector_size);
+            if (sector == nullptr) return false;
+            classes.flags[sid] = test.classify(sector, classes.sat_position[sid]);
+            return true;
+        });
     Sector_Blocks blocks(input.file(), geometry.file_size);
     const auto classify_range = [&](uint32_t from, uint32_t to) {
         for (uint32_t sid = from; sid < to; ++sid) {
@@ -178,7 +142,7 @@ Sector_Classes classify_sectors(const Salvage_Input& input, const Sector_Geometr
         }
     };
     classify_range(0, half);
-    classify_range(upper.finish(), geometry.whole_count);
+    classify_range(static_cast<uint32_t>(upper.finish()), geometry.whole_count);
     return classes;
 }
 
