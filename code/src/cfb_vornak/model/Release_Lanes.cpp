@@ -11,8 +11,7 @@ namespace {
 
 // Streams waiting at most, counted and by their runs: enough to keep the thread beside busy,
 // few enough that waiting streams hold little memory.
-constexpr std::size_t kMostWaiting = 8;
-constexpr std::size_t kMostWaitingRuns = std::size_t{1} << 16;
+constexpr Writer_Pool_Shape kShape{1, 8, std::size_t{1} << 16, true, false};
 // What the writes read at a time where the system copy stops short.
 constexpr uint64_t kBlock = uint64_t{1} << 20;
 
@@ -29,97 +28,80 @@ void try_make_parent_folder(const std::wstring& file) {
 
 Release_Lanes::Release_Lanes(const platform::Input_File& input,
                              const std::vector<uint8_t>& container)
-    : m_input(input), m_container(container) {}
+    : m_input(input),
+      m_container(container),
+      m_pool(kShape, [this](Release_Job& job, std::size_t lane) { return write_job(job, lane); }) {}
 
 Release_Lanes::~Release_Lanes() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_closing = true;
+    // Streams handed over are written even where the release ends early.
+    try {
+        drain();
+    } catch (const std::exception&) {
+        return;
     }
-    m_changed.notify_all();
-    (void)m_thread.join();
-    // Without a thread (or after it ended) the streams still waiting are written here.
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_waiting.empty()) write_front(lock, m_block);
 }
 
-void Release_Lanes::start(std::function<void()> work) {
-    m_work = std::move(work);
-    m_started = m_thread.start([this] { run(); });
-    if (!m_started) {
-        const std::function<void()> here = std::move(m_work);
-        m_work = nullptr;
-        if (here) here();
-    }
+void Release_Lanes::start(const std::function<void()>& work) {
+    const auto beside = [this, work] {
+        try {
+            if (work) work();
+        } catch (...) {
+            m_work_failure = std::current_exception();
+            m_work_failed = true;
+        }
+    };
+    if (!m_pool.start(beside) && work) work();
 }
 
 void Release_Lanes::add(Release_Job&& job) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    job.order = m_next_order++;
-    m_waiting_runs += job.runs.size();
-    m_waiting.push_back(std::move(job));
-    m_changed.notify_all();
-    while (m_waiting.size() > kMostWaiting || m_waiting_runs > kMostWaitingRuns) {
-        write_front(lock, m_block);
-    }
+    const std::size_t runs = job.runs.size();
+    (void)m_pool.add(std::move(job), runs);
 }
 
 void Release_Lanes::write_alone(Release_Job&& job) {
     drain();
-    std::unique_lock<std::mutex> lock(m_mutex);
-    job.order = m_next_order++;
-    m_waiting_runs += job.runs.size();
-    m_waiting.push_back(std::move(job));
+    add(std::move(job));
     // The thread beside may take it first: either way it is written before anything later is
     // handed over, as the caller waits for it here.
-    while (!m_waiting.empty()) write_front(lock, m_block);
-    m_changed.wait(lock, [this] { return m_writing == 0; });
+    drain();
 }
 
 void Release_Lanes::drain() {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    while (!m_waiting.empty()) write_front(lock, m_block);
-    m_changed.wait(lock, [this] { return m_writing == 0; });
+    for (const auto& entry : m_pool.drain()) {
+        // The earliest stream that met an unreadable byte fails the release: it would have been
+        // met first.
+        if (entry.failed && !m_unread) {
+            m_unread = true;
+            m_unread_at = entry.job.unread_at;
+        }
+    }
 }
 
 void Release_Lanes::finish() {
     drain();
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_closing = true;
-    }
-    m_changed.notify_all();
-    (void)m_thread.join();
+    m_pool.stop();
     if (m_work_failure) std::rethrow_exception(m_work_failure);
 }
 
 bool Release_Lanes::stopped() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_stopped;
-}
-
-uint32_t Release_Lanes::written() const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_written;
+    return m_unread || m_work_failed || m_pool.failed();
 }
 
 bool Release_Lanes::unread(uint64_t& offset) const {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    offset = m_unread_offset;
+    offset = m_unread_at;
     return m_unread;
 }
 
-Release_Lanes::Outcome Release_Lanes::write_job(const Release_Job& job,
-                                                std::vector<uint8_t>& block) const noexcept {
-    Outcome outcome;
+bool Release_Lanes::write_job(Release_Job& job, std::size_t lane) noexcept {
     // Nothing may leave a writer: anything thrown counts as a file not written.
     try {
         // The parent folder is made only when the file cannot be created without it.
         platform::Output_File out;
         if (!out.create(job.path)) {
             try_make_parent_folder(job.path);
-            if (!out.create(job.path)) return outcome;
+            if (!out.create(job.path)) return true;
         }
+        std::vector<uint8_t>& block = m_blocks[lane];
         bool ok = true;
         for (const Byte_Run& run : job.runs) {
             if (job.in_container) {
@@ -137,58 +119,19 @@ Release_Lanes::Outcome Release_Lanes::write_job(const Release_Job& job,
                 const std::size_t got =
                     m_input.read_at(run.offset + done, block.data(), block.size());
                 if (got < block.size()) {
-                    outcome.unread = true;
-                    outcome.unread_offset = run.offset + done + got;
-                    return outcome;
+                    job.unread_at = run.offset + done + got;
+                    return false;
                 }
                 ok = out.write(block.data(), block.size());
                 done += n;
             }
             if (!ok) break;
         }
-        outcome.written = out.close() && ok;
+        if (out.close() && ok) ++m_written;
     } catch (...) {
-        outcome.written = false;
+        return true;
     }
-    return outcome;
-}
-
-void Release_Lanes::write_front(std::unique_lock<std::mutex>& lock, std::vector<uint8_t>& block) {
-    Release_Job job = std::move(m_waiting.front());
-    m_waiting.pop_front();
-    m_waiting_runs -= job.runs.size();
-    ++m_writing;
-    lock.unlock();
-    const Outcome outcome = write_job(job, block);
-    lock.lock();
-    --m_writing;
-    if (outcome.written) ++m_written;
-    if (outcome.unread && (!m_unread || job.order < m_unread_order)) {
-        m_unread = true;
-        m_unread_order = job.order;
-        m_unread_offset = outcome.unread_offset;
-        m_stopped = true;
-    }
-    m_changed.notify_all();
-}
-
-void Release_Lanes::run() noexcept {
-    if (m_work) {
-        try {
-            m_work();
-        } catch (...) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_work_failure = std::current_exception();
-            m_stopped = true;
-        }
-    }
-    std::vector<uint8_t> block;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-        m_changed.wait(lock, [this] { return !m_waiting.empty() || m_closing; });
-        if (m_waiting.empty()) return;
-        write_front(lock, block);
-    }
+    return true;
 }
 
 }  // namespace vrk

@@ -8,19 +8,17 @@
 // with drain() and write_alone(). Where no thread can be started, the calling thread does all.
 #pragma once
 
-#include <condition_variable>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "cfb_vornak/model/Tree_Release.h"
-#include "common/beside_thread.h"
 #include "common/platform.h"
+#include "common/writer_pool.h"
 
 namespace vrk {
 
@@ -29,7 +27,7 @@ struct Release_Job {
     std::wstring path;
     std::vector<Byte_Run> runs;
     bool in_container = false;
-    uint64_t order = 0;  // set by the lanes: the place among the streams handed over
+    uint64_t unread_at = 0;  // set by the lanes: the first byte that could not be read
 };
 
 class Release_Lanes {
@@ -43,7 +41,7 @@ class Release_Lanes {
 
     // Runs `work` on the thread beside before it takes streams. Where no thread can be started
     // the work runs here and now, and what it throws passes through.
-    void start(std::function<void()> work);
+    void start(const std::function<void()>& work);
     // Hands a stream over; while more are waiting than a small bound, the calling thread
     // writes the oldest itself.
     void add(Release_Job&& job);
@@ -60,42 +58,24 @@ class Release_Lanes {
     // hands over no more streams.
     [[nodiscard]] bool stopped() const;
     // The files written completely (made, every byte written, closed).
-    [[nodiscard]] uint32_t written() const;
+    [[nodiscard]] uint32_t written() const { return m_written.load(); }
     // The first byte that could not be read, of the earliest stream handed over that met one;
-    // false when none did.
+    // false when none did (known once drained).
     [[nodiscard]] bool unread(uint64_t& offset) const;
 
   private:
-    struct Outcome {
-        bool written = false;
-        bool unread = false;
-        uint64_t unread_offset = 0;
-    };
-
-    Outcome write_job(const Release_Job& job, std::vector<uint8_t>& block) const noexcept;
-    // Takes the oldest waiting stream, writes it with the lock released and records the outcome.
-    void write_front(std::unique_lock<std::mutex>& lock, std::vector<uint8_t>& block);
-    void run() noexcept;
+    // False only when the stream's bytes could not be read all.
+    bool write_job(Release_Job& job, std::size_t lane) noexcept;
 
     const platform::Input_File& m_input;
     const std::vector<uint8_t>& m_container;
-    std::function<void()> m_work;
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<Release_Job> m_waiting;
-    std::size_t m_waiting_runs = 0;
-    std::size_t m_writing = 0;  // streams taken and not yet recorded
-    uint64_t m_next_order = 0;
-    uint32_t m_written = 0;
+    std::vector<uint8_t> m_blocks[2];  // each lane's read buffer, made on first need
+    std::atomic<uint32_t> m_written{0};
+    std::atomic<bool> m_work_failed{false};
+    std::exception_ptr m_work_failure;  // read once the thread has ended
     bool m_unread = false;
-    uint64_t m_unread_order = 0;
-    uint64_t m_unread_offset = 0;
-    std::exception_ptr m_work_failure;
-    bool m_stopped = false;
-    bool m_closing = false;
-    bool m_started = false;
-    std::vector<uint8_t> m_block;  // the calling thread's read buffer, made on first need
-    Beside_Thread m_thread;        // last: joined before the rest goes
+    uint64_t m_unread_at = 0;
+    Writer_Pool<Release_Job> m_pool;  // last: ended before the rest goes
 };
 
 }  // namespace vrk

@@ -1,6 +1,6 @@
 #include "cfb_vornak/salvage/Salvage_Writers.h"
 
-#include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace vrk::salvage {
@@ -8,75 +8,33 @@ namespace vrk::salvage {
 namespace {
 
 // Files handed over and not yet written, at most: each holds an open handle.
-constexpr std::size_t kDepth = 32;
+constexpr Writer_Pool_Shape kShape{2, 30, std::numeric_limits<std::size_t>::max(), false, true};
 
 }  // namespace
 
-Salvage_Writers::Salvage_Writers(const Salvage_Input& input) : m_input(input) {}
-
-Salvage_Writers::~Salvage_Writers() {
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_stopping = true;
-    }
-    m_changed.notify_all();
-    for (Beside_Thread& thread : m_threads) (void)thread.join();
-}
+Salvage_Writers::Salvage_Writers(const Salvage_Input& input)
+    : m_input(input), m_pool(kShape, [this](Job& job, std::size_t lane) {
+          return write_job(job, m_buffers[lane]);
+      }) {}
 
 bool Salvage_Writers::write(std::unique_ptr<platform::Output_File> out,
                             const platform::Output_Folder& folder, const std::wstring& name,
                             const std::string& shown, const std::vector<Salvage_Piece>& pieces) {
-    Job job{std::move(out), &folder, name, shown, &pieces, Outcome::pending, nullptr};
-    if (!m_started) {
-        m_started = true;
-        m_inline = !m_threads[0].start([this] { run(); });
-        // Where only one thread starts, it writes every file.
-        if (!m_inline) (void)m_threads[1].start([this] { run(); });
-    }
-    if (m_inline) {
-        // As a one-thread extraction: what is thrown goes straight to the caller.
-        job.outcome = write_job(job, m_buffer) ? Outcome::written : Outcome::failed;
-        if (job.outcome == Outcome::written) return true;
-        m_failed = true;
-        m_jobs.push_back(std::move(job));
-        return false;
-    }
-    std::unique_lock<std::mutex> lock(m_mutex);
-    m_changed.wait(lock, [this] { return m_open < kDepth || m_failed; });
-    // Created after a failed file, a job is skipped, and removed with it.
-    const bool failed = m_failed;
-    // Written files before any failure stay as they are: nothing needs them again.
-    for (; m_taken > 0 && m_jobs.front().outcome == Outcome::written; --m_taken) {
-        m_jobs.pop_front();
-    }
-    m_jobs.push_back(std::move(job));
-    ++m_open;
-    lock.unlock();
-    m_changed.notify_all();
-    return !failed;
+    return m_pool.add(Job{std::move(out), &folder, name, shown, &pieces});
 }
 
 bool Salvage_Writers::finish(std::string& error) {
-    std::deque<Job> jobs;
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait(lock, [this] { return m_open == 0; });
-        jobs.swap(m_jobs);
-        m_taken = 0;
-        m_failed = false;
-    }
-    const auto first = std::find_if(jobs.begin(), jobs.end(),
-                                    [](const Job& job) { return job.outcome != Outcome::written; });
-    if (first == jobs.end()) return true;
+    std::deque<Writer_Pool<Job>::Entry> jobs = m_pool.drain();
+    if (jobs.empty()) return true;
     // A file whose write threw stays, as it would where the caller wrote it; the files after it
     // would never have been made.
-    const std::exception_ptr thrown = first->thrown;
-    for (auto it = thrown ? first + 1 : first; it != jobs.end(); ++it) {
-        it->out.reset();
-        it->folder->remove_file(it->name);
+    const std::exception_ptr thrown = jobs.front().thrown;
+    for (auto it = thrown ? jobs.begin() + 1 : jobs.begin(); it != jobs.end(); ++it) {
+        it->job.out.reset();
+        it->job.folder->remove_file(it->job.name);
     }
     if (thrown) std::rethrow_exception(thrown);
-    error = "cannot write " + first->shown;
+    error = "cannot write " + jobs.front().job.shown;
     return false;
 }
 
@@ -122,34 +80,6 @@ bool Salvage_Writers::write_job(Job& job, Aligned_Bytes& buffer) const {
         }
     }
     return out.close() && ok;
-}
-
-void Salvage_Writers::run() noexcept {
-    Aligned_Bytes buffer;
-    std::unique_lock<std::mutex> lock(m_mutex);
-    for (;;) {
-        m_changed.wait(lock, [this] { return m_taken < m_jobs.size() || m_stopping; });
-        if (m_taken >= m_jobs.size()) return;
-        Job& job = m_jobs[m_taken++];
-        const bool skip = m_failed || m_stopping;
-        lock.unlock();
-        Outcome outcome = Outcome::failed;
-        std::exception_ptr thrown;
-        if (!skip) {
-            try {
-                outcome = write_job(job, buffer) ? Outcome::written : Outcome::failed;
-            } catch (...) {
-                thrown = std::current_exception();
-                outcome = Outcome::thrown;
-            }
-        }
-        lock.lock();
-        job.outcome = outcome;
-        job.thrown = thrown;
-        if (outcome != Outcome::written) m_failed = true;
-        --m_open;
-        m_changed.notify_all();
-    }
 }
 
 }  // namespace vrk::salvage
