@@ -158,12 +158,17 @@ mutants=(
     "            if (k == 7) text += ' '; @@             if (k == 8) text += ' ';"
     "code/src/cfb_vornak/salvage/Salvage_Output.cpp|salvage_output_test tool_test"
     "        item.modified_time = e.modified_time; @@         item.modified_time = e.creation_time;"
-    # The threads that write: the release's count of files written whole, and the files an
-    # extraction removes after a failed one.
+    # The threads that write: the release's count of files written whole, the first stream in
+    # order that could not be read and its first unread byte, and the files an extraction
+    # removes after a failed one.
     "code/src/cfb_vornak/model/Release_Lanes.cpp|release_lanes_test release_test analysis_entry_test"
-    "    if (outcome.written) ++m_written; @@     ++m_written;"
+    "        if (out.close() && ok) ++m_written; @@         if (out.close() || ok) ++m_written;"
+    "code/src/cfb_vornak/model/Release_Lanes.cpp|release_lanes_test"
+    "        if (entry.failed && !m_unread) { @@         if (entry.failed) {"
+    "code/src/cfb_vornak/model/Release_Lanes.cpp|release_lanes_test"
+    "                    job.unread_at = run.offset + done + got; @@                     job.unread_at = run.offset + got;"
     "code/src/cfb_vornak/salvage/Salvage_Writers.cpp|salvage_writers_test salvage_output_test"
-    "    for (auto it = thrown ? first + 1 : first; it != jobs.end(); ++it) { @@     for (auto it = first + 1; it != jobs.end(); ++it) {"
+    "    for (auto it = thrown ? jobs.begin() + 1 : jobs.begin(); it != jobs.end(); ++it) { @@     for (auto it = jobs.begin() + 1; it != jobs.end(); ++it) {"
 )
 
 mkdir -p "$build"
