@@ -5,14 +5,11 @@
 // errors, and where no thread can be started the caller writes each range itself.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <mutex>
 
-#include "common/beside_thread.h"
 #include "common/platform.h"
+#include "common/writer_pool.h"
 
 namespace vrk {
 
@@ -39,19 +36,8 @@ class Background_Writer {
         std::size_t size;
     };
 
-    void run() noexcept;
-
-    platform::Output_File& m_out;
-    std::size_t m_depth;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::deque<Range> m_pending;  // the front one is being written while m_busy
-    bool m_busy = false;
     bool m_failed = false;
-    bool m_stopping = false;
-    bool m_started = false;
-    bool m_inline = false;   // no thread could be started: the caller writes
-    Beside_Thread m_thread;  // last: joined before the queue goes
+    Writer_Pool<Range> m_pool;  // last: ended before the rest goes
 };
 
 }  // namespace vrk
