@@ -45,34 +45,32 @@ TEST_P(ReleaseLanesTable, TwoThreadsReleaseAsOne) {
     if (row.rename)
         test::set_entry_name(bytes, layout, test::stream_place(layout, u"s07").did, row.rename);
     if (row.shift) test::patch_u16(bytes, test::offsets::kSectorShift, row.shift);
+    const uint64_t cut_at =
+        row.cut ? layout.file_offset_of(test::stream_place(layout, row.cut).chain[0]) + 1300 : 0;
     test::Temp_Folder folder{"lanes"};
     std::wstring targets[2];
     uint32_t released[2] = {0, 0};
     std::string thrown[2];
     platform::set_write_fault_for_tests(platform::Write_Fault::disk_full, row.disk_full_at);
+    // Cut, the thread beside waits until the caller has met "s11" (released first, unreadable)
+    // with more streams handed over after it.
+    const auto beside = [&] {
+        if (row.beside_throws) throw std::logic_error("beside");
+        for (int i = 0; row.cut && i < 5000 && !fs::exists(targets[1] + L"s11"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    };
     for (int two = 0; two < 2; ++two) {
         const std::wstring output = folder.wide(true) + (two == 0 ? L"one" : L"two");
         ASSERT_TRUE(test::write_bytes_to_file(folder.wide(true) + L"s.cfb", bytes));
         auto file = test::open_parsed(folder.wide(true) + L"s.cfb", output);
         std::error_code cut;  // where the open input cannot be cut (a mapped file), there is no row
-        if (row.cut)
-            std::filesystem::resize_file(
-                folder.path() / "s.cfb",
-                layout.file_offset_of(test::stream_place(layout, row.cut).chain[0]) + 1300, cut);
+        if (row.cut) std::filesystem::resize_file(folder.path() / "s.cfb", cut_at, cut);
         if (cut) GTEST_SKIP() << cut.message();
         file->m_output = test::describe(with_one_trailing_separator(output));
         targets[two] = release_folder(*file);
         try {
-            released[two] =
-                two == 0 ? release_cfb_directory_tree(*file)
-                         : release_cfb_directory_tree(*file, [&] {
-                               if (row.beside_throws) throw std::logic_error("beside");
-                               // Cut, the thread waits until the caller has met "s11" (released
-                               // first, unreadable) with more streams handed over after it.
-                               for (int i = 0;
-                                    row.cut && i < 5000 && !fs::exists(targets[1] + L"s11"); ++i)
-                                   std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                           });
+            released[two] = two == 0 ? release_cfb_directory_tree(*file)
+                                     : release_cfb_directory_tree(*file, beside);
         } catch (const std::logic_error& failure) {
             thrown[two] = failure.what();
         }
