@@ -69,7 +69,8 @@ Cfb_Fs_Item_DirNode document() {
 // deviation the strict check refuses (minor version 0x003B), one whose header is sound but a
 // stream's chain is cut after its second sector, one with its header zeroed, one with a SAT
 // sector last (as gsf writes them: a rebuilt header leaves it out, and no stream resolves any
-// more), one saved over an older save of other bytes, and a batch folder.
+// more), one saved over an older save of other bytes, one with a stream of the cutoff's size,
+// and a batch folder.
 struct Samples {
     test::Temp_Folder folder{"tool"};
     Build_Layout layout;
@@ -97,6 +98,10 @@ struct Samples {
         Builder_Options saved_again;
         saved_again.older_save = build_compound_file(earlier);
         files["older.doc"] = build_compound_file(document(), saved_again);
+        Cfb_Fs_Item_DirNode at_cutoff;
+        at_cutoff.add_stream(u"WordDocument", test::random_bytes(4096, 9));
+        at_cutoff.add_stream(u"1Table", test::random_bytes(700, 6));
+        files["cutoff.doc"] = build_compound_file(at_cutoff);
         files["batch/a.doc"] = sound;
         files["batch/sub/b.doc"] = files["cut.doc"];
         for (const auto& [name, bytes] : files)
@@ -181,6 +186,8 @@ TEST(ToolTest, CommandsAnswerWithStatusAndText) {
         {"repair --no-verify @late.doc @late2.doc", 0, "!streams resolving"},
         {"repair @older.doc @older_fixed.doc", 1,
          "6 of 6 in the repaired file|2>2 streams resolve to other bytes than in the input"},
+        {"analyze @sound.doc @an", 0, "released |!differs:"},
+        {"analyze @cutoff.doc @an2", 0, "differs: WordDocument: |!1Table"},
         {"cat @cut.doc worddocument -o @cat_cut.bin", 1,
          "2>warning: 'WordDocument' is partial|2>written as zeros"},
         {"cat @sound.doc ObjectPool/a\\x2fb\\\\c -o @c.bin", 0, ""},

@@ -1,6 +1,7 @@
 // cfbvornak analyze FILE OUTDIR: the structure reports and released streams of one file, and
 // which released streams the release's sector limit cut short.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <iostream>
@@ -14,6 +15,7 @@
 #include "cfb_vornak/model/Safe_Name.h"
 #include "cfb_vornak/model/Tree_Release.h"
 #include "cfb_vornak/reports/Cfb_Analysis.h"
+#include "cfb_vornak/salvage/Salvage.h"
 #include "cli.h"
 #include "common/fs_utils.h"
 #include "common/platform.h"
@@ -124,6 +126,19 @@ int run_analyze(const Options& options) {
                       << grouped(stream.size - stream.released)
                       << " missing): the release stops after " << grouped(kNormalChainLimit + 1)
                       << " sectors of a stream\n";
+        }
+        const std::vector<std::u16string> differing =
+            summary.small_streams_may_differ
+                ? released_with_other_bytes(platform::widen(input), summary.release_folder)
+                : std::vector<std::u16string>{};
+        for (const std::u16string& name : differing) {
+            const bool was_cut = std::any_of(cut.begin(), cut.end(),
+                                             [&](const Cut_Stream& c) { return c.name == name; });
+            if (was_cut) continue;
+            std::cout << "differs: " << display_name(name)
+                      << ": the released file is not the stream as the file's header chains it "
+                         "(the release reads the MiniSAT as one run of sectors, and a stream of "
+                         "the cutoff's size as a small one); 'cfbvornak cat' gives its bytes\n";
         }
     }
     if (result != 0) {

@@ -9,6 +9,26 @@
 
 namespace vrk {
 
+namespace {
+
+bool small_streams_may_differ(const Cfb_File& file) {
+    const Cfb_Header& header = file.header;
+    for (const Directory_Entry& entry : file.directory_entrys) {
+        if (entry.object_type == 2 && entry.stream_size == header.mini_stream_cutoff_size) {
+            return true;
+        }
+    }
+    const sids_array& sat = file.big_sids_array;
+    sid_t sid = header.first_minisat_sid;
+    // Each step moves to the next sector id inside the SAT, so the walk ends within its size.
+    for (uint32_t k = 1; k < header.num_of_minisat_secs && k <= sat.size(); ++k, ++sid) {
+        if (sid >= sat.size() || sat[sid] != sid + 1) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 Analysis_Summary run_cfb_analysis(const File_Description& input,
                                   const std::wstring& output_folder) {
     const std::wstring folder = with_one_trailing_separator(output_folder);
@@ -34,6 +54,7 @@ Analysis_Summary run_cfb_analysis(const File_Description& input,
     };
     summary.release_folder = release_folder(*file);
     summary.released_streams = release_cfb_directory_tree(*file, other_reports);
+    summary.small_streams_may_differ = small_streams_may_differ(*file);
     file.reset();
     return summary;
 }

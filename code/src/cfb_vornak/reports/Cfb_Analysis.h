@@ -14,6 +14,11 @@ struct Analysis_Summary {
     std::vector<std::wstring> reports;  // the seven report paths, in the order written
     std::wstring release_folder;
     uint32_t released_streams = 0;
+    // The release may have given a small stream other bytes than the file's own chains do: the
+    // MiniSAT is read as the run of sectors from its first one where the SAT chains it
+    // otherwise, or a stream has the cutoff's size (read as a small one; the format keeps it in
+    // the SAT).
+    bool small_streams_may_differ = false;
 };
 
 // Opens its own fully parsed Cfb_File on `input` and writes, in this order: the header,

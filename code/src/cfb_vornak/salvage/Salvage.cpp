@@ -6,6 +6,8 @@
 #include <memory>
 #include <tuple>
 
+#include "cfb_vornak/format/Cfb_Layout.h"
+#include "cfb_vornak/model/Safe_Name.h"
 #include "cfb_vornak/salvage/Salvage_Classifier.h"
 #include "cfb_vornak/salvage/Salvage_Evidence.h"
 #include "cfb_vornak/salvage/Salvage_Input.h"
@@ -643,6 +645,40 @@ bool count_streams_with_other_bytes(const std::wstring& input, const std::wstrin
         if (!same_bytes(in, e, out, after.entries[at->second])) ++changed;
     }
     return true;
+}
+
+std::vector<std::u16string> released_with_other_bytes(const std::wstring& input,
+                                                      const std::wstring& folder) {
+    std::vector<std::u16string> differing;
+    Input_View view;
+    if (view.open(input) != platform::Map_Step::ok) return differing;
+    const Salvage_Input in(view);
+    const Salvage_Result result = salvage_input(in, true);
+    const uint32_t cutoff = in.u32(layout::header::kMiniCutoff, layout::kMiniStreamCutoff);
+    // The release keeps the first 32 units of a name, and a later child replaces an earlier one
+    // of the same name: such names are left out.
+    std::map<std::wstring, std::size_t> children;
+    for (std::size_t i = 1; i < result.entries.size(); ++i) {
+        const Salvaged_Entry& e = result.entries[i];
+        if (e.parent != 0 || e.orphan) continue;
+        const std::wstring name =
+            platform::from_utf16(e.name.data(), std::min<std::size_t>(e.name.size(), 32));
+        const auto [at, added] = children.emplace(name, i);
+        if (!added) at->second = 0;
+    }
+    for (const auto& [name, index] : children) {
+        if (index == 0 || is_refused_file_name(name)) continue;
+        const Salvaged_Entry& e = result.entries[index];
+        // Larger streams are released through the SAT as a reader walks them.
+        if (e.object_type != 2 || e.state != Salvage_State::recovered || e.size > cutoff) continue;
+        Input_View released;
+        if (released.open(folder + name) != platform::Map_Step::ok) continue;
+        Salvaged_Entry whole;
+        whole.size = released.size();
+        whole.pieces.push_back({0, 0, whole.size});
+        if (!same_bytes(in, e, Salvage_Input(released), whole)) differing.push_back(e.name);
+    }
+    return differing;
 }
 
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,

@@ -148,6 +148,14 @@ bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, st
 bool count_streams_with_other_bytes(const std::wstring& input, const std::wstring& output,
                                     std::size_t& changed);
 
+// The streams directly under the root, of at most the cutoff's size, that resolve under the
+// header's own layout and whose file in `folder` (named as the analysis release names it) holds
+// other bytes: the release reads the MiniSAT as one run of sectors and a stream of the cutoff's
+// size as a small stream, where the format chains the one and keeps the other in the SAT.
+// Empty when the input cannot be read.
+std::vector<std::u16string> released_with_other_bytes(const std::wstring& input,
+                                                      const std::wstring& folder);
+
 // Copies the bytes of `pieces` out of the input; missing ranges read as zeros. Nothing when a
 // piece does not lie inside the input (or the file no longer holds it).
 std::vector<uint8_t> salvaged_bytes(const uint8_t* data, uint64_t size,
