@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cfb_vornak/builder/Cfb_Builder.h"
+#include "cfb_vornak/builder/Prepared_Output.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "common/byte_order.h"
 #include "common/platform.h"
@@ -132,6 +133,25 @@ TEST(SalvageOut, ReadingThroughTheFileChangesNothing) {
                                     platform::from_path(base / name), {}, error, source));
     }
     EXPECT_EQ(test::read_file(base / "read.cfb"), test::read_file(base / "mapped.cfb"));
+    // A file made ahead of time ends the same; one never used leaves nothing behind.
+    const salvage::Salvage_Input through(file.data(), file.size(), &in);
+    const Write_Target target{platform::from_path(base / "ahead.cfb"),
+                              platform::Create_Mode::staged};
+    { const Prepared_Output unused(target, 1); }
+    Prepared_Output prepared(target, uint64_t{8} << 20);
+    ASSERT_TRUE(salvage_write(through, read, target.path, {}, error, target.mode, &prepared));
+    EXPECT_EQ(test::read_file(base / "ahead.cfb"), test::read_file(base / "mapped.cfb"));
+    std::size_t names = 0;
+    for ([[maybe_unused]] const auto& entry : fs::directory_iterator(base.path())) ++names;
+    EXPECT_EQ(names, 6u);  // in.cfb, the two rebuilt files and two folders, ahead.cfb
+    // Room set aside and not written is given back when the file is closed.
+    platform::Output_File out;
+    ASSERT_TRUE(out.create(platform::from_path(base / "reserved")));
+    if (out.reserve(uint64_t{8} << 20)) {
+        ASSERT_TRUE(out.write("x", 1) && out.close());
+        const std::string blocks = "$(stat -c %b '" + (base / "reserved").string() + "')";
+        EXPECT_EQ(test::run_shell("test " + blocks + " -le 64"), 0);
+    }
     for (const char* stream : {"big", "small", "sub/tail"})
         EXPECT_EQ(test::read_file(base / "read" / stream),
                   test::read_file(base / "mapped" / stream));

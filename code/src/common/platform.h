@@ -211,6 +211,12 @@ class Output_File {
     // past what was written is left out, and the answer is then false, as on a failed write.
     // Overwriting takes no new space, so the test hook leaves it alone.
     [[nodiscard]] bool write_at(uint64_t offset, const void* data, std::size_t size);
+    // Sets aside room for `length` more bytes after what is already set aside, leaving the
+    // file's size as it is, so that later writes find their space ready: on file systems that
+    // allocate as they write (tmpfs), that moves most of a long write's cost to whoever calls
+    // this, beside the writer. Room the writes did not take is given back when the file is
+    // closed. False when the file system cannot do it (always on Windows).
+    [[nodiscard]] bool reserve(uint64_t length);
     // Closes the file; false when the last writes could not be completed. A staged file stays
     // under its temporary name until commit() (or goes with the object).
     [[nodiscard]] bool close();
@@ -225,6 +231,7 @@ class Output_File {
 
     intptr_t m_handle = kNoHandle;
     uint64_t m_written = 0;      // bytes written so far, for the test hook
+    uint64_t m_reserved = 0;     // bytes set aside by reserve(), from the start of the file
     std::wstring m_staged_path;  // the temporary name of a staged file until committed
     std::wstring m_final_path;
     bool m_check_input = false;

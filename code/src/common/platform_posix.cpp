@@ -367,6 +367,7 @@ Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
                                   const File_Identity* input) {
     discard_staged();
     m_written = 0;
+    m_reserved = 0;
     m_check_input = input != nullptr;
     if (input != nullptr) m_input = *input;
     if (input != nullptr && mode != Create_Mode::exclusive && is_same_file(path, *input)) {
@@ -447,8 +448,24 @@ bool Output_File::write_at(uint64_t offset, const void* data, std::size_t size) 
     return inside == size;
 }
 
+bool Output_File::reserve(uint64_t length) {
+    const auto largest = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
+    if (!is_open() || m_reserved > largest || length > largest - m_reserved) return false;
+    if (::fallocate(descriptor(m_handle), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(m_reserved),
+                    static_cast<off_t>(length)) != 0) {
+        return false;
+    }
+    m_reserved += length;
+    return true;
+}
+
 bool Output_File::close() {
     if (m_handle == kNoHandle) return true;
+    // Space set aside past the end stays with the file until it is cut there; how that ends
+    // changes none of the file's bytes.
+    if (m_reserved > m_written)
+        (void)::ftruncate(descriptor(m_handle), static_cast<off_t>(m_written));
+    m_reserved = 0;
     const bool ok = ::close(descriptor(m_handle)) == 0;
     m_handle = kNoHandle;
     return ok;

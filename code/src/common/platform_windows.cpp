@@ -515,6 +515,10 @@ bool Output_File::write_at(uint64_t offset, const void* data, std::size_t size) 
     return ok && inside == size;
 }
 
+bool Output_File::reserve(uint64_t /*length*/) {
+    return false;
+}
+
 bool Output_File::close() {
     if (m_handle == kNoHandle) return true;
     const bool ok = ::CloseHandle(native_handle(m_handle)) != 0;

@@ -182,6 +182,10 @@ int run_salvage(const Options& options) {
     }
     // Passes over the whole file and the copies of long runs read through the open file.
     const platform::Input_File* reader = source.input().file();
+    // The output file is made, and its space set aside, while the salvage runs.
+    const std::string out = user_path(options.out);
+    const auto prepared =
+        options.out_given ? prepare_salvage_write(source.input(), platform::widen(out)) : nullptr;
     const Salvage_Result result = salvage_input(source.input());
     const std::string prefix = "salvage " + input + ": ";
     for (const std::string& line : result.log) {
@@ -199,7 +203,6 @@ int run_salvage(const Options& options) {
         }
     }
     if (result.is_compound_file && options.out_given) {
-        const std::string out = user_path(options.out);
         // Staged: the file appears under its name only once it is whole. The open input is
         // what tells whether the name reaches it.
         if (reader == nullptr) {
@@ -207,7 +210,7 @@ int run_salvage(const Options& options) {
         }
         if (reader == nullptr ||
             !salvage_write(source.input(), result, platform::widen(out), options.keep, error,
-                           platform::Create_Mode::staged)) {
+                           platform::Create_Mode::staged, prepared.get())) {
             print_error("cannot write " + out + ": " + error);
             status = kExitUsage;
         }

@@ -13,6 +13,7 @@
 #include <limits>
 #include <stdexcept>
 
+#include "cfb_vornak/builder/Prepared_Output.h"
 #include "cfb_vornak/builder/Sibling_Tree_Layout.h"
 #include "cfb_vornak/format/Cfb_Header.h"
 #include "cfb_vornak/format/Directory_Entry.h"
@@ -660,14 +661,19 @@ std::vector<uint8_t> build_compound_file(const Cfb_Fs_Item_DirNode& root,
 namespace {
 
 Write_Result write_built(const Write_Target& target, const Builder& builder, Build_Layout* layout) {
-    platform::Output_File out;
-    const platform::Create_Result created = out.create(target.path, target.mode, target.input);
-    if (created == platform::Create_Result::is_input) return Write_Result::is_input;
-    if (created != platform::Create_Result::created) return Write_Result::failed;
-    File_Sink sink(out);
+    platform::Output_File fresh;
+    platform::Output_File* out = target.prepared != nullptr ? target.prepared->file() : nullptr;
+    if (out == nullptr) {
+        out = &fresh;
+        const platform::Create_Result created =
+            fresh.create(target.path, target.mode, target.input);
+        if (created == platform::Create_Result::is_input) return Write_Result::is_input;
+        if (created != platform::Create_Result::created) return Write_Result::failed;
+    }
+    File_Sink sink(*out);
     builder.emit(sink);
     const bool written = sink.finish();
-    if (!written || !out.commit()) return Write_Result::failed;
+    if (!written || !out->commit()) return Write_Result::failed;
     if (layout != nullptr) builder.describe(*layout);
     return Write_Result::written;
 }

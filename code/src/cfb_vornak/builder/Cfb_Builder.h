@@ -129,12 +129,16 @@ class Stream_Source {
                                        const Stream_Source& source,
                                        const Builder_Options& options = {});
 
+class Prepared_Output;
+
 // Where and how a built file is put in place.
 struct Write_Target {
     std::wstring path;
     platform::Create_Mode mode = platform::Create_Mode::replace;
     // A path that reaches this file (the input the streams come from, say) is refused.
     const platform::File_Identity* input = nullptr;
+    // The file created for this target ahead of time, used when it holds one.
+    Prepared_Output* prepared = nullptr;
 };
 
 enum class Write_Result { written, is_input, failed };

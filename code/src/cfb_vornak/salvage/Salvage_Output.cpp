@@ -532,7 +532,7 @@ bool salvage_write(const uint8_t* data, uint64_t size, const Salvage_Result& res
 
 bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& result,
                    const std::wstring& path, const Salvage_Keep& keep, std::string& error,
-                   platform::Create_Mode mode) {
+                   platform::Create_Mode mode, Prepared_Output* prepared) {
     const platform::Input_File* file = input.file();
     Stream_Pieces streams;
     const auto tree = tree_of(input, result, keep, &streams);
@@ -540,7 +540,7 @@ bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& re
     // The output must never be the input the streams are read from.
     platform::File_Identity identity;
     const bool input_known = file != nullptr && file->identity(identity);
-    const Write_Target target{path, mode, input_known ? &identity : nullptr};
+    const Write_Target target{path, mode, input_known ? &identity : nullptr, prepared};
     try {
         switch (write_compound_file(target, *tree, source)) {
             case Write_Result::written:
@@ -557,6 +557,18 @@ bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& re
     }
     error = "cannot write " + platform::to_utf8(path);
     return false;
+}
+
+std::unique_ptr<Prepared_Output> prepare_salvage_write(const salvage::Salvage_Input& input,
+                                                       const std::wstring& path) {
+    // Below this the write is short enough that a thread and a second pass gain nothing.
+    constexpr uint64_t kWorthIt = uint64_t{64} << 20;
+    const platform::Input_File* file = input.file();
+    platform::File_Identity identity;
+    if (input.size() < kWorthIt || file == nullptr || !file->identity(identity)) return nullptr;
+    // The rebuilt file is about as long as the input.
+    return std::make_unique<Prepared_Output>(
+        Write_Target{path, platform::Create_Mode::staged, &identity}, input.size());
 }
 
 }  // namespace vrk

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cfb_vornak/builder/Cfb_Fs_Item.h"
+#include "cfb_vornak/builder/Prepared_Output.h"
 #include "cfb_vornak/salvage/Salvage.h"
 #include "cfb_vornak/salvage/Salvage_Input.h"
 #include "common/platform.h"
@@ -67,9 +68,17 @@ std::unique_ptr<Cfb_Fs_Item_DirNode> salvage_tree(const uint8_t* data, uint64_t 
                                  std::string& error, const platform::Input_File* file = nullptr,
                                  platform::Create_Mode mode = platform::Create_Mode::replace);
 // The same, reading the input through `input`; a file that ends early fails the write.
+// `prepared`, when given, is the staged file made for `path` by prepare_salvage_write.
 [[nodiscard]] bool salvage_write(const salvage::Salvage_Input& input, const Salvage_Result& result,
                                  const std::wstring& path, const Salvage_Keep& keep,
                                  std::string& error,
-                                 platform::Create_Mode mode = platform::Create_Mode::replace);
+                                 platform::Create_Mode mode = platform::Create_Mode::replace,
+                                 Prepared_Output* prepared = nullptr);
+
+// Creates the staged file for a later salvage_write of `input` to `path` and sets its space
+// aside while the salvage runs; null where that gains nothing (small inputs, inputs not open
+// as a file). The write fails or succeeds as without it.
+[[nodiscard]] std::unique_ptr<Prepared_Output> prepare_salvage_write(
+    const salvage::Salvage_Input& input, const std::wstring& path);
 
 }  // namespace vrk
