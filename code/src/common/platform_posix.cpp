@@ -3,9 +3,11 @@
 // without following links.
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/mman.h>
 #include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -451,6 +453,10 @@ bool Output_File::write_at(uint64_t offset, const void* data, std::size_t size) 
 bool Output_File::reserve(uint64_t length) {
     const auto largest = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
     if (!is_open() || m_reserved > largest || length > largest - m_reserved) return false;
+    // Disk file systems allocate at write-back, and space set aside there must be converted
+    // when written, which costs more than it saves.
+    struct statfs volume {};
+    if (::fstatfs(descriptor(m_handle), &volume) != 0 || volume.f_type != TMPFS_MAGIC) return false;
     if (::fallocate(descriptor(m_handle), FALLOC_FL_KEEP_SIZE, static_cast<off_t>(m_reserved),
                     static_cast<off_t>(length)) != 0) {
         return false;
