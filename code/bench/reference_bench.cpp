@@ -18,6 +18,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include "bench_support.h"
@@ -63,10 +64,15 @@ bool salvage_once(const stdfs::path& input, const stdfs::path& output, bool to_f
     vrk::Input_View view;
     if (view.open(vrk::platform::from_path(input)) != vrk::platform::Map_Step::ok) return false;
     const vrk::salvage::Salvage_Input source(view);
+    const std::wstring out = vrk::platform::from_path(output);
+    // As the tool does: the compound file's output is made, and its room set aside, while the
+    // sectors are classified.
+    const std::unique_ptr<vrk::Prepared_Output> prepared =
+        to_file ? vrk::prepare_salvage_write(source, out) : nullptr;
     const vrk::Salvage_Result result = vrk::salvage_input(source);
     std::string error;
-    const std::wstring out = vrk::platform::from_path(output);
-    return to_file ? vrk::salvage_write(source, result, out, {}, error)
+    return to_file ? vrk::salvage_write(source, result, out, {}, error,
+                                        vrk::platform::Create_Mode::replace, prepared.get())
                    : vrk::salvage_extract(source, result, out, {}, error);
 }
 
