@@ -55,18 +55,6 @@ void print_rebuilt_header(const Cfb_Header& header) {
               << '\n';
 }
 
-struct Stream_Count {
-    bool read = false;
-    std::size_t resolved = 0;
-    std::size_t streams = 0;
-};
-
-Stream_Count count_streams(const std::wstring& path) {
-    Stream_Count count;
-    count.read = count_resolving_streams(path, count.resolved, count.streams);
-    return count;
-}
-
 int run_repair(const Options& options) {
     const std::string input = user_path(options.input);
     const std::string output = user_path(options.output);
@@ -117,26 +105,25 @@ int run_repair(const Options& options) {
     print_rebuilt_header(outcome.header);
     if (options.no_verify) return kExitOk;
 
-    const Stream_Count before = count_streams(platform::widen(input));
-    const Stream_Count after = count_streams(outcome.output_path);
-    if (!after.read) {
+    const Repair_Comparison compared =
+        compare_repaired(platform::widen(input), outcome.output_path);
+    if (!compared.output.read) {
         print_error("the repaired file " + written + " cannot be read back");
         return kExitPartial;
     }
-    std::cout << "streams resolving under the file's own header: " << grouped(before.resolved)
-              << " of " << grouped(before.streams) << " in the input, " << grouped(after.resolved)
-              << " of " << grouped(after.streams) << " in the repaired file\n";
-    if (after.resolved < before.resolved) {
-        print_warning("the repaired file is worse than the input (" + grouped(after.resolved) +
-                      " streams resolve instead of " + grouped(before.resolved) +
-                      "); 'cfbvornak salvage " + options.input +
+    std::cout << "streams resolving under the file's own header: "
+              << grouped(compared.input.resolved) << " of " << grouped(compared.input.streams)
+              << " in the input, " << grouped(compared.output.resolved) << " of "
+              << grouped(compared.output.streams) << " in the repaired file\n";
+    if (compared.output.resolved < compared.input.resolved) {
+        print_warning("the repaired file is worse than the input (" +
+                      grouped(compared.output.resolved) + " streams resolve instead of " +
+                      grouped(compared.input.resolved) + "); 'cfbvornak salvage " + options.input +
                       " --out FILE' writes a sound file of what the input still holds");
         return kExitPartial;
     }
-    std::size_t changed = 0;
-    if (count_streams_with_other_bytes(platform::widen(input), outcome.output_path, changed) &&
-        changed > 0) {
-        print_warning("the repaired file is worse than the input (" + grouped(changed) +
+    if (compared.changed > 0) {
+        print_warning("the repaired file is worse than the input (" + grouped(compared.changed) +
                       " streams resolve to other bytes than in the input: its header leads to "
                       "an older copy of a table or the directory); 'cfbvornak salvage " +
                       options.input + " --out FILE' writes a sound file of what the input holds");

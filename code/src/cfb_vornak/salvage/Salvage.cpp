@@ -614,21 +614,8 @@ bool same_bytes(const Salvage_Input& a_input, const Salvaged_Entry& a, const Sal
     return true;
 }
 
-}  // namespace
-
-bool count_streams_with_other_bytes(const std::wstring& input, const std::wstring& output,
-                                    std::size_t& changed) {
-    changed = 0;
-    Input_View in_view;
-    Input_View out_view;
-    if (in_view.open(input) != platform::Map_Step::ok ||
-        out_view.open(output) != platform::Map_Step::ok) {
-        return false;
-    }
-    const Salvage_Input in(in_view);
-    const Salvage_Input out(out_view);
-    const Salvage_Result before = salvage_input(in, true);
-    const Salvage_Result after = salvage_input(out, true);
+std::size_t count_streams_with_other_bytes(const Salvage_Input& in, const Salvage_Result& before,
+                                           const Salvage_Input& out, const Salvage_Result& after) {
     // Paths that name one resolved stream in the output; a path held twice is left out.
     std::map<std::u16string, std::size_t> resolved_after;
     for (std::size_t i = 0; i < after.entries.size(); ++i) {
@@ -637,6 +624,7 @@ bool count_streams_with_other_bytes(const std::wstring& input, const std::wstrin
         const auto [at, added] = resolved_after.emplace(after.path_of(i), i);
         if (!added) at->second = after.entries.size();
     }
+    std::size_t changed = 0;
     for (std::size_t i = 0; i < before.entries.size(); ++i) {
         const Salvaged_Entry& e = before.entries[i];
         if (e.object_type != 2 || e.state != Salvage_State::recovered) continue;
@@ -644,7 +632,35 @@ bool count_streams_with_other_bytes(const std::wstring& input, const std::wstrin
         if (at == resolved_after.end() || at->second == after.entries.size()) continue;
         if (!same_bytes(in, e, out, after.entries[at->second])) ++changed;
     }
-    return true;
+    return changed;
+}
+
+// Opens `path` into `view` and counts its streams; returns the header layout's own result, for a
+// comparison (none when the file cannot be read).
+Salvage_Result count_streams(const std::wstring& path, Input_View& view, Stream_Count& count) {
+    count.read = view.open(path) == platform::Map_Step::ok;
+    if (!count.read) return {};
+    const Salvage_Input input(view);
+    // The streams the file holds, found with every kind of evidence; those a plain reader gets.
+    count.streams = salvage_input(input, false).stream_count();
+    Salvage_Result header_only = salvage_input(input, true);
+    count.resolved = header_only.count(Salvage_State::recovered);
+    return header_only;
+}
+
+}  // namespace
+
+Repair_Comparison compare_repaired(const std::wstring& input, const std::wstring& output) {
+    Repair_Comparison comparison;
+    Input_View in_view;
+    Input_View out_view;
+    const Salvage_Result before = count_streams(input, in_view, comparison.input);
+    const Salvage_Result after = count_streams(output, out_view, comparison.output);
+    if (comparison.input.read && comparison.output.read) {
+        comparison.changed = count_streams_with_other_bytes(Salvage_Input(in_view), before,
+                                                            Salvage_Input(out_view), after);
+    }
+    return comparison;
 }
 
 std::vector<std::u16string> released_with_other_bytes(const std::wstring& input,
@@ -684,12 +700,11 @@ std::vector<std::u16string> released_with_other_bytes(const std::wstring& input,
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved,
                              std::size_t& streams) {
     Input_View view;
-    if (view.open(path) != platform::Map_Step::ok) return false;
-    const Salvage_Input input(view);
-    // The streams the file holds, found with every kind of evidence; those a plain reader gets.
-    streams = salvage_input(input, false).stream_count();
-    resolved = salvage_input(input, true).count(Salvage_State::recovered);
-    return true;
+    Stream_Count count;
+    (void)count_streams(path, view, count);
+    resolved = count.resolved;
+    streams = count.streams;
+    return count.read;
 }
 
 }  // namespace vrk

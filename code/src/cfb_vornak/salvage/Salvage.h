@@ -142,11 +142,23 @@ Salvage_Result salvage_input(const salvage::Salvage_Input& input, bool header_la
 // is put through. False when the file cannot be read.
 bool count_resolving_streams(const std::wstring& path, std::size_t& resolved, std::size_t& streams);
 
-// Counts the streams that resolve under the header's own layout both in `input` and, under the
-// same path, in `output`, but to other bytes: a repaired file whose header leads to an older
-// copy of a table or directory still resolves its streams. False when a file cannot be read.
-bool count_streams_with_other_bytes(const std::wstring& input, const std::wstring& output,
-                                    std::size_t& changed);
+// What count_resolving_streams counts in one file.
+struct Stream_Count {
+    bool read = false;  // false when the file cannot be read
+    std::size_t resolved = 0;
+    std::size_t streams = 0;
+};
+
+// A repaired file against its input: both counted, and the streams that resolve under the
+// header's own layout in both, under the same path, but to other bytes (a repaired file whose
+// header leads to an older copy of a table or directory still resolves its streams). One
+// header-layout pass over each file serves both.
+struct Repair_Comparison {
+    Stream_Count input;
+    Stream_Count output;
+    std::size_t changed = 0;  // counted only when both files were read
+};
+Repair_Comparison compare_repaired(const std::wstring& input, const std::wstring& output);
 
 // The streams directly under the root, of at most the cutoff's size, that resolve under the
 // header's own layout and whose file in `folder` (named as the analysis release names it) holds
