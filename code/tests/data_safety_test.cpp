@@ -425,6 +425,8 @@ std::vector<Row> rows() {
         {"BuilderInPlaceShortWrite", {}, builder_call("b.cfb", in_place), failed, {"b.cfb"},
          shortw(700)},
         {"BuilderWithoutFault", {old_cfb}, builder_call("n.cfb", staged), built, {"n.cfb"}},
+        {"BuilderInPlacePastALink", {"outside/secret=" + kSecret, "b.cfb->outside/secret"},
+         builder_call("b.cfb", in_place), built, {}, {}, {"b.cfb"}},
         // The tool as a process on a disk that fills up (a file size limit).
         {"ToolRepairFileSizeLimit", {old_doc}, tool({"repair", "IN", "@out.doc"}, 16), 2},
         {"ToolSalvageOutFileSizeLimit", {old_cfb}, tool({"salvage", "IN", "--out", "@out.cfb"}, 8),

@@ -170,7 +170,7 @@ enum class Link_Rule { follow, no_follow };
 [[nodiscard]] bool is_same_file(const std::wstring& path, const File_Identity& identity);
 
 enum class Create_Mode {
-    replace,    // create, or truncate what the name reaches (through a link too)
+    replace,    // create, or truncate the file at the name (a link there is replaced)
     exclusive,  // a new file only, never through a link: a taken name gives exists
     staged,     // a new temporary file in the same folder; commit() renames it over the path
 };

@@ -396,8 +396,12 @@ Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
             return Create_Result::created;
         }
     }
-    // Opened without truncation first: the handle tells which file the name reached.
-    const int fd = ::open(native.c_str(), kWrite, 0666);
+    // Opened without truncation first: the handle tells which file the name reached. A link at
+    // the name is never written through: it is removed and a new file made in its place.
+    int fd = ::open(native.c_str(), kWrite | O_NOFOLLOW, 0666);
+    if (fd < 0 && errno == ELOOP && ::unlink(native.c_str()) == 0) {
+        fd = ::open(native.c_str(), kWrite | O_EXCL | O_NOFOLLOW, 0666);
+    }
     if (fd < 0) return Create_Result::failed;
     if (input != nullptr) {
         File_Identity opened;

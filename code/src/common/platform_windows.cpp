@@ -445,11 +445,28 @@ Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
             return Create_Result::created;
         }
     }
-    // Opened without truncation first: the handle tells which file the name reached.
+    // A link at the name is never written through: it is removed and a new file made in its
+    // place. Opened without truncation first, on the entry itself: the handle tells which file
+    // the name reached, and a link that appeared in between is refused, not followed.
+    if (is_link(path)) {
+        try {
+            remove_link(path);
+        } catch (const stdfs::filesystem_error&) {
+            errno = EEXIST;
+            return Create_Result::failed;
+        }
+    }
     HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr);
+                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         set_errno_from_last_error(::GetLastError());
+        return Create_Result::failed;
+    }
+    BY_HANDLE_FILE_INFORMATION entry{};
+    if (!::GetFileInformationByHandle(file, &entry) ||
+        (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+        ::CloseHandle(file);
+        errno = EEXIST;
         return Create_Result::failed;
     }
     if (input != nullptr) {

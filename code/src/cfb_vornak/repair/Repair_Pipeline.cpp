@@ -146,12 +146,6 @@ Error_Code Cfb_File::cfb_file_head_changing(const File_Description& output, bool
     const bool identity_known =
         input_open ? in.identity(input_identity)
                    : platform::identity_of(input_path, platform::Link_Rule::follow, input_identity);
-    // A link at the output's name is removed, not written through, unless it reaches the
-    // input: that one must stay so that the open below refuses it.
-    if (mode == platform::Create_Mode::replace && identity_known &&
-        !platform::is_same_file(target.path_wstr, input_identity)) {
-        fs::remove_link_at(target.path_wstr);
-    }
     platform::Output_File out;
     const platform::Create_Result created =
         out.create(target.path_wstr, mode, identity_known ? &input_identity : nullptr);
