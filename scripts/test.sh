@@ -12,6 +12,7 @@ logs="$root/build/logs"
 mkdir -p "$logs"
 
 summary=()
+failed_steps=()
 failed=0
 
 # Records a step's result; the step's output also goes to build/logs/<name>.log.
@@ -23,12 +24,28 @@ run_step() {
         summary+=("PASS  $name  $(ctest_line "$logs/$name.log")")
     else
         summary+=("FAIL  $name  $(ctest_line "$logs/$name.log")")
+        failed_steps+=("$name")
         failed=1
     fi
 }
 
+# The step's ctest result line, with the names of the tests that failed.
 ctest_line() {
-    grep -E "tests passed|No tests were found" "$1" | tail -n 1 || true
+    local line failed
+    line=$(grep -E "tests passed|No tests were found" "$1" | tail -n 1 || true)
+    failed=$(sed -n '/The following tests FAILED:/,$p' "$1" | sed -nE 's/^[[:space:]]+[0-9]+ - (.*)$/\1/p' |
+        paste -sd ';' - || true)
+    echo "$line${failed:+  failed: $failed}"
+}
+
+# Where each failed test of a step went wrong, as gtest and ctest printed it; the end of the
+# run's output is often all that is kept.
+failure_lines() {
+    local name
+    for name in "$@"; do
+        grep -E -A4 ": Failure|\*\*\*(Failed|Timeout|Exception)|Sanitizer" \
+            "$logs/$name.log" | head -n 40 | sed "s/^/$name| /"
+    done
 }
 
 configure_and_build() {
@@ -126,6 +143,10 @@ run_step windows windows
 run_step fuzz-smoke fuzz_smoke
 
 echo
+if [ ${#failed_steps[@]} -gt 0 ]; then
+    echo "==== failures"
+    failure_lines "${failed_steps[@]}"
+fi
 echo "==== summary"
 printf '%s\n' "${summary[@]}"
 exit "$failed"
