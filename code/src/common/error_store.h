@@ -20,10 +20,19 @@ struct Error_Record {
     std::string line;
 };
 
+// The records kept under one thread id. The system gives an ended thread's id to a new thread
+// (at once on Windows): the new thread's own records start at own_from, so that it never reads
+// what the ended one pushed, while the dump keeps both.
+struct Thread_Records {
+    std::vector<Error_Record> records;
+    uint64_t owner = 0;  // the thread, by a serial number of this process, now using the id
+    std::size_t own_from = 0;
+};
+
 struct Error_Store {
     std::mutex mutex;
     Error_Record current;
-    std::map<uint32_t, std::vector<Error_Record>> by_thread;
+    std::map<uint32_t, Thread_Records> by_thread;
 };
 
 Error_Store& get_error_store();
