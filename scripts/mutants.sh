@@ -39,12 +39,15 @@ mutants=(
     "code/src/common/platform_posix.cpp|fs_utils_test"
     "    while (path.size() > 1 && path.back() == '/') path.pop_back(); @@     while (path.size() > 1 && path.back() == '\\\\') path.pop_back();"
     "code/src/common/error_store.cpp|error_store_test"
-    "    if (records.size() >= kTrimAt) { @@     if (records.size() > kTrimAt) {"
+    "    if (entry.records.size() >= kTrimAt) { @@     if (entry.records.size() > kTrimAt) {"
     "code/src/cfb_vornak/entries/Cfb_Logger.cpp|logger_test"
     "    return level >= kLowestLoggedLevel; @@     return level > kLowestLoggedLevel;"
     # Folder clearing opening a link, the repair's extension rule, the header codes' result.
     "code/src/common/platform_posix.cpp|fs_utils_test data_safety_test"
     "constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC; @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;"
+    # An output written in place opened through a link at its name.
+    "code/src/common/platform_posix.cpp|data_safety_test"
+    "    int fd = ::open(native.c_str(), kWrite | O_NOFOLLOW, 0666); @@     int fd = ::open(native.c_str(), kWrite, 0666);"
     # Room set aside for a staged output and not written is given back at close.
     "code/src/common/platform_posix.cpp|salvage_output_test"
     "    if (m_reserved > m_written) @@     if (m_reserved < m_written)"
