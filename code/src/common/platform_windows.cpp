@@ -445,38 +445,39 @@ Create_Result Output_File::create(const std::wstring& path, Create_Mode mode,
             return Create_Result::created;
         }
     }
-    // A link at the name is never written through: it is removed and a new file made in its
-    // place. Opened without truncation first, on the entry itself: the handle tells which file
-    // the name reached, and a link that appeared in between is refused, not followed.
-    if (is_link(path)) {
+    // Opened without truncation first, on the entry itself, never through a link: the handle
+    // tells which file the name reached. A link at the name is removed and a new file made in
+    // its place, as on POSIX; a link to a folder cannot be opened for writing, so a failed open
+    // looks for one too.
+    constexpr DWORD kEntry = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT;
+    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                kEntry, nullptr);
+    DWORD error = file == INVALID_HANDLE_VALUE ? ::GetLastError() : ERROR_SUCCESS;
+    BY_HANDLE_FILE_INFORMATION entry{};
+    bool known = file != INVALID_HANDLE_VALUE && ::GetFileInformationByHandle(file, &entry);
+    const bool at_link = known ? (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0
+                               : file == INVALID_HANDLE_VALUE && is_link(path);
+    if (at_link) {
+        if (file != INVALID_HANDLE_VALUE) ::CloseHandle(file);
         try {
             remove_link(path);
         } catch (const stdfs::filesystem_error&) {
             errno = EEXIST;
             return Create_Result::failed;
         }
+        file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                             kEntry, nullptr);
+        error = file == INVALID_HANDLE_VALUE ? ::GetLastError() : ERROR_SUCCESS;
+        known = file != INVALID_HANDLE_VALUE && ::GetFileInformationByHandle(file, &entry);
     }
-    HANDLE file = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
-        set_errno_from_last_error(::GetLastError());
+        set_errno_from_last_error(error);
         return Create_Result::failed;
     }
-    BY_HANDLE_FILE_INFORMATION entry{};
-    if (!::GetFileInformationByHandle(file, &entry) ||
-        (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) {
+    if (!known || (input != nullptr && identity_from(entry) == *input)) {
         ::CloseHandle(file);
         errno = EEXIST;
-        return Create_Result::failed;
-    }
-    if (input != nullptr) {
-        File_Identity opened;
-        const bool known = identity_of_handle(file, opened);
-        if (!known || opened == *input) {
-            ::CloseHandle(file);
-            errno = EEXIST;
-            return known ? Create_Result::is_input : Create_Result::failed;
-        }
+        return known ? Create_Result::is_input : Create_Result::failed;
     }
     if (!::SetEndOfFile(file)) {
         set_errno_from_last_error(::GetLastError());
